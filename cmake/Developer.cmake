@@ -1,0 +1,24 @@
+# What developers and CI add to a build: warnings as errors, sanitizers, coverage. Everything here is off
+# unless asked for, private to this project's own targets, and never reaches a consumer.
+
+option(CSCLIENT_WERROR "Full warnings, as errors" OFF)
+option(CSCLIENT_COVERAGE "Instrument for line coverage" OFF)
+set(CSCLIENT_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined or thread")
+
+# Sanitizers and coverage change the ABI of what they touch, so they apply to the whole build, tests included.
+if(CSCLIENT_SANITIZE)
+    add_compile_options(-fsanitize=${CSCLIENT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${CSCLIENT_SANITIZE})
+endif()
+if(CSCLIENT_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
+
+function(csclient_developer_flags target)
+    if(CSCLIENT_WERROR)
+        target_compile_options(${target} PRIVATE
+            -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+            $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+    endif()
+endfunction()
