@@ -1,0 +1,36 @@
+#pragma once
+
+// The frame that carries every message on the wire: 32 bytes of header, then the body. All words are big-endian.
+//
+//   offset  0        4        8        12         16               31        32
+//          +--------+--------+--------+----------+----------------+---------+--------
+//          | frame  | header | kind   | sub-kind | filler         | end     | body ...
+//          | length | length |        |          | 15 x FF        | mark    |
+//          +--------+--------+--------+----------+----------------+---------+--------
+//   data             32       0        0                            FF
+//   control          32       3        2                            FE
+//
+// The frame length counts header and body. A receiver reads the two lengths and the kind and ignores the rest.
+// The body of a data message holds its own length too, in its bytes 4 to 7.
+
+namespace com_tesk {
+namespace frame {
+
+constexpr unsigned int kHeaderLength = 32;
+
+constexpr unsigned int kFrameLengthOffset = 0;
+constexpr unsigned int kHeaderLengthOffset = 4;
+constexpr unsigned int kKindOffset = 8;
+constexpr unsigned int kSubKindOffset = 12;
+constexpr unsigned int kEndMarkOffset = 31;
+
+constexpr unsigned int kKindData = 0;
+constexpr unsigned int kKindControl = 3;
+constexpr unsigned int kSubKindControl = 2;
+constexpr unsigned char kEndMarkControl = 0xFE;
+
+/// Where a data message's body holds its own length, counted from the start of the frame.
+constexpr unsigned int kBodyLengthOffset = kHeaderLength + 4;
+
+}  // namespace frame
+}  // namespace com_tesk

@@ -1,0 +1,22 @@
+#ifndef TESTS_MESSAGE_ALLOCATIONLIMIT_H
+#define TESTS_MESSAGE_ALLOCATIONLIMIT_H
+
+#include <cstddef>
+
+namespace com_tesk {
+namespace test {
+
+/// Lets `operator new` throw std::bad_alloc on the creating thread, from construction to destruction, for everything
+/// larger than the limit. Not nestable. Needs AllocationLimit.cpp in the program.
+class AllocationLimit {
+  public:
+    explicit AllocationLimit(std::size_t largest);
+    AllocationLimit(const AllocationLimit&) = delete;
+    AllocationLimit& operator=(const AllocationLimit&) = delete;
+    ~AllocationLimit();
+};
+
+}  // namespace test
+}  // namespace com_tesk
+
+#endif
