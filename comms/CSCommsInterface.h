@@ -1,0 +1,30 @@
+#pragma once
+
+#include "message/Export.h"
+
+namespace com_tesk {
+
+class RawMessage;
+
+/// A byte transport: all that the frame layer relies on.
+class CSCLIENT_EXPORT CSCommsInterface {
+  public:
+    CSCommsInterface() = default;
+    CSCommsInterface(const CSCommsInterface&) = delete;
+    CSCommsInterface& operator=(const CSCommsInterface&) = delete;
+    virtual ~CSCommsInterface();
+
+    /// Appends up to `count` bytes to `message`.
+    /// @return the number of bytes read; 0 when the peer has closed the stream; -2 when nothing arrived within the
+    ///         transport's receive time-out; -1 on any other error, with `errno` saying which.
+    virtual int readMessage(unsigned int count, RawMessage& message) = 0;
+
+    /// Writes all bytes of `message`.
+    /// @return the number of bytes written, or -1 with `errno` saying why.
+    virtual int writeMessage(const RawMessage& message) = 0;
+
+    /// @return the result of closing, or -1 when nothing was open.
+    virtual int close() = 0;
+};
+
+}  // namespace com_tesk

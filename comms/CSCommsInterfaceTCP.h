@@ -1,0 +1,101 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "comms/CSCommsInterface.h"
+#include "comms/CSUseCount.h"
+#include "message/Export.h"
+
+namespace com_tesk {
+
+/// One TCP connection over POSIX sockets. It knows nothing of frames.
+///
+/// Addresses are IPv4 addresses in network order, as `inet_addr` returns them; ports are plain numbers.
+///
+/// Threads: one thread reads and opens; any thread may write or close at any time. A read or write never touches a
+/// descriptor that is not, or no longer, this connection's socket. Destruction must not begin before the other
+/// operations have; it waits for those that are under way.
+class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
+  public:
+    struct Options {
+        bool quiet = false;                   ///< Print no diagnostics.
+        std::uint32_t receiveBufferSize = 0;  ///< Socket receive buffer in bytes; 0 leaves the system's default.
+        std::uint32_t sendBufferSize = 0;     ///< Socket send buffer in bytes; 0 leaves the system's default.
+    };
+
+    /// Stores the options; opens nothing.
+    explicit CSCommsInterfaceTCP(const Options& options);
+
+    /// Closes the socket, if one is open.
+    ~CSCommsInterfaceTCP() override;
+
+    /// Replaces the options; they take effect at the next `openConnection`. The opening thread only.
+    void setOptions(const Options& options);
+
+    /// Reads with one system call; blocks for at most one second.
+    ///
+    /// First `message` grows by `count` zero bytes, and what arrives overwrites them from its old end on. A short read
+    /// then leaves it with exactly `count` bytes in all, deliberately whatever it held before: an empty message keeps
+    /// `count` bytes with a zero tail; one that already held bytes is cut back (or filled with zeros) to `count`.
+    /// After -1 and -2 it keeps the grown size.
+    /// @return as `CSCommsInterface::readMessage`; -1 with EMSGSIZE, the message unchanged, when the grown size would
+    ///         not fit 32 bits or a vector.
+    /// @throw std::bad_alloc  the message cannot grow and is unchanged; nothing was read.
+    int readMessage(unsigned int count, RawMessage& message) override;
+
+    /// Writes with one system call, neither repeated nor completed; blocks for as long as the socket's send buffer is
+    /// full, at most 30 seconds, or until another thread closes. A short count is possible.
+    int writeMessage(const RawMessage& message) override;
+
+    /// Closes the socket. Wakes a read or write that blocks on it and waits until that has returned.
+    /// @return the system's result; -1 when no socket was open.
+    int close() override;
+
+    /// Closes any open socket, opens a new one and connects it. The process ignores SIGPIPE from then on.
+    ///
+    /// The socket's receive time-out is 1 second, its send time-out 30 seconds, Nagle's algorithm is off.
+    /// Blocks until the connection stands or has failed: at most 30 seconds.
+    /// @param port  only its low 16 bits count.
+    /// @return whether it is connected. A failure other than the connect itself is reported on standard error, unless
+    ///         the options say `quiet`; no socket is open then.
+    virtual bool openConnection(unsigned int address, unsigned int port);
+
+    /// As the numeric form, with a dotted address. Text that is no address is taken as 255.255.255.255.
+    bool openConnection(const char* address, unsigned int port);
+
+    /// `inet_addr(address)`: the address in network order, 0xFFFFFFFF for text that is none.
+    static std::uint32_t convertIPAddressToOctet(const char* address);
+
+    /// The dotted text of an address. Takes the least significant byte first, deliberately: on a little-endian machine
+    /// that turns a network-order address back into the text it came from.
+    static std::string convertIPOctetToAddress(unsigned int octet);
+
+  protected:
+    /// Sets what must be set before connecting.
+    /// @return false after a failure that forbids going on.
+    bool configureSocket(int descriptor) const;
+
+    static bool connectSocket(int descriptor, unsigned int address, unsigned int port);
+
+    /// Whether there is a socket; sets `errno` to EBADF when there is none. Asked before a thread is counted in
+    /// `users`, so that late comers cannot hold up the thread that closes.
+    bool isOpen() const;
+
+    /// One line on standard error, unless `options` say `quiet`.
+    void report(std::string_view line) const;
+
+    /// The connected socket, or -1. Taken by one thread, in `close` or the destructor; that thread closes it once
+    /// `users` has drained.
+    std::atomic<int> socketHandle{-1};
+
+    /// Opening thread only.
+    Options options;
+
+    /// Reads and writes under way.
+    CSUseCount users;
+};
+
+}  // namespace com_tesk

@@ -1,0 +1,57 @@
+#include "comms/CSMutex.h"
+
+#include <array>
+#include <cstddef>
+
+namespace com_tesk {
+
+namespace {
+
+constexpr unsigned int kOk = 0;
+constexpr unsigned int kBusy = 1;
+constexpr unsigned int kError = 2;
+
+/// Status by system result; EBUSY is 16.
+constexpr std::array<unsigned int, 17> kLockStatus = {
+    kOk,    kError, kError, kError, kError, kError, kError, kError, kError,
+    kError, kError, kError, kError, kError, kError, kError, kBusy,
+};
+
+}  // namespace
+
+CSMutex::CSMutex() {
+    pthread_mutex_init(&mutex, nullptr);
+}
+
+CSMutex::~CSMutex() {
+    pthread_mutex_destroy(&mutex);
+}
+
+// The analysis cannot see that the system's mutex is the capability itself, here and in unlock.
+unsigned int CSMutex::lock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    const int result = pthread_mutex_lock(&mutex);
+    if (result == 0) {
+        holder.store(pthread_self(), std::memory_order_relaxed);
+    }
+    return lockStatus(result);
+}
+
+unsigned int CSMutex::unlock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    holder.store(0, std::memory_order_relaxed);
+    return unlockStatus(pthread_mutex_unlock(&mutex));
+}
+
+bool CSMutex::isHeldByThisThread() const {
+    return holder.load(std::memory_order_relaxed) == pthread_self();
+}
+
+unsigned int CSMutex::lockStatus(int systemResult) {
+    const auto index = static_cast<std::size_t>(systemResult);
+    return index < kLockStatus.size() ? kLockStatus[index] : kError;
+}
+
+unsigned int CSMutex::unlockStatus(int systemResult) {
+    return systemResult == 0 ? kOk : kError;
+}
+
+}  // namespace com_tesk

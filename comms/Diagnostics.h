@@ -1,0 +1,35 @@
+#pragma once
+
+#include <initializer_list>
+#include <string_view>
+
+namespace com_tesk {
+
+/// The system's diagnostics: single lines on the standard streams, flushed at once.
+///
+/// Each line is composed first and written with one insertion, so that lines of different threads never mix. Any
+/// thread. When there is no memory to compose a line, its pieces are written one by one instead; nothing is thrown.
+/// Whether a line is due at all (`OPTION_SILENT`, `quiet`) is the caller's business.
+namespace diagnostics {
+
+/// Progress, on the standard output stream: the pieces, then a newline.
+void progress(std::initializer_list<std::string_view> pieces);
+
+/// An error, on the standard error stream: the pieces, then a newline.
+void error(std::initializer_list<std::string_view> pieces);
+
+/// A number in decimal, as a piece of a line.
+class Decimal {
+  public:
+    explicit Decimal(unsigned int value);
+    explicit Decimal(int value);
+    operator std::string_view() const { return {digits, length}; }
+
+  private:
+    static constexpr std::size_t kLongest = sizeof "-2147483648";
+    char digits[kLongest];
+    std::size_t length;
+};
+
+}  // namespace diagnostics
+}  // namespace com_tesk

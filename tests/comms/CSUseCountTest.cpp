@@ -1,0 +1,104 @@
+#include "comms/CSUseCount.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "tests/comms/TaskStatus.h"
+
+namespace com_tesk {
+namespace test {
+namespace {
+
+TEST(CSUseCount, IsUnusedAtFirst) {
+    EXPECT_FALSE(CSUseCount().isInUse());
+}
+
+TEST(CSUseCount, IsInUseForTheScopeOfAUse) {
+    CSUseCount count;
+    {
+        const CSUseCount::Use use(count);
+        EXPECT_TRUE(count.isInUse());
+    }
+    EXPECT_FALSE(count.isInUse());
+}
+
+TEST(CSUseCount, IsInUseUntilTheLastUseEnds) {
+    CSUseCount count;
+    auto first = std::make_unique<CSUseCount::Use>(count);
+    auto second = std::make_unique<CSUseCount::Use>(count);
+    first.reset();
+    EXPECT_TRUE(count.isInUse());
+    second.reset();
+    EXPECT_FALSE(count.isInUse());
+}
+
+TEST(CSUseCount, WaitReturnsAtOnceWhenNobodyIsCounted) {
+    const CSUseCount count;
+    count.waitUntilUnused();
+    EXPECT_FALSE(count.isInUse());
+}
+
+TEST(CSUseCount, WaitLastsUntilTheLastUseEnds) {
+    CSUseCount count;
+    auto first = std::make_unique<CSUseCount::Use>(count);
+    auto second = std::make_unique<CSUseCount::Use>(count);
+    std::atomic<bool> isWaiting{false};
+    std::atomic<bool> hasWaited{false};
+    std::thread waiter([&] {
+        isWaiting = true;
+        count.waitUntilUnused();
+        hasWaited = true;
+    });
+    EXPECT_TRUE(eventually([&] { return isWaiting.load(); }));
+    EXPECT_FALSE(eventually([&] { return hasWaited.load(); }, std::chrono::milliseconds(50)));
+    first.reset();
+    EXPECT_FALSE(eventually([&] { return hasWaited.load(); }, std::chrono::milliseconds(50)));
+    second.reset();
+    EXPECT_TRUE(eventually([&] { return hasWaited.load(); }));
+    waiter.join();
+}
+
+TEST(CSUseCount, NobodyUsesWhatWasTakenAway) {
+    constexpr int kRounds = 200;
+    CSUseCount count;
+    // Not 0: there is something to use. It stands for a descriptor.
+    std::atomic<int> thing{0};
+    std::atomic<int> closed{0};
+    std::atomic<bool> isOver{false};
+    std::atomic<int> misuses{0};
+    std::vector<std::thread> users;
+    for (int i = 0; i < 3; ++i) {
+        users.emplace_back([&] {
+            while (!isOver) {
+                const CSUseCount::Use use(count);
+                const int seen = thing;
+                if (seen != 0) {
+                    std::this_thread::yield();
+                    if (closed == seen) {
+                        ++misuses;
+                    }
+                }
+            }
+        });
+    }
+    for (int round = 1; round <= kRounds; ++round) {
+        thing = round;
+        std::this_thread::yield();
+        thing = 0;
+        count.waitUntilUnused();
+        closed = round;
+    }
+    isOver = true;
+    for (std::thread& user : users) {
+        user.join();
+    }
+    EXPECT_EQ(misuses, 0);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace com_tesk

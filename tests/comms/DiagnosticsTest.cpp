@@ -1,0 +1,215 @@
+#include "comms/Diagnostics.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <iostream>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "tests/message/AllocationLimit.h"
+#include "tests/support/CapturedStreams.h"
+
+namespace com_tesk {
+namespace test {
+namespace {
+
+using diagnostics::Decimal;
+
+/// A stream's buffer that needs no memory of its own, and counts how often it is flushed behind its last character.
+class FixedBuffer : public std::streambuf {
+  public:
+    explicit FixedBuffer(std::ostream& redirected) : stream(redirected), previous(redirected.rdbuf(this)) {}
+    FixedBuffer(const FixedBuffer&) = delete;
+    FixedBuffer& operator=(const FixedBuffer&) = delete;
+    ~FixedBuffer() override { stream.rdbuf(previous); }
+
+    std::string_view text() const { return {characters, used}; }
+    bool isFlushed() const { return used == flushed; }
+
+  protected:
+    int_type overflow(int_type character) override {
+        const char single = traits_type::to_char_type(character);
+        xsputn(&single, 1);
+        return traits_type::not_eof(character);
+    }
+
+    std::streamsize xsputn(const char* added, std::streamsize count) override {
+        const std::size_t fitting = std::min(static_cast<std::size_t>(count), sizeof characters - used);
+        std::copy_n(added, fitting, characters + used);
+        used += fitting;
+        return count;
+    }
+
+    int sync() override {
+        flushed = used;
+        return 0;
+    }
+
+  private:
+    std::ostream& stream;
+    std::streambuf* previous;
+    char characters[4096] = {};
+    std::size_t used = 0;
+    std::size_t flushed = 0;
+};
+
+std::string decimal(int value) {
+    return std::string(std::string_view(Decimal(value)));
+}
+
+std::string decimal(unsigned int value) {
+    return std::string(std::string_view(Decimal(value)));
+}
+
+TEST(Diagnostics, ProgressGoesToStandardOutput) {
+    const CapturedStreams streams;
+    diagnostics::progress({"connected to ", "127.0.0.1"});
+    EXPECT_EQ(streams.out(), "connected to 127.0.0.1\n");
+    EXPECT_EQ(streams.err(), "");
+}
+
+TEST(Diagnostics, ErrorGoesToStandardError) {
+    const CapturedStreams streams;
+    diagnostics::error({"id ", Decimal(7U), " unknown"});
+    EXPECT_EQ(streams.err(), "id 7 unknown\n");
+    EXPECT_EQ(streams.out(), "");
+}
+
+TEST(Diagnostics, ALineOfProgressIsOneInsertion) {
+    const CapturedStreams streams;
+    diagnostics::progress({"one ", "two ", "three ", Decimal(4)});
+    EXPECT_EQ(streams.outInsertions(), 1);
+}
+
+TEST(Diagnostics, ALineOfErrorIsOneInsertion) {
+    const CapturedStreams streams;
+    diagnostics::error({"one ", "two ", "three ", Decimal(4)});
+    EXPECT_EQ(streams.errInsertions(), 1);
+}
+
+TEST(Diagnostics, ALongLineIsOneInsertion) {
+    const CapturedStreams streams;
+    const std::string text(10'000, 'x');
+    diagnostics::progress({text, text});
+    EXPECT_EQ(streams.outInsertions(), 1);
+    EXPECT_EQ(streams.out(), text + text + "\n");
+}
+
+TEST(Diagnostics, NoPiecesGiveAnEmptyLine) {
+    const CapturedStreams streams;
+    diagnostics::progress({});
+    diagnostics::error({""});
+    EXPECT_EQ(streams.out(), "\n");
+    EXPECT_EQ(streams.err(), "\n");
+}
+
+TEST(Diagnostics, ALineOfProgressIsFlushed) {
+    // Nothing may follow on standard error, which flushes standard output along with itself.
+    const FixedBuffer out(std::cout);
+    diagnostics::progress({"progress"});
+    EXPECT_EQ(out.text(), "progress\n");
+    EXPECT_TRUE(out.isFlushed());
+}
+
+TEST(Diagnostics, ALineOfErrorIsFlushed) {
+    const FixedBuffer err(std::cerr);
+    diagnostics::error({"error"});
+    EXPECT_EQ(err.text(), "error\n");
+    EXPECT_TRUE(err.isFlushed());
+}
+
+TEST(Diagnostics, APieceMayHoldAnyCharacter) {
+    const CapturedStreams streams;
+    diagnostics::error({std::string_view("a\0b%s\x80", 6)});
+    EXPECT_EQ(streams.err(), std::string("a\0b%s\x80\n", 7));
+}
+
+TEST(Diagnostics, TheStreamsNumberFormatDoesNotTouchALine) {
+    const CapturedStreams streams;
+    std::cout << std::hex;
+    diagnostics::progress({"id ", Decimal(255)});
+    std::cout << std::dec;
+    EXPECT_EQ(streams.out(), "id 255\n");
+}
+
+TEST(Diagnostics, LinesOfDifferentThreadsNeverMix) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 200;
+    const CapturedStreams streams;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([i] {
+            const std::string name(20, static_cast<char>('a' + i));
+            for (int line = 0; line < kLines; ++line) {
+                diagnostics::error({name, " ", name});
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    int whole = 0;
+    std::istringstream text(streams.err());
+    for (std::string line; std::getline(text, line);) {
+        ASSERT_EQ(line.size(), 41U) << line;
+        EXPECT_EQ(line, std::string(20, line[0]) + " " + std::string(20, line[0]));
+        ++whole;
+    }
+    EXPECT_EQ(whole, kThreads * kLines);
+}
+
+TEST(DiagnosticsWithoutMemory, WriteALineOfProgressPieceByPiece) {
+    const FixedBuffer out(std::cout);
+    const std::string text(500, 'x');
+    {
+        const AllocationLimit limit(0);
+        EXPECT_NO_THROW(diagnostics::progress({text, " progress"}));
+    }
+    EXPECT_EQ(out.text(), text + " progress\n");
+    EXPECT_TRUE(out.isFlushed());
+}
+
+TEST(DiagnosticsWithoutMemory, WriteALineOfErrorPieceByPiece) {
+    const FixedBuffer err(std::cerr);
+    const std::string text(500, 'x');
+    {
+        const AllocationLimit limit(0);
+        EXPECT_NO_THROW(diagnostics::error({text, " error"}));
+    }
+    EXPECT_EQ(err.text(), text + " error\n");
+    EXPECT_TRUE(err.isFlushed());
+}
+
+TEST(DiagnosticsDecimal, WritesUnsignedNumbers) {
+    EXPECT_EQ(decimal(0U), "0");
+    EXPECT_EQ(decimal(9U), "9");
+    EXPECT_EQ(decimal(10U), "10");
+    EXPECT_EQ(decimal(2147483648U), "2147483648");
+    EXPECT_EQ(decimal(UINT_MAX), "4294967295");
+}
+
+TEST(DiagnosticsDecimal, WritesSignedNumbers) {
+    EXPECT_EQ(decimal(0), "0");
+    EXPECT_EQ(decimal(-1), "-1");
+    EXPECT_EQ(decimal(-10), "-10");
+    EXPECT_EQ(decimal(INT_MAX), "2147483647");
+    EXPECT_EQ(decimal(INT_MIN), "-2147483648");
+    EXPECT_EQ(decimal(INT_MIN + 1), "-2147483647");
+}
+
+TEST(DiagnosticsDecimal, CanBeCopied) {
+    const Decimal original(-12345);
+    const Decimal copy = original;
+    EXPECT_EQ(std::string_view(copy), "-12345");
+    EXPECT_NE(std::string_view(copy).data(), std::string_view(original).data());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace com_tesk

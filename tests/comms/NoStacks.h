@@ -1,0 +1,36 @@
+#ifndef TESTS_COMMS_NOSTACKS_H
+#define TESTS_COMMS_NOSTACKS_H
+
+#include <pthread.h>
+
+#include <cstddef>
+
+namespace com_tesk {
+namespace test {
+
+/// For its scope, no thread gets a stack: the default size is more than there is.
+class NoStacks {
+  public:
+    NoStacks() {
+        pthread_getattr_default_np(&previous);
+        pthread_attr_t huge;
+        pthread_getattr_default_np(&huge);
+        pthread_attr_setstacksize(&huge, std::size_t{1} << (sizeof(std::size_t) * 8 - 2));
+        pthread_setattr_default_np(&huge);
+        pthread_attr_destroy(&huge);
+    }
+    NoStacks(const NoStacks&) = delete;
+    NoStacks& operator=(const NoStacks&) = delete;
+    ~NoStacks() {
+        pthread_setattr_default_np(&previous);
+        pthread_attr_destroy(&previous);
+    }
+
+  private:
+    pthread_attr_t previous;
+};
+
+}  // namespace test
+}  // namespace com_tesk
+
+#endif
