@@ -1,0 +1,387 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/CSClient.h"
+#include "comms/CSMutex.h"
+#include "comms/CSThread.h"
+#include "comms/CSUseCount.h"
+#include "comms/ThreadSafety.h"
+#include "message/Export.h"
+#include "message/RawMessage.h"
+
+namespace com_tesk {
+
+class CSCommsInterfaceTCP;
+
+/// The engine behind `CSClient`: one connection with its worker thread, the callback interfaces, and the tables of
+/// registered parameters. A derived protocol (`SimulatorProtocol`) says what the messages look like.
+///
+/// Operations that `CSClient` forwards here are described there; this header adds what a derived class and a reader of
+/// the engine need.
+///
+/// Locks, in the order in which one thread may take them:
+///   1. `connectionMutex`: held through every state change, and so through `connectionStateChanged`, the version
+///      request and the re-registration that a change to `STATE_READY` starts.
+///   2. `parameterMutex`: held while the tables are read or changed, and while the request that goes with the change
+///      is written.
+///   3. `namesMutex`, `callbackMutex`, `versionMutex`: each for a few instructions; nothing is called under them.
+///
+/// A write that fails under one of the first two cannot close the connection there and then: that takes the first,
+/// and sleeps. The close is owed, and is carried out on the same thread once it holds neither (engine/EngineLocks.h).
+///
+/// An object of a derived class may be deleted as soon as `getState` gives `STATE_DISCONNECTED` and no other thread is
+/// inside one of its operations.
+class CSCLIENT_EXPORT CSClientProtocol {
+  public:
+    /// Sent with every publish request and passed through unchanged.
+    enum PublishMode : std::uint32_t { PUBLISH_DEFAULT = 0 };
+
+    /// The id of a parameter that the host has not confirmed.
+    static constexpr std::uint32_t kUnassignedId = 0xFFFFF;
+
+    /// Names must be shorter than this: 31 characters and a terminating zero fill a name field.
+    static constexpr std::size_t kMaxParameterNameLength = 32;
+
+    /// One input. The first three fields are its definition.
+    struct InputParameterEntry {
+        std::string name;
+        CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;
+        std::uint32_t subscriptionMode = 0;
+        std::uint32_t serverId = kUnassignedId;  ///< The host's id, once it has confirmed the subscription.
+
+        static InputParameterEntry of(const CSClient::InputDef& definition) {
+            return {definition.name, definition.type, definition.subscriptionMode, kUnassignedId};
+        }
+        CSClient::InputDef definition() const { return {name, type, subscriptionMode}; }
+    };
+
+    /// One output.
+    struct OutputParameterEntry {
+        std::string name;
+        CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;
+        std::uint32_t serverId = kUnassignedId;  ///< The host's id, once it has confirmed the registration.
+        bool published = false;                  ///< Whether a value was ever published.
+        CSClient::Value value = {0.0F};          ///< The last published value.
+
+        static OutputParameterEntry of(const CSClient::OutputDef& definition) {
+            return {definition.name, definition.type, kUnassignedId, false, {0.0F}};
+        }
+        CSClient::OutputDef definition() const { return {name, type}; }
+    };
+
+    explicit CSClientProtocol(unsigned int options);
+    CSClientProtocol(const CSClientProtocol&) = delete;
+    CSClientProtocol& operator=(const CSClientProtocol&) = delete;
+
+    /// Neither closes the connection nor waits for it to end: the owner sees to `STATE_DISCONNECTED` first. Waits for
+    /// the last instructions of a worker that has already announced that state.
+    virtual ~CSClientProtocol();
+
+    /// @name What a derived protocol fills in
+    /// The order of the virtual operations is part of the interface.
+    /// @{
+
+    /// Handles the body of one received frame. Worker thread, no lock held.
+    virtual void handleReceivedMessage(const RawMessage& message) = 0;
+
+    /// What the engine itself does on a change of state, after the callbacks: `STATE_CONNECTED` moves on to
+    /// `STATE_READY`; `STATE_READY` requests the version and registers everything again; `STATE_DISCONNECTED` forgets
+    /// every parameter.
+    virtual void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState)
+        CSCLIENT_REQUIRES(connectionMutex);
+
+    virtual int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count)
+        CSCLIENT_EXCLUDES(parameterMutex);
+    virtual int unregisterInputParameters(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
+
+    /// Asks the host for its version; the answer arrives as a message.
+    /// @return as `sendMessage`.
+    virtual int requestSimulatorVersion() = 0;
+
+    /// @name Request senders
+    /// Each sends one request for the batch, in its order. They are called with `parameterMutex` held, which guards the
+    /// entries; those are read only and not kept.
+    /// @return 0 sent, or the batch is empty, or there is no connection; 2 the write failed.
+    /// @{
+    virtual int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
+    virtual int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
+    virtual int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
+    virtual int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
+    virtual int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) = 0;
+    /// @}
+    /// @}
+
+    /// @name Queries
+    /// None blocks.
+    /// @{
+    unsigned int getOptions() const;
+    bool hasOptions(unsigned int mask) const;
+    /// While the worker announces `STATE_DISCONNECTED`, its callbacks already see that state and every other thread
+    /// still sees `STATE_DISCONNECTING`, so that whoever sees the end may rely on it.
+    CSClient::State getState() const;
+    std::string getServerVersion() const;
+    unsigned int getProtocolVersion() const;
+    std::string getServerIPAddress() const;
+    unsigned int getServerPort() const;
+    /// @}
+
+    /// @name Connection (engine/Connection.cpp)
+    /// Not to be called by code that a state change has called: they take `connectionMutex`.
+    /// @{
+
+    /// Replaces the transport; only in `STATE_DISCONNECTED`.
+    /// @return true: the engine owns `newComms` and has deleted the old transport. False, when it is null or the state
+    ///         is another: the caller keeps it.
+    bool changeCommsInterface(CSCommsInterfaceTCP* newComms) CSCLIENT_EXCLUDES(connectionMutex);
+
+    int openConnection(unsigned int address, unsigned int port, const CSClient::ConnectionOptions* options)
+        CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Ends the connection after a failure: with `OPTION_AUTO_RECONNECT` it goes back to connecting and sleeps one
+    /// second on the calling thread, otherwise it is `forceCloseConnection`.
+    void closeConnection() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Requests the end of the connection; the worker carries it out. Does nothing when it has ended or is ending.
+    void forceCloseConnection() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// One connection attempt. Worker thread.
+    /// @return 0 connected; 2 not, and `closeConnection` has been called.
+    int startConnection() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// The worker's routine: runs the connection of the engine in `engine` until it ends.
+    /// @return null.
+    static void* mainThread(void* engine);
+
+    /// Blocks until a change of state that is under way is complete; not when it is this thread that makes it.
+    void waitForStateChange() const;
+
+    /// Changes the state and tells the callback interfaces, then `handleConnectionStateChange`. Does nothing when it is
+    /// the state already.
+    void setState(CSClient::State newState) CSCLIENT_REQUIRES(connectionMutex);
+    /// @}
+
+    /// @name Frames (engine/Framing.cpp)
+    /// @{
+
+    /// Sends a copy of `message` in a frame, with one write. Any thread; takes no lock unless the write fails.
+    /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed, and the connection is closed as soon as this
+    ///         thread holds no engine lock; 3 the message's type is `RawMessage::INVALID`, nothing sent.
+    unsigned int sendMessage(const RawMessage& message);
+
+    /// Reads and checks one frame header. Worker thread.
+    /// @param[out] type        the frame's message type; unchanged when the result is false.
+    /// @param[out] bodyLength  the bytes that follow. When the result is false it is unchanged, or the frame length
+    ///                         that was refused.
+    /// @return false when nothing has arrived within the transport's time-out, or after an error, which has closed the
+    ///         connection.
+    bool readMessageHeader(RawMessage::Type& type, unsigned int& bodyLength) CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Reads at most one frame and has its body handled. Worker thread. Blocks for one second when nothing arrives; in
+    /// the middle of a frame it waits for ever.
+    void receiveMessage() CSCLIENT_EXCLUDES(connectionMutex);
+    /// @}
+
+    /// @name Callback interfaces (engine/Callbacks.cpp)
+    /// The integer results are the status of releasing `callbackMutex`: 0, or 2 when that failed.
+    /// @{
+    unsigned int addCallbackInterface(CSClient::CallbackIface* callbackInterface) CSCLIENT_EXCLUDES(callbackMutex);
+    int removeCallbackInterface(CSClient::CallbackIface* callbackInterface) CSCLIENT_EXCLUDES(callbackMutex);
+    bool hasCallbackInterface(CSClient::CallbackIface* callbackInterface) const CSCLIENT_EXCLUDES(callbackMutex);
+    int getNumCallbackInterfaces() const CSCLIENT_EXCLUDES(callbackMutex);
+    int getCallbackInterfaces(std::set<CSClient::CallbackIface*>& out) const CSCLIENT_EXCLUDES(callbackMutex);
+    /// @}
+
+    /// @name Parameter tables (engine/ParameterTables.cpp)
+    /// The flag asks for confirmed parameters only. Counting goes by the ids that the host has given, looking up by the
+    /// entry's own id.
+    /// @{
+    unsigned int getNumberOfInputParameters(bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
+    unsigned int getNumberOfOutputParameters(bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
+    /// Parameters minus confirmed ids; negative when ids of earlier connections are counted.
+    int getNumberOfInputParametersWaitingForConfirmation() const CSCLIENT_EXCLUDES(parameterMutex);
+    int getNumberOfOutputParametersWaitingForConfirmation() const CSCLIENT_EXCLUDES(parameterMutex);
+    bool hasInputParameter(const std::string& name, bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
+    bool hasOutputParameter(const std::string& name, bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
+
+    /// Forgets every parameter without telling the host.
+    void unregisterAllLocalParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    /// @}
+
+    /// @name Registration (engine/InputRegistration.cpp, engine/OutputRegistration.cpp)
+    /// @{
+
+    /// Lists the names without `parameterMutex`, on purpose: a request that is being written does not hold the listing
+    /// up. What another thread registers meanwhile may stay.
+    void unregisterAllInputParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    int registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count)
+        CSCLIENT_EXCLUDES(parameterMutex);
+    int unregisterOutputParameters(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
+    /// As `unregisterAllInputParameters`.
+    void unregisterAllOutputParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    /// @}
+
+    /// @name Re-registration (engine/Reregistration.cpp)
+    /// Deliberately different: inputs are rebuilt from their definitions and wait for fresh ids; outputs are sent again
+    /// as they are, with ids, values and confirmations kept.
+    /// @{
+    void reregisterAllInputParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    void reregisterAllOutputParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    /// @}
+
+    /// @name Publishing (engine/Publishing.cpp)
+    /// @{
+    int publishParameters(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode)
+        CSCLIENT_EXCLUDES(parameterMutex);
+    bool findPublishedParameter(const std::string& name, CSClient::Parameter& parameter) const
+        CSCLIENT_EXCLUDES(parameterMutex);
+    void getAllPublishedParameters(std::vector<CSClient::Parameter>& parameters) const
+        CSCLIENT_EXCLUDES(parameterMutex);
+    /// @}
+
+  protected:
+    class ConnectionLock;
+    class ParameterLock;
+    using CallbackList = std::vector<CSClient::CallbackIface*>;
+
+    bool isSilent() const { return hasOptions(CSClient::OPTION_SILENT); }
+
+    /// The transport. Outside `connectionMutex` only for the worker, and for senders counted in `senders` that have
+    /// seen a connected state: it changes in `STATE_DISCONNECTED` only, when there is no worker and after those
+    /// senders.
+    CSCommsInterfaceTCP& transport() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return *comms; }
+
+    /// The interfaces to notify, in ascending pointer order. Allocates nothing.
+    std::shared_ptr<const CallbackList> callbacksToNotify() const CSCLIENT_EXCLUDES(callbackMutex);
+
+    /// Calls `notify(interface)` for each interface, with no lock taken meanwhile.
+    template <typename Notify>
+    void notifyCallbacks(const Notify& notify) const {
+        const std::shared_ptr<const CallbackList> interfaces = callbacksToNotify();
+        for (CSClient::CallbackIface* const callbackInterface : *interfaces) {
+            notify(*callbackInterface);
+        }
+    }
+
+    /// What stands for no connection where one is expected by number.
+    static constexpr std::uint32_t kNoConnection = 0;
+
+    /// Carries out the close of a connection on which a write has failed, as soon as this thread holds no engine lock;
+    /// nothing if that connection has ended meanwhile.
+    void closeAfterFailedWrite(std::uint32_t failedConnection);
+
+    /// Whether this thread owes the close of the connection: until it is carried out, nothing more is sent.
+    bool owesClose() const;
+
+    /// `closeConnection`, but when `onlyConnection` is a connection's number, for that one alone.
+    void closeOrReconnect(std::uint32_t onlyConnection) CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// The state change of `forceCloseConnection`.
+    void beginDisconnecting() CSCLIENT_REQUIRES(connectionMutex);
+
+    /// Gives the connection that now stands its number.
+    void countConnection() CSCLIENT_REQUIRES(connectionMutex);
+
+    /// The worker's loop and its end.
+    void runWorker() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// One turn of the loop, by the state; false when there is nothing left to do.
+    bool takeTurn() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Sends every registration again, when there are any.
+    void reregisterAllParameters() CSCLIENT_EXCLUDES(parameterMutex);
+
+    /// Takes back, as waiting, the inputs that memory did not suffice to register again: moves what is not in the table
+    /// from `oldInputs` to it. Allocates nothing.
+    void restoreInputs(std::map<std::string, InputParameterEntry*>& oldInputs) CSCLIENT_EXCLUDES(parameterMutex);
+
+    /// The second half of `receiveMessage`.
+    /// @return false after an error, which has closed the connection.
+    bool readBody(unsigned int bodyLength, RawMessage& message) CSCLIENT_EXCLUDES(connectionMutex);
+    /// Reports a failed read, unless silent, and closes the connection.
+    void failRead(std::initializer_list<std::string_view> line) CSCLIENT_EXCLUDES(connectionMutex);
+
+    void storeServerVersion(std::string version);
+
+    std::vector<std::string> inputNames() const;
+    std::vector<std::string> outputNames() const;
+
+    // Changed under connectionMutex, read by any thread without it.
+
+    std::atomic<std::uint32_t> serverAddress{0};
+    std::atomic<std::uint32_t> serverPort{0};
+
+    // Constant after construction.
+
+    const unsigned int options;
+
+    // Worker thread only, once it runs; before that under connectionMutex.
+
+    CSClient::ConnectionOptions connectionOptions CSCLIENT_GUARDED_BY(connectionMutex);
+
+    // What the host has reported about itself: written by the worker, read by any thread.
+
+    std::string serverVersion CSCLIENT_GUARDED_BY(versionMutex);
+    std::atomic<std::uint32_t> protocolVersion{0};
+
+    mutable CSMutex connectionMutex;
+    mutable CSMutex callbackMutex;
+    mutable CSMutex parameterMutex;
+
+    /// Guards the set of keys of `inputsByName` and `outputsByName` beside `parameterMutex`: a change takes both, a
+    /// reader of names alone takes this one.
+    mutable CSMutex namesMutex;
+    mutable CSMutex versionMutex;
+
+    // Changed under connectionMutex, read by any thread without it.
+
+    std::atomic<CSClient::State> state{CSClient::STATE_DISCONNECTED};
+    /// The worker while it announces the end, otherwise 0.
+    std::atomic<pthread_t> announcingEnd{0};
+    /// Counts the connections; never `kNoConnection`.
+    std::atomic<std::uint32_t> connectionNumber{kNoConnection + 1};
+
+    // Guarded by connectionMutex.
+
+    /// Owned; never null outside construction and destruction.
+    CSCommsInterfaceTCP* comms CSCLIENT_GUARDED_BY(connectionMutex);
+    /// Created and killed under the lock, so that an old worker never ends a new one.
+    CSThread workerThread CSCLIENT_GUARDED_BY(connectionMutex);
+    /// The connection whose close the holder of the lock owes, or `kNoConnection`.
+    std::uint32_t closeOwedByConnectionHolder CSCLIENT_GUARDED_BY(connectionMutex) = kNoConnection;
+
+    // Guarded by callbackMutex.
+
+    std::set<CSClient::CallbackIface*> callbacks CSCLIENT_GUARDED_BY(callbackMutex);
+    /// `callbacks` as a list that notifiers share; replaced, never changed.
+    std::shared_ptr<const CallbackList> callbackList CSCLIENT_GUARDED_BY(callbackMutex);
+
+    // Guarded by parameterMutex, together with every field of every entry.
+
+    /// Every input, confirmed or not. Owns the entries.
+    std::map<std::string, InputParameterEntry*> inputsByName CSCLIENT_GUARDED_BY(parameterMutex);
+    /// The inputs that the host has confirmed, by its ids.
+    std::map<std::uint32_t, std::string> inputNamesById CSCLIENT_GUARDED_BY(parameterMutex);
+    /// Every output, confirmed or not. Owns the entries.
+    std::map<std::string, OutputParameterEntry*> outputsByName CSCLIENT_GUARDED_BY(parameterMutex);
+    /// The ids under which the host has confirmed outputs. Ids of earlier connections deliberately stay, also after
+    /// their output is gone: the pointers are never followed.
+    std::map<std::uint32_t, OutputParameterEntry*> outputsById CSCLIENT_GUARDED_BY(parameterMutex);
+    /// The connection whose close the holder of the lock owes, or `kNoConnection`.
+    std::uint32_t closeOwedByParameterHolder CSCLIENT_GUARDED_BY(parameterMutex) = kNoConnection;
+
+    /// Threads that are handing a frame to the transport.
+    CSUseCount senders;
+};
+
+}  // namespace com_tesk

@@ -1,0 +1,58 @@
+#include "engine/EngineLocks.h"
+
+#include <utility>
+
+namespace com_tesk {
+
+CSClientProtocol::ConnectionLock::ConnectionLock(CSClientProtocol& lockedEngine) : engine(lockedEngine) {
+    engine.connectionMutex.lock();
+}
+
+// The analysis does not connect the member `engine` with the constructor's argument, here and below.
+CSClientProtocol::ConnectionLock::~ConnectionLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    const std::uint32_t owed = std::exchange(engine.closeOwedByConnectionHolder, kNoConnection);
+    engine.connectionMutex.unlock();
+    if (owed != kNoConnection) {
+        engine.closeAfterFailedWrite(owed);
+    }
+}
+
+CSClientProtocol::ParameterLock::ParameterLock(CSClientProtocol& lockedEngine) : engine(lockedEngine) {
+    engine.parameterMutex.lock();
+}
+
+CSClientProtocol::ParameterLock::~ParameterLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    const std::uint32_t owed = std::exchange(engine.closeOwedByParameterHolder, kNoConnection);
+    engine.parameterMutex.unlock();
+    if (owed != kNoConnection) {
+        engine.closeAfterFailedWrite(owed);
+    }
+}
+
+void CSClientProtocol::closeAfterFailedWrite(std::uint32_t failedConnection) {
+    if (parameterMutex.isHeldByThisThread()) {
+        parameterMutex.assertHeld();
+        closeOwedByParameterHolder = failedConnection;
+    } else if (connectionMutex.isHeldByThisThread()) {
+        connectionMutex.assertHeld();
+        closeOwedByConnectionHolder = failedConnection;
+    } else {
+        closeOrReconnect(failedConnection);
+    }
+}
+
+bool CSClientProtocol::owesClose() const {
+    if (parameterMutex.isHeldByThisThread()) {
+        parameterMutex.assertHeld();
+        if (closeOwedByParameterHolder != kNoConnection) {
+            return true;
+        }
+    }
+    if (connectionMutex.isHeldByThisThread()) {
+        connectionMutex.assertHeld();
+        return closeOwedByConnectionHolder != kNoConnection;
+    }
+    return false;
+}
+
+}  // namespace com_tesk

@@ -1,0 +1,169 @@
+// Frames: one message out, one message in.
+
+#include <cerrno>
+#include <new>
+
+#include "comms/CSCommsInterfaceTCP.h"
+#include "comms/Diagnostics.h"
+#include "engine/CSClientProtocol.h"
+#include "message/FrameLayout.h"
+
+namespace com_tesk {
+
+using diagnostics::Decimal;
+
+namespace {
+
+constexpr unsigned int kSent = 0;
+constexpr unsigned int kNotConnected = 1;
+constexpr unsigned int kWriteFailed = 2;
+constexpr unsigned int kInvalidMessage = 3;
+
+constexpr int kStreamClosed = 0;
+constexpr int kReceiveTimeout = -2;
+
+bool isConnected(CSClient::State state) {
+    return state == CSClient::STATE_CONNECTED || state == CSClient::STATE_READY;
+}
+
+RawMessage::Type typeOfKind(unsigned int kind) {
+    switch (kind) {
+        case frame::kKindData:
+            return RawMessage::DATA;
+        case frame::kKindControl:
+            return RawMessage::CONTROL;
+        default:
+            return RawMessage::INVALID;
+    }
+}
+
+}  // namespace
+
+unsigned int CSClientProtocol::sendMessage(const RawMessage& message) {
+    static const unsigned char sHeader[frame::kHeaderLength] = {
+        0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+    };
+
+    // Until an owed close is carried out, the connection counts as closed already.
+    if (!isConnected(state) || owesClose()) {
+        return kNotConnected;
+    }
+
+    RawMessage wholeFrame(message.getType());
+    wholeFrame.reserve(frame::kHeaderLength + message.size());
+    wholeFrame.insert(wholeFrame.end(), sHeader, sHeader + frame::kHeaderLength);
+    wholeFrame.insert(wholeFrame.end(), message.begin(), message.end());
+    switch (message.getType()) {
+        case RawMessage::DATA:
+            // The strict guard of writeAt leaves a body of eight bytes or less as it was built.
+            wholeFrame.writeAt(frame::kBodyLengthOffset, static_cast<unsigned int>(message.size()));
+            break;
+        case RawMessage::CONTROL:
+            wholeFrame.writeAt(frame::kKindOffset, frame::kKindControl);
+            wholeFrame.writeAt(frame::kSubKindOffset, frame::kSubKindControl);
+            wholeFrame.writeAt(frame::kEndMarkOffset, frame::kEndMarkControl);
+            break;
+        case RawMessage::INVALID:
+            return kInvalidMessage;
+    }
+    wholeFrame.writeAt(frame::kFrameLengthOffset, static_cast<unsigned int>(wholeFrame.size()));
+
+    int written = -1;
+    std::uint32_t writtenTo = kNoConnection;
+    {
+        // Counted first, looked second: whoever replaces the transport waits for those it still counts.
+        const CSUseCount::Use sending(senders);
+        if (!isConnected(state)) {
+            return kNotConnected;
+        }
+        writtenTo = connectionNumber;
+        written = transport().writeMessage(wholeFrame);
+    }
+    if (written >= 0 && static_cast<std::size_t>(written) == wholeFrame.size()) {
+        return kSent;
+    }
+    const int error = errno;
+    if (!isSilent()) {
+        diagnostics::error({"Error writing to server (", Decimal(error), ") "});
+    }
+    closeAfterFailedWrite(writtenTo);
+    return kWriteFailed;
+}
+
+bool CSClientProtocol::readMessageHeader(RawMessage::Type& type, unsigned int& bodyLength) {
+    RawMessage header(RawMessage::DATA);
+    const int received = transport().readMessage(frame::kHeaderLength, header);
+    if (received == kReceiveTimeout) {
+        return false;
+    }
+    if (received == kStreamClosed) {
+        failRead({"Connection closed by server."});
+        return false;
+    }
+    if (received < 0) {
+        // Deliberately goes on: the header as the transport left it is refused below, with its own line and close.
+        failRead({"Read error (", Decimal(errno), "). Closing connection."});
+    } else if (static_cast<unsigned int>(received) < frame::kHeaderLength) {
+        failRead({"Read error (bytes read ", Decimal(received), "). Closing connection."});
+        return false;
+    }
+
+    if (header.getDoubleWord(frame::kHeaderLengthOffset) != frame::kHeaderLength) {
+        failRead({"Invalid header data received. Closing connection."});
+        return false;
+    }
+    bodyLength = header.getDoubleWord(frame::kFrameLengthOffset);
+    // An empty body is refused too, deliberately.
+    if (bodyLength <= frame::kHeaderLength) {
+        failRead({"Invalid message data received (", Decimal(bodyLength), "). Closing connection."});
+        return false;
+    }
+    bodyLength -= frame::kHeaderLength;
+    type = typeOfKind(header.getDoubleWord(frame::kKindOffset));
+    return true;
+}
+
+void CSClientProtocol::receiveMessage() {
+    try {
+        RawMessage::Type type = RawMessage::INVALID;
+        unsigned int bodyLength = 0;
+        if (!readMessageHeader(type, bodyLength)) {
+            return;
+        }
+        RawMessage message(type);
+        if (readBody(bodyLength, message)) {
+            handleReceivedMessage(message);
+        }
+    } catch (const std::bad_alloc&) {
+        // The frame is lost, so the connection is: what it would have confirmed is registered again on the next one.
+        failRead({"EXIT: Read error."});
+    }
+}
+
+bool CSClientProtocol::readBody(unsigned int bodyLength, RawMessage& message) {
+    unsigned int receivedBytes = 0;
+    while (receivedBytes < bodyLength) {
+        const int received = transport().readMessage(bodyLength - receivedBytes, message);
+        if (received > 0) {
+            receivedBytes += static_cast<unsigned int>(received);
+        } else if (received == kStreamClosed) {
+            failRead({"EXIT: Connection closed by server."});
+            return false;
+        } else if (errno != EAGAIN) {
+            failRead({"EXIT: Read error."});
+            return false;
+        }
+        // Otherwise nothing arrived within the receive time-out, and the read is repeated, as often as it takes.
+    }
+    return true;
+}
+
+void CSClientProtocol::failRead(std::initializer_list<std::string_view> line) {
+    if (!isSilent()) {
+        diagnostics::error(line);
+    }
+    closeConnection();
+}
+
+}  // namespace com_tesk

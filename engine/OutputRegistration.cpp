@@ -1,0 +1,38 @@
+// Registering and unregistering outputs.
+
+#include "engine/CSClientProtocol.h"
+#include "engine/EngineLocks.h"
+#include "engine/RegistrationBatch.h"
+
+namespace com_tesk {
+
+int CSClientProtocol::registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count) {
+    if (count == 0) {
+        return 0;
+    }
+    const ParameterLock lock(*this);
+    std::vector<OutputParameterEntry*> batch;
+    if (!registration::enter(definitions, count, isSilent(), checks::reportInvalidOutputType, outputsByName, namesMutex,
+                             batch)) {
+        return checks::kRefused;
+    }
+    return sendOutputSubscriptionRequest(batch);
+}
+
+int CSClientProtocol::unregisterOutputParameters(const std::vector<std::string>& names) {
+    if (names.empty()) {
+        return 0;
+    }
+    const ParameterLock lock(*this);
+    const int result = sendOutputUnsubscriptionRequest(registration::find(names, outputsByName));
+    if (registration::isUnregistered(result)) {
+        registration::forget(names, outputsByName, outputsById, namesMutex);
+    }
+    return result;
+}
+
+void CSClientProtocol::unregisterAllOutputParameters() {
+    unregisterOutputParameters(outputNames());
+}
+
+}  // namespace com_tesk

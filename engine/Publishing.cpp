@@ -1,0 +1,79 @@
+// Publishing values of outputs, and reading back what was published.
+
+#include "comms/CSLockGuard.h"
+#include "engine/CSClientProtocol.h"
+#include "engine/EngineLocks.h"
+#include "engine/RegistrationChecks.h"
+
+namespace com_tesk {
+
+namespace {
+
+/// Any type but `TYPE_INT` is read as a float.
+CSClient::ParameterType readableType(CSClient::ParameterType type) {
+    return type == CSClient::TYPE_INT ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
+}
+
+}  // namespace
+
+int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode) {
+    if (count == 0) {
+        return 0;
+    }
+    const ParameterLock lock(*this);
+
+    // Everything is checked before anything is stored: all or nothing, deliberately unlike registration.
+    std::vector<OutputParameterEntry*> batch;
+    batch.reserve(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        const CSClient::Parameter& parameter = parameters[i];
+        void (*report)(const std::string&) = nullptr;
+        if (parameter.type == CSClient::TYPE_UNDEFINED) {
+            report = checks::reportInvalidSubscriptionType;
+        } else if (checks::isTooLong(parameter.name)) {
+            report = checks::reportTooLong;
+        } else {
+            const auto found = outputsByName.find(parameter.name);
+            if (found != outputsByName.end()) {
+                batch.push_back(found->second);
+                continue;
+            }
+            report = checks::reportUnknown;
+        }
+        if (!isSilent()) {
+            report(parameter.name);
+        }
+        return checks::kRefused;
+    }
+
+    for (unsigned int i = 0; i < count; ++i) {
+        batch[i]->value = parameters[i].value;
+        batch[i]->published = true;
+    }
+    return sendParameterPublishRequest(batch, mode);
+}
+
+bool CSClientProtocol::findPublishedParameter(const std::string& name, CSClient::Parameter& parameter) const {
+    const CSLockGuard lock(parameterMutex);
+    const auto found = outputsByName.find(name);
+    if (found == outputsByName.end()) {
+        return false;
+    }
+    parameter.name = name;
+    // The caller's type, not the output's, says how to read the value.
+    parameter.type = readableType(parameter.type);
+    parameter.value = found->second->value;
+    return true;
+}
+
+void CSClientProtocol::getAllPublishedParameters(std::vector<CSClient::Parameter>& parameters) const {
+    const CSLockGuard lock(parameterMutex);
+    // Appends, on purpose: what the caller has gathered so far is kept.
+    parameters.reserve(parameters.size() + outputsByName.size());
+    for (const auto& nameAndEntry : outputsByName) {
+        const OutputParameterEntry& entry = *nameAndEntry.second;
+        parameters.push_back({entry.name, entry.value, readableType(entry.type), 0});
+    }
+}
+
+}  // namespace com_tesk

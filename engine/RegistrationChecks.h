@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+namespace com_tesk {
+
+/// What registration and publishing refuse a record for, and the lines that say so on standard error.
+namespace checks {
+
+/// The result of an operation that refuses an argument.
+constexpr int kRefused = 3;
+
+/// Whether a name does not fit a name field with its terminating zero.
+bool isTooLong(const std::string& name);
+
+/// For inputs and, deliberately in the same words, for published records.
+void reportInvalidSubscriptionType(const std::string& name);
+void reportInvalidOutputType(const std::string& name);
+void reportTooLong(const std::string& name);
+void reportAlreadyRegistered(const std::string& name);
+void reportRequestedTwice(const std::string& name);
+void reportUnknown(const std::string& name);
+
+}  // namespace checks
+}  // namespace com_tesk

@@ -1,0 +1,79 @@
+#include "tests/engine/parameters/Allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace com_tesk {
+namespace test {
+
+namespace {
+
+constexpr int kUnlimited = -1;
+
+thread_local int allocationsLeft = kUnlimited;
+thread_local FailingAllocations::Kind failureKind = FailingAllocations::ONE;
+thread_local bool allocationFailed = false;
+thread_local std::atomic<int>* allocationCounter = nullptr;
+
+/// Whether the next allocation of this thread is to succeed.
+bool grantAllocation() {
+    if (allocationCounter != nullptr) {
+        ++*allocationCounter;
+    }
+    if (allocationsLeft == kUnlimited) {
+        return true;
+    }
+    if (allocationsLeft > 0) {
+        --allocationsLeft;
+        return true;
+    }
+    allocationFailed = true;
+    if (failureKind == FailingAllocations::ONE) {
+        allocationsLeft = kUnlimited;
+    }
+    return false;
+}
+
+}  // namespace
+
+FailingAllocations::FailingAllocations(int granted, Kind kind) {
+    allocationFailed = false;
+    failureKind = kind;
+    allocationsLeft = granted;
+}
+
+FailingAllocations::~FailingAllocations() {
+    allocationsLeft = kUnlimited;
+}
+
+bool FailingAllocations::haveFailed() const {
+    return allocationFailed;
+}
+
+CountedAllocations::CountedAllocations(std::atomic<int>& counter) {
+    allocationCounter = &counter;
+}
+
+CountedAllocations::~CountedAllocations() {
+    allocationCounter = nullptr;
+}
+
+}  // namespace test
+}  // namespace com_tesk
+
+void* operator new(std::size_t size) {
+    if (com_tesk::test::grantAllocation()) {
+        if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
+            return memory;
+        }
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
