@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The bodies of the simulator protocol's messages. Offsets count from the start of the body, which follows the 32 bytes
+// of frame header. All words are big-endian and 32 bits wide, but for the message code.
+//
+// Every body begins with the sub-header, and every body but the update's goes on with the simulator word:
+//
+//   offset  0    1    2       4             8    9    10         12                        16
+//          +----+----+-------+-------------+----+----+----------+-------------------------+------
+//          | 04 | 02 | 7F FF | body length | 00 | 7F | message  | simulator id << 16      | ...
+//          |    |    |       |             |    |    | code     |                         |
+//          +----+----+-------+-------------+----+----+----------+-------------------------+------
+//
+//   code    message                        from     body from offset 16
+//   00 01   input subscription             client   count, records of 44: rate, rate, integer flag, name[32]
+//   00 02   output registration            client   count, records of 40: 1200, integer flag, name[32]
+//   00 03   publication                    client   mode, count, records of 12: id, integer flag, value
+//   00 04   input unsubscription           client   count, ids
+//   00 05   output unregistration          client   count, ids
+//   00 06   version request                client   0
+//   01 01   input subscription confirmed   host     count, records of 52: id, -[8], integer flag, value, name[32]
+//   01 02   output registration confirmed  host     count, records of 48: id, -[12], name[32]
+//   00 03   update                         host     -[4], count, records of 12: id, integer flag, value
+//   01 06   version                        host     version text[128], protocol version, status
+//
+// Names and texts are padded with zero bytes; one that fills its field has none.
+
+namespace com_tesk {
+namespace layout {
+
+constexpr unsigned int kSubHeaderLength = 12;
+constexpr unsigned int kMessageCodeOffset = 10;
+constexpr unsigned int kSimulatorWordOffset = 12;
+/// The simulator id stands in the upper half of the simulator word.
+constexpr unsigned int kSimulatorIdShift = 16;
+
+constexpr unsigned int kProtocol = 4;
+constexpr unsigned int kSubprotocol = 2;
+
+constexpr std::size_t kNameLength = 32;
+
+/// The response to a request, by the 16-bit message code; requests differ in the last byte of their templates.
+constexpr unsigned int kInputSubscriptionConfirmed = 0x0101;
+constexpr unsigned int kOutputRegistrationConfirmed = 0x0102;
+constexpr unsigned int kUpdate = 0x0003;
+constexpr unsigned int kVersion = 0x0106;
+
+/// Where a confirmation holds its count and its records.
+constexpr unsigned int kCountOffset = 16;
+constexpr unsigned int kRecordsOffset = 20;
+
+namespace input_confirmation {
+constexpr unsigned int kRecordLength = 52;
+constexpr unsigned int kId = 0;
+constexpr unsigned int kIntegerFlag = 12;
+constexpr unsigned int kValue = 16;
+constexpr unsigned int kName = 20;
+}  // namespace input_confirmation
+
+namespace output_confirmation {
+constexpr unsigned int kRecordLength = 48;
+constexpr unsigned int kId = 0;
+constexpr unsigned int kName = 16;
+}  // namespace output_confirmation
+
+namespace update {
+constexpr unsigned int kUpdateCountOffset = 20;
+constexpr unsigned int kUpdateRecordsOffset = 24;
+constexpr unsigned int kRecordLength = 12;
+constexpr unsigned int kId = 0;
+constexpr unsigned int kIntegerFlag = 4;
+constexpr unsigned int kValue = 8;
+}  // namespace update
+
+namespace version {
+constexpr unsigned int kTextOffset = 16;
+constexpr std::size_t kTextLength = 128;
+constexpr unsigned int kProtocolVersionOffset = 144;
+constexpr unsigned int kStatusOffset = 148;
+/// The one status that is acted on.
+constexpr unsigned int kAccepted = 1;
+}  // namespace version
+
+/// The records of a body that announces `announced` of them: never more than fit whole.
+constexpr unsigned int wholeRecords(std::size_t bodySize, std::size_t firstOffset, std::size_t recordLength,
+                                    unsigned int announced) {
+    const std::size_t fitting = bodySize < firstOffset ? 0 : (bodySize - firstOffset) / recordLength;
+    return announced < fitting ? announced : static_cast<unsigned int>(fitting);
+}
+
+}  // namespace layout
+}  // namespace com_tesk

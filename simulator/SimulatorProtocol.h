@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include "engine/CSClientProtocol.h"
+#include "message/Export.h"
+
+namespace com_tesk {
+
+/// The protocol that a simulation host speaks: the six requests, and what the host sends. The bytes are drawn in
+/// simulator/MessageLayout.h.
+class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
+  public:
+    /// Simulator ids are smaller than this.
+    static constexpr unsigned int kSimulatorIdLimit = 0x8000;
+
+    /// @param simulatorId  stored as it is, deliberately without the test that `setSimulatorId` makes.
+    SimulatorProtocol(unsigned int simulatorId, unsigned int options);
+    ~SimulatorProtocol() override;
+
+    /// The id that requests carry: the constructor's, until it is set or the host assigns another. Any thread.
+    unsigned int getSimulatorId() const;
+
+    /// Changes the id from the next request on; sends nothing. Any thread.
+    /// @return 0, or 3 when `id` is 32768 or more, and the old id stays.
+    int setSimulatorId(unsigned int id);
+
+    /// Hands a message to its handler, by its message code. What is foreign, malformed or unknown is dropped silently.
+    void handleReceivedMessage(const RawMessage& message) override;
+
+    /// @name Requests (simulator/Requests.cpp)
+    /// @{
+    int requestSimulatorVersion() override;
+    int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
+    int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
+    int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
+    int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
+    int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) override;
+    /// @}
+
+    /// @name Handlers
+    /// Worker thread, no lock held. Reading stops at the first record that does not fit whole.
+    /// @{
+
+    /// Stores what the host says of itself. A new simulator id has every parameter registered again.
+    void handleSimulatorVersionResponse(const RawMessage& message);
+    /// Confirms inputs, and passes on their current values.
+    void handleSubscribeResponse(const RawMessage& message);
+    /// Confirms outputs, and publishes again those that were published before.
+    void handlePublishResponse(const RawMessage& message);
+    /// Passes on new values of inputs.
+    void handleSimulatorUpdate(const RawMessage& message);
+    /// @}
+
+  protected:
+    /// Sends the current values of those of the named outputs that still are registered and published.
+    void publishAgain(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
+
+    /// An empty request: the sub-header and the simulator word.
+    RawMessage beginRequest(const unsigned char (&subHeader)[12]) const;
+
+    /// Sends a batch's request. Without a connection it deliberately counts as sent: the next connection registers
+    /// everything again.
+    int sendBatchRequest(const RawMessage& request);
+
+    template <typename Entry>
+    int sendUnregistration(const unsigned char (&subHeader)[12], const std::vector<Entry*>& entries);
+
+    /// Written by the worker and by `setSimulatorId`, read by any thread.
+    std::atomic<std::uint32_t> simulatorId;
+};
+
+}  // namespace com_tesk

@@ -1,0 +1,56 @@
+#include "tests/simulator/HostMessages.h"
+
+#include "tests/support/Hex.h"
+
+namespace com_tesk {
+namespace test {
+
+namespace {
+
+std::string withRecords(std::string body, const std::vector<std::string>& records) {
+    for (const std::string& record : records) {
+        body += ' ' + record;
+    }
+    return body;
+}
+
+}  // namespace
+
+std::string inputConfirmation(unsigned int announced, const std::vector<std::string>& records) {
+    return withRecords("04 02 A1 A2 A3 A4 A5 A6 A7 A8 01 01 B1 B2 B3 B4 " + hexWord(announced), records);
+}
+
+std::string confirmedInput(unsigned int id, unsigned int flag, const std::string& valueHex, const std::string& name) {
+    return hexWord(id) + " C1 C2 C3 C4 C5 C6 C7 C8 " + hexWord(flag) + ' ' + valueHex + ' ' + hexField(name);
+}
+
+std::string outputConfirmation(unsigned int announced, const std::vector<std::string>& records) {
+    return withRecords("04 02 A1 A2 A3 A4 A5 A6 A7 A8 01 02 B1 B2 B3 B4 " + hexWord(announced), records);
+}
+
+std::string confirmedOutput(unsigned int id, const std::string& name) {
+    return hexWord(id) + " D1 D2 D3 D4 D5 D6 D7 D8 D9 DA DB DC " + hexField(name);
+}
+
+std::string update(unsigned int announced, const std::vector<std::string>& records) {
+    return withRecords("04 02 A1 A2 A3 A4 A5 A6 A7 A8 00 03 B1 B2 B3 B4 B5 B6 B7 B8 " + hexWord(announced), records);
+}
+
+std::string updated(unsigned int id, unsigned int flag, const std::string& valueHex) {
+    return hexWord(id) + ' ' + hexWord(flag) + ' ' + valueHex;
+}
+
+std::string versionResponse(unsigned int simulatorWord, const std::string& text, unsigned int protocolVersion,
+                            unsigned int status) {
+    return "04 02 A1 A2 A3 A4 A5 A6 A7 A8 01 06 " + hexWord(simulatorWord) + ' ' + hexField(text, 128) + ' ' +
+           hexWord(protocolVersion) + ' ' + hexWord(status);
+}
+
+std::string firstBytes(const std::string& bodyHex, std::size_t length) {
+    Bytes bytes = hex(bodyHex);
+    bytes.resize(length);
+    return hexText(bytes);
+}
+
+}  // namespace test
+}  // namespace com_tesk
