@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+
+namespace com_tesk::host {
+
+/// A value that can only be reached with its lock held: the compiler sees to it, on every compiler.
+/// Functions handed in run under the lock and must be short, must not call back into the same
+/// Guarded, and must not return references into the value. Any thread may call anything here.
+template <class T>
+class Guarded {
+  public:
+    template <class Function>
+    auto read(Function function) const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return function(m_value);
+    }
+
+    /// Like read(), but may change the value; whoever waits looks again afterwards.
+    template <class Function>
+    auto change(Function function) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        // In front of the change, yet never too early: a waiter cannot look before the lock is free.
+        m_changed.notify_all();
+        return function(m_value);
+    }
+
+    /// Blocks until the condition holds, at most for `limit`. @return whether it holds.
+    template <class Condition>
+    bool waitUntil(Condition condition, std::chrono::milliseconds limit) const {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, limit, [&] { return condition(m_value); });
+    }
+
+  private:
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    T m_value;  // guarded by m_mutex
+};
+
+}  // namespace com_tesk::host

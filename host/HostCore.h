@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/Bytes.h"
+#include "host/FrameReader.h"
+#include "host/HostEvent.h"
+#include "host/HostOptions.h"
+#include "host/HostState.h"
+#include "host/Registrations.h"
+#include "host/Replies.h"
+#include "host/Requests.h"
+
+namespace com_tesk::host {
+
+/// Where the core's replies, updates and reports go. Called from inside the core's operations: an
+/// implementation must not call the core back, not even to remove a client that cannot be sent to.
+class HostOutlet {
+  public:
+    virtual void send(ClientNumber client, Bytes frame) = 0;
+    virtual void report(HostEvent event) = 0;  ///< the outlet adds the time
+
+  protected:
+    ~HostOutlet() = default;
+};
+
+/// What the host does with a request: the sessions of its clients, and the fan-out of values to subscribers. Each
+/// event is reported before anything of it can be noticed, on the wire or in `state`. No socket, thread or clock.
+/// One thread at a time; `state` is what other threads may look at meanwhile.
+class HostCore {
+  public:
+    /// `options`, `state` and `outlet` must outlive the core. Puts the initial values into the state.
+    HostCore(const HostOptions& options, SharedState& state, HostOutlet& outlet);
+
+    void addClient(ClientNumber client);
+
+    /// Forgets the client and all it registered; the values that it published stay.
+    void removeClient(ClientNumber client);
+
+    /// Serves one frame of a client that was added and not removed.
+    void handle(ClientNumber client, const Frame& frame);
+
+    /// Stores a value and sends it to every subscriber, as if it had been published.
+    void setValue(const std::string& name, HostValue value);
+
+  private:
+    struct Session {
+        ClientNumber number = 0;
+        std::optional<std::uint16_t> simulatorId;  // what the last request carried
+        IdSource ids;
+        Registrations inputs;
+        Registrations outputs;
+    };
+    /// One update message per client and request, however many of its values the request changed.
+    using Updates = std::map<ClientNumber, std::vector<InputUpdate>>;
+
+    void serve(Session& session, const VersionRequest& request);
+    void serve(Session& session, const SubscribeInputs& request);
+    void serve(Session& session, const RegisterOutputs& request);
+    void serve(Session& session, const UnsubscribeInputs& request);
+    void serve(Session& session, const UnregisterOutputs& request);
+    void serve(Session& session, const Publish& request);
+    void serve(Session& session, const BadRequest& request);
+
+    void noteSimulatorId(Session& session, std::uint16_t id);
+    /// The stored value; 0 of the input's own type when there is none.
+    HostValue currentValue(const Registration& input) const;
+    void subscribe(const Session& session, const Registration& input);
+    void unsubscribe(const Session& session, const Registration& input);
+    void store(const std::string& name, HostValue value, Updates& updates);
+    void sendUpdates(const Updates& updates);
+    void reportName(HostEvent::Kind kind, const Session& session, const Registration& registration,
+                    std::optional<HostValue> value = std::nullopt);
+    void reportText(HostEvent::Kind kind, const Session& session, std::string text, std::uint32_t id = 0);
+
+    const HostOptions& m_options;
+    SharedState& m_state;
+    HostOutlet& m_outlet;
+    std::map<ClientNumber, Session> m_sessions;
+};
+
+}  // namespace com_tesk::host
