@@ -1,0 +1,289 @@
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "message/Export.h"
+
+namespace com_tesk {
+
+class CSClientProtocol;
+class RawMessage;
+
+/// A client of a simulation host: opens a connection, registers outputs to publish and inputs to receive, publishes
+/// values and hears of everything through callbacks. `SimClient` is the one to create.
+///
+/// Registrations are remembered. After a lost connection (with `OPTION_AUTO_RECONNECT`) the client registers
+/// everything again by itself and sends the last published values; closing on purpose forgets every registration.
+///
+/// Results. Operations that return an `int` give 0 for success, 2 for a failure (a connection that is not closed, a
+/// failed write), 3 for a refused argument; a line on standard error says more, unless `OPTION_SILENT` is set. Without
+/// a connection, registering and publishing succeed: they take effect at the host when the connection is up.
+///
+/// Threads. Every operation may be called from any thread, also inside callbacks, except where `CallbackIface` says
+/// otherwise. Construction and destruction are the owner's: no other thread may be inside an operation by then.
+///
+/// Blocking. Registering, unregistering and publishing write to the socket on the calling thread: they block while the
+/// socket's send buffer is full, for at most 30 seconds, and other operations on parameters wait for them. When a write
+/// fails and `OPTION_AUTO_RECONNECT` is set, the operation also sleeps one second, holding no lock. The `wait...`
+/// operations and `close` sleep whole seconds.
+///
+/// Memory. When memory runs out, `std::bad_alloc` reaches the caller; each operation says what is then kept.
+class CSCLIENT_EXPORT CSClient {
+  public:
+    /// The state of the connection. The numbers are part of the interface.
+    enum State : std::uint32_t {
+        STATE_DISCONNECTED = 0,   ///< No connection, and nobody working on one. Entering it forgets every registration.
+        STATE_CONNECTING = 1,     ///< Waits for the host to accept: the first attempt or a retry, once a second.
+        STATE_CONNECTED = 2,      ///< The host has accepted. Followed by `STATE_READY` at once.
+        STATE_DISCONNECTING = 3,  ///< Waits for the worker to close the connection.
+        STATE_READY = 4,          ///< Requests are sent and values arrive; waits for the connection to end.
+        STATE_RECONNECTING = 5,   ///< The connection was lost. Followed by `STATE_CONNECTING` at once.
+    };
+
+    /// How the 32 bits of a value are read. Any number but 0 can be stored; what is not 2 is handled as a float.
+    using ParameterType = std::uint32_t;
+    static constexpr ParameterType TYPE_UNDEFINED = 0;  ///< Refused by registration and publishing.
+    static constexpr ParameterType TYPE_FLOAT = 1;      ///< IEEE 754 single precision.
+    static constexpr ParameterType TYPE_INT = 2;        ///< Two's-complement signed integer.
+
+    /// Connect again after a failed attempt or a lost connection, once a second, for ever. Without it any failure ends
+    /// in `STATE_DISCONNECTED`.
+    static constexpr unsigned int OPTION_AUTO_RECONNECT = 1;
+
+    /// Print no diagnostics. Two kinds of line are printed all the same: socket options that the system refuses while
+    /// connecting, and a new simulator id assigned by the host.
+    static constexpr unsigned int OPTION_SILENT = 2;
+
+    struct ConnectionOptions {
+        std::uint32_t receiveBufferSize = 0;  ///< Socket receive buffer in bytes; 0 leaves the system's default.
+        std::uint32_t sendBufferSize = 0;     ///< Socket send buffer in bytes; 0 leaves the system's default.
+    };
+
+    /// An input to subscribe to.
+    struct InputDef {
+        std::string name;  ///< At most 31 characters; compared byte for byte.
+        ParameterType type = TYPE_UNDEFINED;
+        /// 1, 2 and 3 ask for the host's rate codes 12000, 0 and 120000; any other number is accepted and asks for 0.
+        std::uint32_t subscriptionMode = 0;
+    };
+
+    /// An output to publish.
+    struct OutputDef {
+        std::string name;  ///< At most 31 characters; compared byte for byte.
+        ParameterType type = TYPE_UNDEFINED;
+    };
+
+    /// 32 bits that a type says how to read. They are copied unchanged and never converted.
+    union Value {
+        float asFloat;
+        std::int32_t asInt;
+    };
+
+    /// A named value.
+    struct Parameter {
+        std::string name;
+        Value value = {0.0F};
+        ParameterType type = TYPE_UNDEFINED;
+        std::uint32_t reserved = 0;  ///< 0 in every record that the library makes; never read.
+    };
+
+    /// What an application implements to hear of events. The application owns the object and keeps it alive while it is
+    /// added; the library never deletes one.
+    ///
+    /// Threads. Values and confirmations come on the client's worker thread. State changes come on the thread that
+    /// makes them: the worker, or the application's thread inside `open`, `close` or a failed write. Two calls may run
+    /// at once on different threads. While a callback runs on the worker, nothing is received.
+    ///
+    /// What a callback may do. All of them may register, unregister, publish, query, and add or remove interfaces,
+    /// themselves included; such a change takes effect from the next event. An interface that another thread removes
+    /// may still get the call that is under way, so do not destroy it at once. A callback must not destroy the client
+    /// and must not throw. Every operation that sleeps or waits in a callback on the worker delays everything that the
+    /// worker does: waiting there for a confirmation or a state is waiting in vain.
+    ///
+    /// `connectionStateChanged` runs under the lock of the connection: it must not `open` or `close` the same client,
+    /// nor wait for another thread that does. The other three run under no lock.
+    class CallbackIface {
+      public:
+        virtual ~CallbackIface() = default;
+
+        /// The connection's state has changed. `getConnectionState` already gives `newState` here.
+        virtual void connectionStateChanged(State oldState, State newState) = 0;
+
+        /// New values of inputs have arrived: first those that came with a confirmation, possibly none, then
+        /// those of each update, in the host's order. The types are the host's, not those registered.
+        virtual void inputParametersUpdated(const std::vector<Parameter>& parameters) = 0;
+
+        /// The host has confirmed outputs, possibly none that are known. Comes before the last published values of
+        /// these outputs are sent again.
+        virtual void outputParametersConfirmed(const std::vector<OutputDef>& outputs) = 0;
+
+        /// The host has confirmed inputs, possibly none that are known. `inputParametersUpdated` with their current
+        /// values follows on the same interface at once.
+        virtual void inputParametersConfirmed(const std::vector<InputDef>& inputs) = 0;
+    };
+
+    /// Installs no engine: a subclass does, and only then is the object usable.
+    /// @param options  for the subclass's engine; not looked at here.
+    explicit CSClient(unsigned int options);
+    CSClient(const CSClient&) = delete;
+    CSClient& operator=(const CSClient&) = delete;
+
+    /// Closes the connection, waits for `STATE_DISCONNECTED` without limit, in whole seconds, and deletes the engine.
+    /// A connect under way can hold it up for 30 seconds, a host that stalls in the middle of a message for ever.
+    virtual ~CSClient();
+
+    /// @name Connection
+    /// @{
+
+    /// Starts connecting, on a worker thread, and returns at once.
+    /// @param address  IPv4, in network order.
+    /// @param port     TCP port; only its low 16 bits count.
+    /// @param options  copied; null means defaults.
+    /// @return 0 started; 2 the state is not `STATE_DISCONNECTED`, or no thread could be started. After the latter the
+    ///         client is stuck in `STATE_CONNECTING` or `STATE_DISCONNECTING` and its destructor waits for ever.
+    virtual int open(unsigned int address, unsigned int port, const ConnectionOptions* options);
+
+    /// As above, with a dotted address. Text that is no address is passed on as 255.255.255.255.
+    int open(const char* address, unsigned int port, const ConnectionOptions* options);
+
+    /// Ends the connection and forgets every registration. Waits for the worker, in whole seconds, for at most two.
+    /// @return 0 when the connection is gone: the last callbacks have returned and the tables are empty. Otherwise the
+    ///         state still reached, usually `STATE_DISCONNECTING`; the worker goes on to end by itself.
+    virtual State close();
+
+    /// Sends one message in a frame, on the calling thread.
+    /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed and the connection has been closed; 3 the
+    ///         message's type is `RawMessage::INVALID`, nothing sent.
+    int sendMessage(const RawMessage& message);
+
+    /// Looks once a second, `seconds` times, and once more at the end.
+    /// A look that sees the state waits until the change to it is complete (every callback has returned, every request
+    /// that goes with it is written), except inside `connectionStateChanged`.
+    /// @return whether the state was seen. With 0 seconds it is a single look without sleeping.
+    bool waitForConnectionState(State wanted, unsigned int seconds) const;
+
+    /// @}
+    /// @name Queries
+    /// None blocks, but for those that count or look up parameters, which wait for a registration or publication that
+    /// is being written.
+    /// @{
+
+    unsigned int getOptions() const;
+    /// Whether every bit of `mask` is set; true for 0.
+    bool hasOptions(unsigned int mask) const;
+    State getConnectionState() const;
+    /// The host's version text, as last reported; "UNKNOWN" before.
+    std::string getServerVersion() const;
+    /// The host's protocol version, as last reported; 0 before.
+    unsigned int getProtocolVersion() const;
+    /// Dotted; "0.0.0.0" after a close.
+    std::string getServerIPAddress() const;
+    /// 0 after a close.
+    unsigned int getServerPort() const;
+    /// This library's version.
+    static const char* getClientVersion();
+
+    /// The ids under which the host has confirmed outputs. Ids of earlier connections stay counted, so after a
+    /// reconnection this can exceed the number of outputs.
+    int getNumberOfRegisteredOutputParameters() const;
+    /// Outputs minus confirmed ids: negative when ids of earlier connections are counted.
+    int getNumberOfUnregisteredOutputParameters() const;
+    int getNumberOfRegisteredInputParameters() const;
+    int getNumberOfUnregisteredInputParameters() const;
+    /// Whether the host has confirmed the output; after a reconnection, whether it ever had.
+    bool isOutputParameterRegistered(const std::string& name) const;
+    /// Whether the host has confirmed the input on this connection.
+    bool isInputParameterRegistered(const std::string& name) const;
+
+    /// @}
+    /// @name Outputs
+    /// @{
+
+    /// Registers outputs with one request, in the order given.
+    ///
+    /// Definitions are taken one by one. The first that is refused (type 0; a name of 32 or more characters; a name
+    /// already registered, or named again later in the same call) ends the call; those before it stay registered
+    /// locally and reach the host at the next connection. The same holds when memory runs out.
+    /// @return 0 sent, or remembered for the next connection; 2 the write failed (they stay registered locally);
+    ///         3 a definition was refused.
+    int registerOutputParameter(const OutputDef& definition);
+    int registerOutputParameters(const OutputDef* definitions, unsigned int count);
+    int registerOutputParameters(const std::vector<OutputDef>& definitions);
+
+    /// Looks at most `seconds` times, a second apart, whether every output is confirmed, and sleeps after the last look
+    /// too.
+    /// @return whether they were; always false for 0 seconds.
+    bool waitForOutputsToBeRegistered(unsigned int seconds) const;
+
+    /// Unregisters the outputs named, with one request, and forgets them. Unknown names are skipped.
+    /// @return 0 done; 2 the write failed and nothing is forgotten.
+    int unregisterOutputParameter(const std::string& name);
+    int unregisterOutputParameters(const std::vector<std::string>& names);
+    /// @throw std::length_error  `count` is above 1,073,741,823.
+    int unregisterOutputParameters(const OutputDef* definitions, unsigned int count);
+    void unregisterAllOutputParameters();
+
+    /// @}
+    /// @name Inputs
+    /// As for outputs.
+    /// @{
+
+    int registerInputParameter(const InputDef& definition);
+    int registerInputParameters(const InputDef* definitions, unsigned int count);
+    int registerInputParameters(const std::vector<InputDef>& definitions);
+    bool waitForInputsToBeRegistered(unsigned int seconds) const;
+    int unregisterInputParameter(const std::string& name);
+    int unregisterInputParameters(const std::vector<std::string>& names);
+    /// @throw std::length_error  `count` is above 1,073,741,823.
+    int unregisterInputParameters(const InputDef* definitions, unsigned int count);
+    void unregisterAllInputParameters();
+
+    /// @}
+    /// @name Publishing
+    /// @{
+
+    /// Publishes new values of registered outputs with one request. All or nothing: when any record is refused (type 0;
+    /// a name that is too long or not registered), no stored value changes.
+    ///
+    /// A record's 32 bits are sent as they are, under the type that the output was registered with.
+    /// @param parameters  `count` records; read during the call only.
+    /// @return 0 sent, or stored for the next connection; 2 the write failed (the values stay stored and are sent when
+    ///         the outputs are next confirmed); 3 a record was refused.
+    int publishParameter(const Parameter& parameter);
+    int publishParameters(const Parameter* parameters, unsigned int count);
+    int publishParameters(const std::vector<Parameter>& parameters);
+
+    /// Reads back the value of an output, as last published, or 0.
+    /// @param[in,out] out  its `type` says how to read the value: 2 as an integer, anything else as a float, and then
+    ///                     it becomes 1. `reserved` stays as it is. Untouched when the result is false.
+    /// @return whether the output is registered.
+    bool findPublishedParameter(const std::string& name, Parameter& out) const;
+
+    /// Appends one record per registered output, published or not, in ascending name order.
+    void getAllPublishedParameters(std::vector<Parameter>& out) const;
+
+    /// @}
+    /// @name Callbacks
+    /// @{
+
+    /// @return 1 added; 0 it was there already, or it is null.
+    unsigned int addCallbackInterface(CallbackIface* callbackInterface);
+    /// @return 0, also when it was not there.
+    int removeCallbackInterface(CallbackIface* callbackInterface);
+    bool hasCallbackInterface(CallbackIface* callbackInterface);
+    int getNumCallbackInterfaces() const;
+    /// Replaces the contents of `out`.
+    /// @return 0.
+    int getCallbackInterfaces(std::set<CallbackIface*>& out);
+
+    /// @}
+
+  protected:
+    /// Owned; constant once the subclass has been constructed.
+    CSClientProtocol* engine;
+};
+
+}  // namespace com_tesk
