@@ -325,7 +325,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     const unsigned int options;
 
-    // Worker thread only, once it runs; before that under connectionMutex.
+    // Guarded by connectionMutex.
 
     CSClient::ConnectionOptions connectionOptions CSCLIENT_GUARDED_BY(connectionMutex);
 
