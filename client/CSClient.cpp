@@ -1,5 +1,6 @@
 #include "client/CSClient.h"
 
+#include <chrono>
 #include <limits>
 #include <stdexcept>
 
@@ -77,26 +78,32 @@ CSClient::State CSClient::close() {
     return engine->getState();
 }
 
+bool CSClient::changeCommsInterface(CSCommsInterfaceTCP* transport) {
+    return engine->changeCommsInterface(transport);
+}
+
 int CSClient::sendMessage(const RawMessage& message) {
     return static_cast<int>(engine->sendMessage(message));
 }
 
 bool CSClient::waitForConnectionState(State wanted, unsigned int seconds) const {
-    const auto isReached = [this, wanted] {
-        if (engine->getState() != wanted) {
-            return false;
-        }
-        // What comes next must not overtake the requests that a change to STATE_READY sends.
-        engine->waitForStateChange();
-        return engine->getState() == wanted;
-    };
+    // What the caller does next must not overtake the requests that a change to STATE_READY sends.
+    constexpr std::chrono::seconds kLongestChange{kLookAgainSeconds};
     for (unsigned int look = 0; look < seconds; ++look) {
-        if (isReached()) {
-            return true;
+        if (engine->getState() == wanted) {
+            if (!engine->waitForStateChange(kLongestChange)) {
+                continue;  // That was this look's second.
+            }
+            if (engine->getState() == wanted) {
+                return true;
+            }
         }
         sleepWholeSeconds(kLookAgainSeconds);
     }
-    return isReached();
+    if (engine->getState() == wanted) {
+        engine->waitForStateChange(kLongestChange);
+    }
+    return engine->getState() == wanted;
 }
 
 unsigned int CSClient::getOptions() const {

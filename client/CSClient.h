@@ -10,6 +10,7 @@
 namespace com_tesk {
 
 class CSClientProtocol;
+class CSCommsInterfaceTCP;
 class RawMessage;
 
 /// A client of a simulation host: opens a connection, registers outputs to publish and inputs to receive, publishes
@@ -154,6 +155,11 @@ class CSCLIENT_EXPORT CSClient {
     ///         state still reached, usually `STATE_DISCONNECTING`; the worker goes on to end by itself.
     virtual State close();
 
+    /// Replaces the transport; only in `STATE_DISCONNECTED`. `CSCommsInterfaceTCPBuffered` is the one to give.
+    /// @return true: the client owns `transport` now and has deleted the old one. False, when it is null or the state is
+    ///         another: the caller keeps it.
+    bool changeCommsInterface(CSCommsInterfaceTCP* transport);
+
     /// Sends one message in a frame, on the calling thread.
     /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed and the connection has been closed; 3 the
     ///         message's type is `RawMessage::INVALID`, nothing sent.
@@ -161,8 +167,8 @@ class CSCLIENT_EXPORT CSClient {
 
     /// Looks once a second, `seconds` times, and once more at the end.
     /// A look that sees the state waits until the change to it is complete (every callback has returned, every request
-    /// that goes with it is written), except inside `connectionStateChanged`.
-    /// @return whether the state was seen. With 0 seconds it is a single look without sleeping.
+    /// that goes with it is written), for at most a second, except inside `connectionStateChanged`.
+    /// @return whether the state was seen. With 0 seconds it is a single look.
     bool waitForConnectionState(State wanted, unsigned int seconds) const;
 
     /// @}

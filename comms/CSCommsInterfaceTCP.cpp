@@ -97,6 +97,8 @@ bool CSCommsInterfaceTCP::openConnection(const char* address, unsigned int port)
     return openConnection(convertIPAddressToOctet(address), port);
 }
 
+void CSCommsInterfaceTCP::setInterrupted(bool /*interrupted*/) {}
+
 bool CSCommsInterfaceTCP::configureSocket(int descriptor) const {
     // Programs that the application starts must not keep the connection open behind its back.
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);

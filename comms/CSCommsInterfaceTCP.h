@@ -63,6 +63,12 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     ///         the options say `quiet`; no socket is open then.
     virtual bool openConnection(unsigned int address, unsigned int port);
 
+    /// Tells the transport that its connection is being given up (true) or that a new one may be made (false). A
+    /// transport that can then ends every wait that is under way, and lets none begin, so that nobody waits for a host
+    /// that says nothing. This one deliberately does nothing: its waits end by their own time-outs. Any thread; never
+    /// blocks.
+    virtual void setInterrupted(bool interrupted);
+
     /// As the numeric form, with a dotted address. Text that is no address is taken as 255.255.255.255.
     bool openConnection(const char* address, unsigned int port);
 

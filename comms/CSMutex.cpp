@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <ctime>
 
 namespace com_tesk {
 
@@ -27,13 +28,30 @@ CSMutex::~CSMutex() {
     pthread_mutex_destroy(&mutex);
 }
 
-// The analysis cannot see that the system's mutex is the capability itself, here and in unlock.
+// The analysis cannot see that the system's mutex is the capability itself, here and below.
 unsigned int CSMutex::lock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     const int result = pthread_mutex_lock(&mutex);
     if (result == 0) {
         holder.store(pthread_self(), std::memory_order_relaxed);
     }
     return lockStatus(result);
+}
+
+bool CSMutex::lockWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    // By looking again and again: the system's own timed lock goes by the clock that an unattended board sets.
+    constexpr timespec kLookAgain{0, 1'000'000};
+    if (isHeldByThisThread()) {
+        return false;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    while (pthread_mutex_trylock(&mutex) != 0) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        nanosleep(&kLookAgain, nullptr);
+    }
+    holder.store(pthread_self(), std::memory_order_relaxed);
+    return true;
 }
 
 unsigned int CSMutex::unlock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {

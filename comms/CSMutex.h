@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 
 #include "comms/ThreadSafety.h"
 #include "message/Export.h"
@@ -22,6 +23,11 @@ class CSCLIENT_EXPORT CSCLIENT_CAPABILITY("mutex") CSMutex {
     /// Blocks until the mutex is held.
     /// @return 0 locked; 1 the system said that it is busy; 2 any other error.
     unsigned int lock() CSCLIENT_ACQUIRE();
+
+    /// As `lock`, but waits at most `longest`, looking once a millisecond. False at once when it is this thread that
+    /// holds the mutex.
+    /// @return whether the mutex is now held.
+    bool lockWithin(std::chrono::milliseconds longest) CSCLIENT_TRY_ACQUIRE(true);
 
     /// @return 0 unlocked; 2 any error.
     unsigned int unlock() CSCLIENT_RELEASE();

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <initializer_list>
 #include <map>
@@ -153,6 +154,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void closeConnection() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Requests the end of the connection; the worker carries it out. Does nothing when it has ended or is ending.
+    /// Blocks for at most a tenth of a second and what the callbacks take: when a change of state under way takes longer,
+    /// or it is this thread that makes it, the request is noted and carried out as soon as that is complete.
     void forceCloseConnection() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// One connection attempt. Worker thread.
@@ -163,8 +166,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @return null.
     static void* mainThread(void* engine);
 
-    /// Blocks until a change of state that is under way is complete; not when it is this thread that makes it.
-    void waitForStateChange() const;
+    /// Blocks until a change of state that is under way is complete, at most for `longest`; not when it is this thread
+    /// that makes it.
+    /// @return whether it is.
+    bool waitForStateChange(std::chrono::milliseconds longest) const CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Changes the state and tells the callback interfaces, then `handleConnectionStateChange`. Does nothing when it is
     /// the state already.
@@ -289,6 +294,12 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// The state change of `forceCloseConnection`.
     void beginDisconnecting() CSCLIENT_REQUIRES(connectionMutex);
 
+    /// Notes that the connection is to be closed, and ends the transport's waits. Takes no lock.
+    void requestClose();
+
+    /// Carries out a request to close, unless somebody holds the lock: then the holder does, after releasing it.
+    void closeIfRequested() CSCLIENT_EXCLUDES(connectionMutex);
+
     /// Gives the connection that now stands its number.
     void countConnection() CSCLIENT_REQUIRES(connectionMutex);
 
@@ -382,6 +393,11 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     /// Threads that are handing a frame to the transport.
     CSUseCount senders;
+
+    /// Set by any thread counted in `closeRequesters`, taken back under connectionMutex.
+    std::atomic<bool> isCloseRequested{false};
+    /// Threads that are noting a request to close.
+    CSUseCount closeRequesters;
 };
 
 }  // namespace com_tesk

@@ -1,5 +1,6 @@
 // The life of a connection: opening, the worker thread, losing and closing, and every change of state.
 
+#include <chrono>
 #include <new>
 
 #include "comms/CSCommsInterfaceTCP.h"
@@ -19,6 +20,9 @@ constexpr int kFailed = 2;
 /// Between connection attempts, and after a loss.
 constexpr unsigned int kRetrySeconds = 1;
 
+/// How long closing waits for a change of state under way. What takes longer is stuck in a write or in a callback.
+constexpr std::chrono::milliseconds kLongestStateChange{100};
+
 }  // namespace
 
 int CSClientProtocol::openConnection(unsigned int address, unsigned int port,
@@ -28,6 +32,10 @@ int CSClientProtocol::openConnection(unsigned int address, unsigned int port,
         if (state != CSClient::STATE_DISCONNECTED) {
             return kFailed;
         }
+        // Requests of before are for the connection that has ended.
+        closeRequesters.waitUntilUnused();
+        isCloseRequested = false;
+        comms->setInterrupted(false);
         setState(CSClient::STATE_CONNECTING);
         serverAddress = address;
         serverPort = port;
@@ -47,8 +55,13 @@ int CSClientProtocol::openConnection(unsigned int address, unsigned int port,
 }
 
 void CSClientProtocol::forceCloseConnection() {
-    const ConnectionLock lock(*this);
-    beginDisconnecting();
+    if (connectionMutex.lockWithin(kLongestStateChange)) {
+        const ConnectionLock lock(*this, ConnectionLock::ADOPT);
+        beginDisconnecting();
+    } else {
+        requestClose();
+        closeIfRequested();
+    }
 }
 
 void CSClientProtocol::beginDisconnecting() {
@@ -58,6 +71,7 @@ void CSClientProtocol::beginDisconnecting() {
     setState(CSClient::STATE_DISCONNECTING);
     serverAddress = 0;
     serverPort = 0;
+    comms->setInterrupted(true);
 }
 
 void CSClientProtocol::closeConnection() {
@@ -144,6 +158,7 @@ bool CSClientProtocol::changeCommsInterface(CSCommsInterfaceTCP* newComms) {
     }
     // A sender that saw the last connection may not have let go of its transport yet; that one is closed, so it will.
     senders.waitUntilUnused();
+    closeRequesters.waitUntilUnused();
     delete comms;
     comms = newComms;
     return true;
@@ -167,12 +182,13 @@ void CSClientProtocol::runWorker() {
         }
     }
 
-    const ConnectionLock lock(*this);
+    // Not a ConnectionLock: nobody may touch the engine once this lock is released.
+    const CSLockGuard lock(connectionMutex);
     comms->close();
     announcingEnd = pthread_self();
     setState(CSClient::STATE_DISCONNECTED);
     announcingEnd = 0;
-    // From here on the engine may be destroyed as soon as the lock is released. The thread's cancellation of itself
+    // The engine may be destroyed as soon as the lock is released. The thread's cancellation of itself
     // must not strike in what it still has to return from.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     workerThread.kill();
@@ -209,10 +225,15 @@ void CSClientProtocol::setState(CSClient::State newState) {
     handleConnectionStateChange(oldState, newState);
 }
 
-void CSClientProtocol::waitForStateChange() const {
-    if (!connectionMutex.isHeldByThisThread()) {
-        const CSLockGuard untilComplete(connectionMutex);
+bool CSClientProtocol::waitForStateChange(std::chrono::milliseconds longest) const {
+    if (connectionMutex.isHeldByThisThread()) {
+        return true;
     }
+    if (!connectionMutex.lockWithin(longest)) {
+        return false;
+    }
+    connectionMutex.unlock();
+    return true;
 }
 
 void CSClientProtocol::handleConnectionStateChange(CSClient::State /*oldState*/, CSClient::State newState) {

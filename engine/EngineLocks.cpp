@@ -1,6 +1,9 @@
 #include "engine/EngineLocks.h"
 
+#include <chrono>
 #include <utility>
+
+#include "comms/CSCommsInterfaceTCP.h"
 
 namespace com_tesk {
 
@@ -8,10 +11,13 @@ CSClientProtocol::ConnectionLock::ConnectionLock(CSClientProtocol& lockedEngine)
     engine.connectionMutex.lock();
 }
 
+CSClientProtocol::ConnectionLock::ConnectionLock(CSClientProtocol& lockedEngine, Adopt) : engine(lockedEngine) {}
+
 // The analysis does not connect the member `engine` with the constructor's argument, here and below.
 CSClientProtocol::ConnectionLock::~ConnectionLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     const std::uint32_t owed = std::exchange(engine.closeOwedByConnectionHolder, kNoConnection);
     engine.connectionMutex.unlock();
+    engine.closeIfRequested();
     if (owed != kNoConnection) {
         engine.closeAfterFailedWrite(owed);
     }
@@ -26,6 +32,24 @@ CSClientProtocol::ParameterLock::~ParameterLock() CSCLIENT_NO_THREAD_SAFETY_ANAL
     engine.parameterMutex.unlock();
     if (owed != kNoConnection) {
         engine.closeAfterFailedWrite(owed);
+    }
+}
+
+void CSClientProtocol::requestClose() {
+    // Counted first, looked second: a new connection begins only when nobody is left who saw the one before.
+    const CSUseCount::Use requesting(closeRequesters);
+    if (state != CSClient::STATE_DISCONNECTED) {
+        isCloseRequested = true;
+        transport().setInterrupted(true);
+    }
+}
+
+void CSClientProtocol::closeIfRequested() {
+    // Whoever has noted a request and then finds the lock held leaves it to the holder, who looks here after releasing.
+    while (isCloseRequested && connectionMutex.lockWithin(std::chrono::milliseconds(0))) {
+        isCloseRequested = false;
+        beginDisconnecting();
+        connectionMutex.unlock();
     }
 }
 
