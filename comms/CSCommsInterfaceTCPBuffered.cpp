@@ -59,6 +59,8 @@ bool waitUntilReady(int descriptor, short events, std::chrono::steady_clock::tim
 
 }  // namespace
 
+CSCommsInterfaceTCPBuffered::CSCommsInterfaceTCPBuffered() : CSCommsInterfaceTCPBuffered(Options()) {}
+
 CSCommsInterfaceTCPBuffered::CSCommsInterfaceTCPBuffered(const Options& initialOptions)
     : CSCommsInterfaceTCPBuffered(initialOptions, Bounds()) {}
 

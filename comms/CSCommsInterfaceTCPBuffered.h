@@ -55,7 +55,8 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
         std::size_t readAhead = 16U << 10U;
     };
 
-    /// With the default bounds.
+    /// With the default options and bounds.
+    CSCommsInterfaceTCPBuffered();
     explicit CSCommsInterfaceTCPBuffered(const Options& options);
     CSCommsInterfaceTCPBuffered(const Options& options, const Bounds& bounds);
     ~CSCommsInterfaceTCPBuffered() override;

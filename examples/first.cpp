@@ -1,4 +1,5 @@
 #include <client/SimClient.h>
+#include <comms/CSCommsInterfaceTCPBuffered.h>
 
 #include <iostream>
 
@@ -16,6 +17,7 @@ struct Printer : CSClient::CallbackIface {
 int main() {
     Printer printer;
     com_tesk::SimClient client(/*simulatorId=*/1, CSClient::OPTION_AUTO_RECONNECT);
+    client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);  // Whole frames and bounded waits.
     client.addCallbackInterface(&printer);
     client.registerOutputParameter({"altitude", CSClient::TYPE_FLOAT});
     client.registerInputParameter({"altitude", CSClient::TYPE_FLOAT, /*subscriptionMode=*/1});

@@ -49,6 +49,23 @@ TEST(ReadyWait, EndsWhenTheChangeIsCompleteAndNotBefore) {
     EXPECT_TRUE(seen.get());
 }
 
+TEST(ReadyWait, EndsAfterItsSecondsAlsoWhenTheChangeDoesNot) {
+    ScriptedHost host;
+    HoldingCallbacks heard;
+    SimClient client(1, CSClient::OPTION_SILENT);
+    client.addCallbackInterface(&heard);
+    ASSERT_EQ(client.open(ScriptedHost::address(), host.port(), nullptr), 0);
+    ASSERT_TRUE(heard.waitFor("state 2->4"));
+
+    auto seen =
+        std::async(std::launch::async, [&client] { return client.waitForConnectionState(CSClient::STATE_READY, 1); });
+    // A second for the look, and one for the last look, which then tells what it has seen.
+    EXPECT_EQ(seen.wait_for(milliseconds(1'900)), std::future_status::timeout);
+    EXPECT_EQ(seen.wait_for(milliseconds(5'000)), std::future_status::ready);
+    heard.release.set_value();
+    EXPECT_TRUE(seen.get());
+}
+
 TEST(ReadyWait, WhatIsRegisteredAfterItReachesTheHostOnceAndBehindTheVersionRequest) {
     ScriptedHost host;
     HoldingCallbacks heard;
