@@ -14,6 +14,19 @@ if(CSCLIENT_COVERAGE)
     add_compile_options(--coverage -fprofile-update=atomic)
     add_link_options(--coverage)
 endif()
+if(CSCLIENT_BUILD_FUZZERS)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR
+            "CSCLIENT_BUILD_FUZZERS needs Clang, which brings libFuzzer; this build's compiler is "
+            "${CMAKE_CXX_COMPILER_ID}. Use the preset: cmake --preset fuzz, or scripts/fuzz. A build with "
+            "CSCLIENT_BUILD_TESTS replays the corpora with any compiler.")
+    endif()
+    if(CSCLIENT_BUILD_TESTS)
+        message(FATAL_ERROR "CSCLIENT_BUILD_FUZZERS and CSCLIENT_BUILD_TESTS exclude each other: a fuzz target is "
+            "either a libFuzzer program or a test.")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 function(csclient_developer_flags target)
     if(CSCLIENT_WERROR)
