@@ -31,7 +31,9 @@ class RawMessage;
 /// fails and `OPTION_AUTO_RECONNECT` is set, the operation also sleeps one second, holding no lock. The `wait...`
 /// operations and `close` sleep whole seconds.
 ///
-/// Memory. When memory runs out, `std::bad_alloc` reaches the caller; each operation says what is then kept.
+/// Memory. When memory runs out, `std::bad_alloc` reaches the caller. Registration says what is then kept; publishing has
+/// stored all values or none; unregistering and adding an interface have changed nothing; a list that was asked for may
+/// hold a part. On the worker, the connection ends as after a read error.
 class CSCLIENT_EXPORT CSClient {
   public:
     /// The state of the connection. The numbers are part of the interface.
@@ -277,6 +279,7 @@ class CSCLIENT_EXPORT CSClient {
 
     /// @return 1 added; 0 it was there already, or it is null.
     unsigned int addCallbackInterface(CallbackIface* callbackInterface);
+    /// Needs no memory.
     /// @return 0, also when it was not there.
     int removeCallbackInterface(CallbackIface* callbackInterface);
     bool hasCallbackInterface(CallbackIface* callbackInterface);

@@ -257,7 +257,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
   protected:
     class ConnectionLock;
     class ParameterLock;
-    using CallbackList = std::vector<CSClient::CallbackIface*>;
+    using CallbackList = std::vector<std::atomic<CSClient::CallbackIface*>>;
 
     bool isSilent() const { return hasOptions(CSClient::OPTION_SILENT); }
 
@@ -273,8 +273,11 @@ class CSCLIENT_EXPORT CSClientProtocol {
     template <typename Notify>
     void notifyCallbacks(const Notify& notify) const {
         const std::shared_ptr<const CallbackList> interfaces = callbacksToNotify();
-        for (CSClient::CallbackIface* const callbackInterface : *interfaces) {
-            notify(*callbackInterface);
+        for (const std::atomic<CSClient::CallbackIface*>& entry : *interfaces) {
+            CSClient::CallbackIface* const callbackInterface = entry;
+            if (callbackInterface != nullptr) {
+                notify(*callbackInterface);
+            }
         }
     }
 
@@ -374,8 +377,9 @@ class CSCLIENT_EXPORT CSClientProtocol {
     // Guarded by callbackMutex.
 
     std::set<CSClient::CallbackIface*> callbacks CSCLIENT_GUARDED_BY(callbackMutex);
-    /// `callbacks` as a list that notifiers share; replaced, never changed.
-    std::shared_ptr<const CallbackList> callbackList CSCLIENT_GUARDED_BY(callbackMutex);
+    /// `callbacks` as a list that notifiers share. It is replaced, not changed; but when there is no memory for another
+    /// one, an interface that is removed becomes null in it.
+    std::shared_ptr<CallbackList> callbackList CSCLIENT_GUARDED_BY(callbackMutex);
 
     // Guarded by parameterMutex, together with every field of every entry.
 

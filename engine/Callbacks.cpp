@@ -1,7 +1,6 @@
 // The registry of callback interfaces.
 
-#include <algorithm>
-#include <utility>
+#include <new>
 
 #include "comms/CSLockGuard.h"
 #include "engine/CSClientProtocol.h"
@@ -18,7 +17,7 @@ unsigned int CSClientProtocol::addCallbackInterface(CSClient::CallbackIface* cal
         return 0;
     }
     try {
-        callbackList = std::make_shared<const CallbackList>(callbacks.begin(), callbacks.end());
+        callbackList = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
     } catch (...) {
         callbacks.erase(position);
         throw;
@@ -28,11 +27,18 @@ unsigned int CSClientProtocol::addCallbackInterface(CSClient::CallbackIface* cal
 
 int CSClientProtocol::removeCallbackInterface(CSClient::CallbackIface* callbackInterface) {
     CSLockGuard lock(callbackMutex);
-    if (callbacks.count(callbackInterface) != 0) {
-        auto remaining = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
-        remaining->erase(std::find(remaining->begin(), remaining->end(), callbackInterface));
-        callbackList = std::move(remaining);
-        callbacks.erase(callbackInterface);
+    if (callbacks.erase(callbackInterface) != 0) {
+        try {
+            callbackList = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
+        } catch (const std::bad_alloc&) {
+            // An object that is being destroyed must be able to remove itself whatever happens. Notifications under way
+            // then pass it over too.
+            for (std::atomic<CSClient::CallbackIface*>& entry : *callbackList) {
+                if (entry == callbackInterface) {
+                    entry = nullptr;
+                }
+            }
+        }
     }
     return static_cast<int>(lock.unlock());
 }
