@@ -104,8 +104,7 @@ bool Scene::waitFor(CSClient::State state) const {
         }
         poll(nullptr, 0, 1);
     }
-    engine.waitForStateChange();
-    return true;
+    return engine.waitForStateChange(std::chrono::seconds(30));
 }
 
 std::string Scene::state() const {
@@ -114,8 +113,8 @@ std::string Scene::state() const {
     all += "\ninputs:";
     for (const auto& nameAndEntry : engine.inputTable()) {
         const CSClientProtocol::InputParameterEntry& entry = *nameAndEntry.second;
-        all += ' ' + nameAndEntry.first + (entry.name == nameAndEntry.first ? "" : "!=" + entry.name) + ':' +
-               std::to_string(entry.type) + ':' + std::to_string(entry.subscriptionMode) + ':' +
+        all += ' ' + std::string(nameAndEntry.first) + (entry.name == nameAndEntry.first ? "" : "!=" + entry.name) +
+               ':' + std::to_string(entry.type) + ':' + std::to_string(entry.subscriptionMode) + ':' +
                std::to_string(entry.serverId);
     }
     all += "\ninput ids:";
@@ -125,9 +124,9 @@ std::string Scene::state() const {
     all += "\noutputs:";
     for (const auto& nameAndEntry : engine.outputTable()) {
         const CSClientProtocol::OutputParameterEntry& entry = *nameAndEntry.second;
-        all += ' ' + nameAndEntry.first + (entry.name == nameAndEntry.first ? "" : "!=" + entry.name) + ':' +
-               std::to_string(entry.type) + ':' + std::to_string(entry.serverId) + (entry.published ? ":p:" : ":") +
-               std::to_string(bitsOf(entry.value));
+        all += ' ' + std::string(nameAndEntry.first) + (entry.name == nameAndEntry.first ? "" : "!=" + entry.name) +
+               ':' + std::to_string(entry.type) + ':' + std::to_string(entry.serverId) +
+               (entry.published ? ":p:" : ":") + std::to_string(bitsOf(entry.value));
     }
     all += "\noutput ids:";
     for (const auto& idAndEntry : engine.outputIdTable()) {
