@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/reliability/HostileFixtures.h"
+#include "tests/reliability/LargestAllocation.h"
+#include "tests/reliability/Levels.h"
+#include "tests/reliability/Sanitizers.h"
+#include "tests/support/Hex.h"
+
+namespace com_tesk::test {
+namespace {
+
+constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
+
+/// The header of a data frame that announces so many bytes, itself included.
+Bytes headerOf(unsigned int frameLength) {
+    return hex(hexWord(frameLength) +
+               " 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
+}
+
+/// Frames that announce more than there is memory for. The standard transport asks for what is announced.
+class AnnouncedLength : public testing::TestWithParam<unsigned int> {
+  protected:
+    AnnouncedLength()
+        : host([](RudeHost::Guest& guest, int /*number*/) {
+              const Bytes header = headerOf(GetParam());
+              guest.send(header.data(), header.size());
+              guest.hold();
+          }) {}
+
+    RudeHost host;
+    const ClientKind standard = kClientKinds[0];
+    const AllocationsAtMost limit{64 * kMebibyte};
+};
+
+TEST_P(AnnouncedLength, BeyondMemoryEndsTheConnectionAndNotTheProcess) {
+    Victim victim(standard);
+    victim.client->registerOutputParameter({"OUT", CSClient::TYPE_FLOAT});
+    ASSERT_EQ(victim.open(host), 0);
+    ASSERT_TRUE(victim.heard.waitFor("state 3->0"));
+    EXPECT_EQ(victim.heard.states(), "0->1 1->2 2->4 4->3 3->0");
+    EXPECT_GE(limit.largestWanted(), GetParam() - 32);
+    EXPECT_TRUE(eventually([&victim] { return victim.isEmpty(); }));
+    expectAllQueriesAtOnce(*victim.client);
+}
+
+TEST_P(AnnouncedLength, BeyondMemoryWithReconnectIsFollowedByANewConnection) {
+    Victim victim(standard, CSClient::OPTION_AUTO_RECONNECT);
+    victim.client->registerOutputParameter({"KEPT", CSClient::TYPE_FLOAT});
+    ASSERT_EQ(victim.open(host), 0);
+    ASSERT_TRUE(victim.heard.waitFor("state 5->1", 2));
+    expectAllQueriesAtOnce(*victim.client);
+    EXPECT_EQ(victim.client->getNumberOfUnregisteredOutputParameters(), 1);
+    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, AnnouncedLength, testing::Values(0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU),
+                         [](const auto& tested) { return std::to_string(tested.param); });
+
+TEST(StalledBody, IsGivenBackWhenTheConnectionEnds) {
+    constexpr unsigned int kAnnounced = kMebibyte;
+    boundTheAllocator();
+    RudeHost host([](RudeHost::Guest& guest, int /*number*/) {
+        const Bytes header = headerOf(kAnnounced);
+        guest.send(header.data(), header.size());
+        guest.send(header.data(), 10);
+        guest.hold();
+    });
+    const AllocationsAtMost limit(64 * kMebibyte);
+    Victim victim(kClientKinds[0]);
+    const Levels before = Levels::now();
+    ASSERT_EQ(victim.open(host), 0);
+    ASSERT_TRUE(eventually([&limit] { return limit.largestWanted() >= kAnnounced - 32; }));
+    expectPublishingAtOnce(*victim.client, "OUT");
+    // Two seconds pass in here. With each second's read the standard transport adds the missing bytes once more.
+    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTING);
+    EXPECT_LE(limit.largestWanted(), 10 * kMebibyte);
+    host.leave();
+    ASSERT_TRUE(victim.heard.waitFor("state 3->0"));
+    EXPECT_EQ(growth(before, settledLevels(before)), "");
+}
+
+}  // namespace
+}  // namespace com_tesk::test

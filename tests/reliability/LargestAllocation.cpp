@@ -1,0 +1,81 @@
+#include "tests/reliability/LargestAllocation.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+
+std::atomic<std::size_t> limit{kUnlimited};
+std::atomic<std::size_t> largest{0};
+
+void* allocate(std::size_t size) noexcept {
+    const std::size_t allowed = limit;
+    if (allowed != kUnlimited) {
+        for (std::size_t known = largest; size > known && !largest.compare_exchange_weak(known, size);) {
+        }
+    }
+    return size > allowed ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+void* allocateOrThrow(std::size_t size) {
+    void* const memory = allocate(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+}  // namespace
+
+// The whole family: a member left out would hand memory of one allocator to another.
+void* operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return allocate(size);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
+    std::free(memory);
+}
+
+namespace com_tesk::test {
+
+AllocationsAtMost::AllocationsAtMost(std::size_t largestAllowed) {
+    largest = 0;
+    limit = largestAllowed;
+}
+
+AllocationsAtMost::~AllocationsAtMost() {
+    limit = kUnlimited;
+}
+
+std::size_t AllocationsAtMost::largestWanted() const {
+    return largest;
+}
+
+}  // namespace com_tesk::test

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+
+namespace com_tesk::test {
+
+/// Lets `operator new` throw std::bad_alloc on every thread for what is larger than the limit, from construction to
+/// destruction. Not nestable. Works under sanitizers too, where the address space cannot be limited.
+class AllocationsAtMost {
+  public:
+    explicit AllocationsAtMost(std::size_t largest);
+    AllocationsAtMost(const AllocationsAtMost&) = delete;
+    AllocationsAtMost& operator=(const AllocationsAtMost&) = delete;
+    ~AllocationsAtMost();
+
+    /// The largest that was asked for since construction, whether it was granted or not.
+    std::size_t largestWanted() const;
+};
+
+}  // namespace com_tesk::test
