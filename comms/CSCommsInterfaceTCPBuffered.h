@@ -45,9 +45,9 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
         /// How long the rest of a frame that does not fit the send buffer may take to leave. The base class's time.
         std::chrono::milliseconds writeTimeout{30'000};
 
-        /// Seconds after which a peer that has gone without a word is noticed, on an idle connection as well as on one
-        /// with bytes under way. From 3 on; 0 leaves it to the system, which takes hours. An idle connection costs a
-        /// packet and its answer every third of it.
+        /// Seconds within which a peer that has gone without a word is noticed, on an idle connection as well as on one
+        /// with bytes under way; one that is merely slow is not given up. At least 4; 0 leaves it to the system, which
+        /// takes hours. An idle connection costs a packet and its answer every quarter of it.
         unsigned int deadPeerSeconds = 9;
 
         /// Bytes read at once, ahead of what is asked for. 16 KiB hold hundreds of small frames, or one update of a
@@ -64,7 +64,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     /// Appends exactly `count` bytes to `message`, or nothing. Blocks for at most one second.
     /// @return `count`; -2 with EAGAIN when a second has passed and the bytes are not all there: what has arrived is
     ///         kept for the next call; 0 at the end of the stream; -1 with `errno` on an error: EMSGSIZE for more than
-    ///         a frame may hold, ETIMEDOUT after too long a silence in the middle of a frame, ECANCELED when
+    ///         a frame may hold, ETIMEDOUT after too long a silence in the middle of a frame or when the peer is gone, ECANCELED when
     ///         interrupted there, EBADF without a connection. `message` is unchanged unless the result is `count`.
     /// @throw std::bad_alloc  `message` is unchanged, and nothing that has arrived is lost.
     int readMessage(unsigned int count, RawMessage& message) override;
@@ -99,7 +99,10 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     /// The connected socket, or -1 with EBADF. For threads counted in `users`.
     int connectedSocket() const;
 
-    void limitDeadPeer(int descriptor) const;
+    /// Has the system ask a peer from which nothing comes whether it is there.
+    void askIdlePeer(int descriptor) const;
+    /// Whether bytes under way have not been acknowledged for too long.
+    bool isPeerGone(int descriptor) const;
     bool connectWithin(int descriptor, unsigned int address, unsigned int port) const;
 
     /// Whether another thread has closed or interrupted meanwhile.

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "tests/reliability/HostileFixtures.h"
 #include "tests/reliability/LargestAllocation.h"
@@ -30,12 +32,11 @@ class AnnouncedLength : public testing::TestWithParam<unsigned int> {
           }) {}
 
     RudeHost host;
-    const ClientKind standard = kClientKinds[0];
     const AllocationsAtMost limit{64 * kMebibyte};
 };
 
 TEST_P(AnnouncedLength, BeyondMemoryEndsTheConnectionAndNotTheProcess) {
-    Victim victim(standard);
+    Victim victim(kStandardClient);
     victim.client->registerOutputParameter({"OUT", CSClient::TYPE_FLOAT});
     ASSERT_EQ(victim.open(host), 0);
     ASSERT_TRUE(victim.heard.waitFor("state 3->0"));
@@ -46,13 +47,21 @@ TEST_P(AnnouncedLength, BeyondMemoryEndsTheConnectionAndNotTheProcess) {
 }
 
 TEST_P(AnnouncedLength, BeyondMemoryWithReconnectIsFollowedByANewConnection) {
-    Victim victim(standard, CSClient::OPTION_AUTO_RECONNECT);
+    Victim victim(kStandardClient, CSClient::OPTION_AUTO_RECONNECT);
     victim.client->registerOutputParameter({"KEPT", CSClient::TYPE_FLOAT});
     ASSERT_EQ(victim.open(host), 0);
     ASSERT_TRUE(victim.heard.waitFor("state 5->1", 2));
     expectAllQueriesAtOnce(*victim.client);
     EXPECT_EQ(victim.client->getNumberOfUnregisteredOutputParameters(), 1);
     EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+}
+
+TEST_P(AnnouncedLength, BeyondItsBoundIsRefusedByTheBufferedTransportBeforeAnythingIsAllocated) {
+    Victim victim(kBufferedClient);
+    ASSERT_EQ(victim.open(host), 0);
+    ASSERT_TRUE(victim.heard.waitFor("state 3->0"));
+    EXPECT_EQ(victim.heard.states(), "0->1 1->2 2->4 4->3 3->0");
+    EXPECT_LT(limit.largestWanted(), kMebibyte);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, AnnouncedLength, testing::Values(0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU),
@@ -68,7 +77,7 @@ TEST(StalledBody, IsGivenBackWhenTheConnectionEnds) {
         guest.hold();
     });
     const AllocationsAtMost limit(64 * kMebibyte);
-    Victim victim(kClientKinds[0]);
+    Victim victim(kStandardClient);
     const Levels before = Levels::now();
     ASSERT_EQ(victim.open(host), 0);
     ASSERT_TRUE(eventually([&limit] { return limit.largestWanted() >= kAnnounced - 32; }));
@@ -79,6 +88,23 @@ TEST(StalledBody, IsGivenBackWhenTheConnectionEnds) {
     host.leave();
     ASSERT_TRUE(victim.heard.waitFor("state 3->0"));
     EXPECT_EQ(growth(before, settledLevels(before)), "");
+}
+
+TEST(StalledBody, NeedsNoMemoryWithTheBufferedTransportBeforeItArrives) {
+    RudeHost host([](RudeHost::Guest& guest, int /*number*/) {
+        const Bytes header = headerOf(16 * kMebibyte);
+        guest.send(header.data(), header.size());
+        guest.send(header.data(), 10);
+        guest.hold();
+    });
+    Victim victim(kBufferedClient);
+    ASSERT_EQ(victim.open(host), 0);
+    ASSERT_TRUE(victim.heard.waitFor("state 2->4"));
+    const Levels before = Levels::now();
+    expectPublishingAtOnce(*victim.client, "OUT");
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_EQ(growth(before, settledLevels(before)), "");
+    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
 }
 
 }  // namespace
