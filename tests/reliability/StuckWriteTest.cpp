@@ -85,7 +85,7 @@ TEST_P(HostThatNeverReads, APublishFailsAfterThirtySecondsAndEndsTheConnection) 
 TEST_P(HostThatNeverReads, ClosingWhileReregistrationIsStuckInAWriteKeepsItsBound) {
     Victim victim(GetParam());
     // Far more than what fits into the buffers, so that the first request of the connection does not get through.
-    ASSERT_EQ(victim.client->registerOutputParameters(outputs(20000)), 0);
+    ASSERT_EQ(victim.client->registerOutputParameters(outputs(5000)), 0);
     ASSERT_EQ(victim.open(host, &small), 0);
     ASSERT_TRUE(victim.heard.waitFor("state 2->4"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -101,7 +101,7 @@ TEST_P(HostThatNeverReads, ClosingWhileReregistrationIsStuckInAWriteKeepsItsBoun
 
 TEST_P(HostThatNeverReads, ClosingWhileReregistrationIsStuckInAWriteWithReconnectKeepsItsBound) {
     Victim victim(GetParam(), CSClient::OPTION_AUTO_RECONNECT);
-    ASSERT_EQ(victim.client->registerOutputParameters(outputs(20000)), 0);
+    ASSERT_EQ(victim.client->registerOutputParameters(outputs(5000)), 0);
     ASSERT_EQ(victim.open(host, &small), 0);
     ASSERT_TRUE(victim.heard.waitFor("state 2->4"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
