@@ -69,7 +69,11 @@ CSCommsInterfaceTCPBuffered::CSCommsInterfaceTCPBuffered(const Options& initialO
       bounds(initialBounds),
       buffer(std::max<std::size_t>(initialBounds.readAhead, frame::kHeaderLength)) {}
 
-CSCommsInterfaceTCPBuffered::~CSCommsInterfaceTCPBuffered() = default;
+CSCommsInterfaceTCPBuffered::~CSCommsInterfaceTCPBuffered() {
+    // Here and not in the base class: what is under way needs this class's members.
+    CSCommsInterfaceTCP::close();
+    users.waitUntilUnused();
+}
 
 void CSCommsInterfaceTCPBuffered::setInterrupted(bool interrupted) {
     isInterrupted = interrupted;
@@ -149,6 +153,9 @@ bool CSCommsInterfaceTCPBuffered::connectWithin(int descriptor, unsigned int add
     if (flags < 0 || fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) != 0) {
         return false;
     }
+    if (isGivenUp(descriptor)) {
+        return false;
+    }
     if (!connectSocket(descriptor, address, port)) {
         // A shutdown wakes this wait, but not one that came before there was anything to shut down.
         if (errno != EINPROGRESS || isGivenUp(descriptor) || !waitUntilReady(descriptor, POLLOUT, deadline)) {
@@ -190,7 +197,9 @@ int CSCommsInterfaceTCPBuffered::readMessage(unsigned int count, RawMessage& mes
     }
 
     const bool isLarge = largeBodyFilled > 0 || count > buffer.capacity();
-    switch (isLarge ? gatherLargeBody(reading, count) : gatherAhead(reading, count)) {
+    switch (isInterrupted ? arrivalAfterInterruption()
+            : isLarge     ? gatherLargeBody(reading, count)
+                          : gatherAhead(reading, count)) {
         case Arrival::SOME:
             break;
         case Arrival::NOTHING_YET:
@@ -257,7 +266,15 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::gatherLargeBod
 
 CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::receive(Reading& reading, char* target,
                                                                           std::size_t room, std::size_t& arrived) {
+    if (!reading.hasDeadline) {
+        reading.hasDeadline = true;
+        reading.deadline = Clock::now() + kReceiveWait;
+    }
     for (;;) {
+        // What has arrived in the socket can still be received after a shutdown, and a host may send without end.
+        if (isGivenUp(reading.descriptor)) {
+            return arrivalAfterInterruption();
+        }
         // Between frames one blocking call does; within, the wait counts as silence.
         const bool isBetweenFrames = !isInsideFrame();
         const ssize_t received = recv(reading.descriptor, target, room, isBetweenFrames ? 0 : MSG_DONTWAIT);
@@ -287,10 +304,6 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::receive(Readin
 
 CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::waitInFrame(Reading& reading) {
     const Clock::time_point now = Clock::now();
-    if (!reading.hasDeadline) {
-        reading.hasDeadline = true;
-        reading.deadline = now + kReceiveWait;
-    }
     if (now >= reading.deadline) {
         return Arrival::NOTHING_YET;
     }

@@ -62,15 +62,16 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     ~CSCommsInterfaceTCPBuffered() override;
 
     /// Appends exactly `count` bytes to `message`, or nothing. Blocks for at most one second.
-    /// @return `count`; -2 with EAGAIN when a second has passed and the bytes are not all there: what has arrived is
-    ///         kept for the next call; 0 at the end of the stream; -1 with `errno` on an error: EMSGSIZE for more than
-    ///         a frame may hold, ETIMEDOUT after too long a silence in the middle of a frame or when the peer is gone, ECANCELED when
-    ///         interrupted there, EBADF without a connection. `message` is unchanged unless the result is `count`.
+    /// @return `count`; -2 with EAGAIN when a second has passed, or a signal has come between frames, and the bytes are
+    ///         not all there: what has arrived is kept for the next call; 0 at the end of the stream; -1 with `errno`
+    ///         on an error: EMSGSIZE for more than a frame may hold, ETIMEDOUT after too long a silence in the middle
+    ///         of a frame or when the peer is gone, ECANCELED when interrupted there, EBADF without a connection. `message` is unchanged unless
+    ///         the result is `count`.
     /// @throw std::bad_alloc  `message` is unchanged, and nothing that has arrived is lost.
     int readMessage(unsigned int count, RawMessage& message) override;
 
-    /// Writes all of `message`. Blocks while another thread's frame is being written, and while the socket's send
-    /// buffer is full: each for at most `Bounds::writeTimeout`.
+    /// Writes all of `message`. Blocks while other threads' frames are being written, and while the socket's send
+    /// buffer is full: for each frame at most `Bounds::writeTimeout`.
     /// @return the size of `message`; -1 with `errno` when it could not be written whole. The connection has then ended:
     ///         other writes fail at once, and the reader finds the end of the stream.
     int writeMessage(const RawMessage& message) override;
@@ -89,7 +90,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
 
     enum class Arrival { SOME, NOTHING_YET, END, FAILED };
 
-    /// One `readMessage`: until when it may wait, known as soon as it has to.
+    /// One `readMessage`: until when it may wait, known as soon as it receives.
     struct Reading {
         int descriptor = -1;
         bool hasDeadline = false;

@@ -10,6 +10,7 @@
 #include "tests/client/Stopwatch.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 namespace {
@@ -101,6 +102,7 @@ TEST(Close, AHostThatStallsInTheMiddleOfABodyHoldsTheWorkerUp) {
     ScriptedHost host;
     RecordingCallbacks callbacks;
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     client.addCallbackInterface(&callbacks);
     ASSERT_EQ(client.open(ScriptedHost::address(), host.port(), nullptr), 0);
     const std::unique_ptr<ScriptedHost::Peer> peer = host.accept();
@@ -122,6 +124,7 @@ TEST(Close, AHostThatStallsInTheMiddleOfABodyHoldsTheWorkerUp) {
 TEST(Close, AQuietHostLetsTheWorkerGoInTime) {
     ScriptedHost host;
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     ASSERT_EQ(client.open(ScriptedHost::address(), host.port(), nullptr), 0);
     const std::unique_ptr<ScriptedHost::Peer> peer = host.accept();
     ASSERT_TRUE(peer);
@@ -132,6 +135,7 @@ TEST(Close, AQuietHostLetsTheWorkerGoInTime) {
 
 TEST(Close, ARetryingClientIsClosedInTime) {
     SimClient client(1, CSClient::OPTION_SILENT | CSClient::OPTION_AUTO_RECONNECT);
+    useTransportUnderTest(client);
     ASSERT_EQ(client.open(ScriptedHost::address(), refusingPort(), nullptr), 0);
     EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 1));
     EXPECT_EQ(client.getConnectionState(), CSClient::STATE_CONNECTING);

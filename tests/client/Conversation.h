@@ -13,6 +13,7 @@
 #include "host/LoopbackHost.h"
 #include "tests/client/ProbedClient.h"
 #include "tests/support/RecordingCallbacks.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 
@@ -73,6 +74,7 @@ class Participant {
   public:
     explicit Participant(const LoopbackHost& host, unsigned int id = 1, unsigned int options = CSClient::OPTION_SILENT)
         : client(id, options) {
+        useTransportUnderTest(client);
         client.addCallbackInterface(&heard);
         open(host);
     }

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "tests/client/Conversation.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 namespace {
@@ -137,6 +138,7 @@ TEST(Conversation, AnAssignedSimulatorIdRegistersEverythingAgain) {
     options.eventSink = diary.sink();
     const LoopbackHost host(options);
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     client.registerOutputParameter({"OUT", CSClient::TYPE_FLOAT});
     client.registerInputParameter({"IN", CSClient::TYPE_FLOAT, 1});
     ASSERT_EQ(client.open("127.0.0.1", host.port(), nullptr), 0);

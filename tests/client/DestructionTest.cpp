@@ -13,6 +13,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 namespace {
@@ -127,6 +128,7 @@ TEST(Destruction, AHostThatGoesOnAfterStallingInAMessageLetsTheDestructorEnd) {
     ScriptedHost host;
     RecordingCallbacks callbacks;
     auto client = std::make_unique<SimClient>(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(*client);
     client->addCallbackInterface(&callbacks);
     client->open(ScriptedHost::address(), host.port(), nullptr);
     const std::unique_ptr<ScriptedHost::Peer> peer = host.accept();
@@ -147,6 +149,7 @@ TEST(Destruction, ARetryingClientIsDestroyedWithoutAWord) {
     const CapturedStreams streams;
     {
         SimClient client(1, CSClient::OPTION_AUTO_RECONNECT);
+        useTransportUnderTest(client);
         client.open(ScriptedHost::address(), refusingPort(), nullptr);
         EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 1));
     }
@@ -157,6 +160,7 @@ TEST(Destruction, ARetryingClientIsDestroyedWithoutAWord) {
 TEST(Destruction, TheHostSeesTheEndOfTheConnection) {
     ScriptedHost host;
     auto client = std::make_unique<SimClient>(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(*client);
     client->open(ScriptedHost::address(), host.port(), nullptr);
     const std::unique_ptr<ScriptedHost::Peer> peer = host.accept();
     ASSERT_TRUE(peer);

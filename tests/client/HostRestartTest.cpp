@@ -4,6 +4,7 @@
 
 #include "tests/client/Conversation.h"
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 namespace {
@@ -100,6 +101,7 @@ TEST_F(HostRestart, ReconnectingIsReportedStepByStep) {
     const CapturedStreams streams;
     {
         SimClient client(1, CSClient::OPTION_AUTO_RECONNECT);
+        useTransportUnderTest(client);
         client.open("127.0.0.1", port, nullptr);
         ASSERT_TRUE(streams.waitForOut("Found protocol version: 1\n"));
         client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT});
@@ -135,6 +137,7 @@ TEST_F(HostRestart, AClientThatWasThereFirstFindsTheHostWhenItComes) {
     host.reset();
     RecordingCallbacks heard;
     SimClient client(1, kSilentReconnect);
+    useTransportUnderTest(client);
     client.addCallbackInterface(&heard);
     ASSERT_EQ(client.open("127.0.0.1", port, nullptr), 0);
     EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 1));

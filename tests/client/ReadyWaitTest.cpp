@@ -6,6 +6,7 @@
 #include "client/SimClient.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 namespace {
@@ -38,6 +39,7 @@ TEST(ReadyWait, EndsWhenTheChangeIsCompleteAndNotBefore) {
     ScriptedHost host;
     HoldingCallbacks heard;
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     client.addCallbackInterface(&heard);
     ASSERT_EQ(client.open(ScriptedHost::address(), host.port(), nullptr), 0);
     ASSERT_TRUE(heard.waitFor("state 2->4"));
@@ -70,6 +72,7 @@ TEST(ReadyWait, WhatIsRegisteredAfterItReachesTheHostOnceAndBehindTheVersionRequ
     ScriptedHost host;
     HoldingCallbacks heard;
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     client.addCallbackInterface(&heard);
     ASSERT_EQ(client.open(ScriptedHost::address(), host.port(), nullptr), 0);
     const auto peer = host.accept();
@@ -106,6 +109,7 @@ TEST(ReadyWait, InsideTheCallbackOfTheChangeEndsAtOnce) {
     ScriptedHost host;
     AskingCallbacks heard;
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     heard.client = &client;
     client.addCallbackInterface(&heard);
     ASSERT_EQ(client.open(ScriptedHost::address(), host.port(), nullptr), 0);

@@ -11,6 +11,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 namespace {
@@ -24,6 +25,7 @@ class Wire : public testing::Test {
 
     /// Connects a client, and takes its version request off the wire.
     Peer connect(CSClient& connecting) {
+        useTransportUnderTest(connecting);
         EXPECT_EQ(connecting.open(ScriptedHost::address(), host.port(), nullptr), 0);
         Peer peer = host.accept();
         EXPECT_TRUE(peer);

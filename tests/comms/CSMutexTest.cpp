@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -33,6 +34,12 @@ class OpenMutex : public CSMutex {
         }
         return result;
     }
+
+    /// `lockWithin` and `unlock` for tests whose way through the lock analysis cannot follow.
+    bool takeWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return lockWithin(longest);
+    }
+    unsigned int release() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return unlock(); }
 
     /// Puts a mutex in place that reports its holder's death as an error.
     void makeRobust() {
@@ -224,6 +231,96 @@ TEST(CSLockGuard, ReleasesTheMutexWhenAnExceptionPasses) {
     } catch (int) {
         EXPECT_EQ(tryLockElsewhere(mutex), 0);
     }
+}
+
+// A bounded wait.
+
+TEST(CSMutexLockWithin, TakesAFreeLockAtOnce) {
+    OpenMutex mutex;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(mutex.takeWithin(std::chrono::seconds(10)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_TRUE(mutex.isHeldByThisThread());
+    EXPECT_EQ(tryLockElsewhere(mutex), EBUSY);
+    EXPECT_EQ(mutex.release(), 0U);
+    EXPECT_FALSE(mutex.isHeldByThisThread());
+    EXPECT_EQ(tryLockElsewhere(mutex), 0);
+}
+
+TEST(CSMutexLockWithin, TriesOnceWhenThereIsNoTime) {
+    OpenMutex mutex;
+    for (const int milliseconds : {0, -1}) {
+        EXPECT_TRUE(mutex.takeWithin(std::chrono::milliseconds(milliseconds)));
+        bool isLocked = true;
+        std::thread([&] { isLocked = mutex.takeWithin(std::chrono::milliseconds(milliseconds)); }).join();
+        EXPECT_FALSE(isLocked);
+        mutex.release();
+    }
+}
+
+TEST(CSMutexLockWithin, GivesUpAfterItsTimeAndNotBefore) {
+    OpenMutex mutex;
+    mutex.lock();
+    bool isLocked = true;
+    std::chrono::steady_clock::duration waited{0};
+    std::thread([&] {
+        const auto start = std::chrono::steady_clock::now();
+        isLocked = mutex.takeWithin(std::chrono::milliseconds(100));
+        waited = std::chrono::steady_clock::now() - start;
+        EXPECT_FALSE(mutex.isHeldByThisThread());
+    }).join();
+    EXPECT_FALSE(isLocked);
+    EXPECT_GE(waited, std::chrono::milliseconds(100));
+    EXPECT_LT(waited, std::chrono::seconds(2));
+    EXPECT_TRUE(mutex.isHeldByThisThread());
+    mutex.unlock();
+}
+
+TEST(CSMutexLockWithin, GetsALockThatIsReleasedMeanwhile) {
+    OpenMutex mutex;
+    mutex.lock();
+    bool isLocked = false;
+    std::thread waiter([&] {
+        isLocked = mutex.takeWithin(std::chrono::seconds(20));
+        if (isLocked) {
+            mutex.release();
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    mutex.unlock();
+    waiter.join();
+    EXPECT_TRUE(isLocked);
+}
+
+TEST(CSMutexLockWithin, FailsAtOnceForTheThreadThatHoldsTheLock) {
+    OpenMutex mutex;
+    mutex.lock();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(mutex.takeWithin(std::chrono::seconds(20)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_TRUE(mutex.isHeldByThisThread());
+    mutex.unlock();
+}
+
+TEST(CSMutexLockWithin, ShutsOtherThreadsOut) {
+    OpenMutex mutex;
+    int unguarded = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 500;) {
+                if (mutex.takeWithin(std::chrono::milliseconds(round % 2))) {
+                    ++unguarded;
+                    ++round;
+                    mutex.release();
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(unguarded, 2000);
 }
 
 }  // namespace

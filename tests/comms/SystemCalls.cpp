@@ -227,6 +227,15 @@ PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* v
     return answered<int>(pause.calls(), line, [&] { return real(descriptor, level, option, value, length); });
 }
 
+PROGRAM_WIDE int getsockopt(int descriptor, int level, int option, void* value, socklen_t* length) noexcept {
+    static const auto real = systemFunction<decltype(&getsockopt)>("getsockopt");
+    if (current == nullptr || level != IPPROTO_TCP || option != TCP_INFO || current->pretendedTcpInfo() == nullptr) {
+        return real(descriptor, level, option, value, length);
+    }
+    std::memcpy(value, current->pretendedTcpInfo(), *length);
+    return 0;
+}
+
 PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
     static const auto real = systemFunction<decltype(&connect)>("connect");
     if (current == nullptr) {
@@ -256,6 +265,26 @@ PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
     const Pause pause;
     const std::string line = "write " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
     return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count); });
+}
+
+PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
+    static const auto real = systemFunction<decltype(&recv)>("recv");
+    if (current == nullptr) {
+        return real(descriptor, buffer, count, flags);
+    }
+    const Pause pause;
+    const std::string line = "recv " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
+    return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
+}
+
+PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
+    static const auto real = systemFunction<decltype(&send)>("send");
+    if (current == nullptr) {
+        return real(descriptor, buffer, count, flags);
+    }
+    const Pause pause;
+    const std::string line = "send " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
+    return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
 }
 
 PROGRAM_WIDE int close(int descriptor) {

@@ -1,8 +1,11 @@
 #ifndef TESTS_COMMS_SYSTEMCALLS_H
 #define TESTS_COMMS_SYSTEMCALLS_H
 
+#include <netinet/tcp.h>
+
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,8 @@ namespace test {
 ///   connect #1 AF_INET 127.0.0.1:4464 padding=zero
 ///   read #1 32
 ///   write #1 44
+///   recv #1 16384
+///   send #1 44
 ///   close #1
 class SystemCalls {
   public:
@@ -37,6 +42,10 @@ class SystemCalls {
 
     /// From now on `action` runs inside each call whose line contains `part`, before the system gets it.
     void before(const std::string& part, std::function<void()> action);
+
+    /// From now on this is what the system says of every TCP connection.
+    void pretendTcpInfo(const tcp_info& info) { pretended = std::make_unique<tcp_info>(info); }
+    const tcp_info* pretendedTcpInfo() const { return pretended.get(); }
 
     const std::vector<std::string>& lines() const { return recorded; }
 
@@ -73,6 +82,7 @@ class SystemCalls {
     std::vector<Action> actions;
     std::vector<int> created;
     std::map<int, std::size_t> numbers;
+    std::unique_ptr<tcp_info> pretended;
 };
 
 }  // namespace test

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -11,12 +12,16 @@
 #include "comms/CSCommsInterfaceTCP.h"
 #include "message/RawMessage.h"
 #include "tests/support/Hex.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk {
 namespace test {
 
 /// A transport without a socket: reads give what the test has queued, writes are written down. Connecting succeeds
 /// unless the test says otherwise. Any thread.
+///
+/// In the programs over the buffered transport what is read whole and what is written really goes through one, over a
+/// connection of its own: see `newCarrier`. Short counts, errors and time-outs stay as the test has scripted them.
 class FakeTransport : public CSCommsInterfaceTCP {
   public:
     FakeTransport() : CSCommsInterfaceTCP(Options()) {}
@@ -86,6 +91,9 @@ class FakeTransport : public CSCommsInterfaceTCP {
         const Read read = reads.front();
         reads.pop_front();
         const Bytes bytes = hex(read.hexBytes);
+        if (carrier && !bytes.empty() && bytes.size() == count && read.result == static_cast<int>(count)) {
+            return carrier->read(bytes, message);
+        }
         message.insert(message.end(), bytes.begin(), bytes.end());
         errno = read.error;
         return read.result;
@@ -102,7 +110,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
             errno = failure.error;
             return failure.result;
         }
-        frames.push_back(hexText(message));
+        frames.push_back(hexText(carrier ? carrier->write(message) : message));
         return static_cast<int>(message.size());
     }
 
@@ -113,6 +121,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
     }
 
   private:
+    const std::unique_ptr<Carrier> carrier = newCarrier();
     mutable std::mutex mutex;
     std::condition_variable arrived;
     std::deque<Read> reads;

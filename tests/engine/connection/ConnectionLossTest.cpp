@@ -7,6 +7,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk {
 namespace test {
@@ -17,6 +18,7 @@ class ConnectionLoss : public testing::Test {
   protected:
     void open(unsigned int optionFlags) {
         engine = std::make_unique<SimulatorProtocol>(1, optionFlags);
+        useTransportUnderTest(*engine);
         engine->addCallbackInterface(&callbacks);
         const CSClient::InputDef input{"A", CSClient::TYPE_FLOAT, 1};
         const CSClient::OutputDef output{"B", CSClient::TYPE_INT};

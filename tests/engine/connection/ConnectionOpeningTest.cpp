@@ -8,6 +8,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk {
 namespace test {
@@ -29,6 +30,7 @@ TEST(OpeningAConnection, PassesConnectingConnectedAndReadyAndRequestsTheVersionO
     RecordingCallbacks callbacks;
     ScriptedHost host;
     SimulatorProtocol engine(1, 0);
+    useTransportUnderTest(engine);
     EndOnExit end(engine);
     engine.addCallbackInterface(&callbacks);
     ASSERT_EQ(engine.openConnection(ScriptedHost::address(), host.port(), nullptr), 0);
@@ -63,6 +65,7 @@ TEST(OpeningAConnection, ASecondTimeIsRefusedAndLeavesTheFirstUndisturbed) {
     RecordingCallbacks callbacks;
     ScriptedHost host;
     SimulatorProtocol engine(1, kSilent);
+    useTransportUnderTest(engine);
     EndOnExit end(engine);
     engine.addCallbackInterface(&callbacks);
     ASSERT_EQ(engine.openConnection(ScriptedHost::address(), host.port(), nullptr), 0);
@@ -106,6 +109,7 @@ TEST(OpeningAConnection, RefusedWithoutReconnectEndsDisconnectedWithEmptyTables)
     const CapturedStreams captured;
     RecordingCallbacks callbacks;
     SimulatorProtocol engine(1, 0);
+    useTransportUnderTest(engine);
     EndOnExit end(engine);
     engine.addCallbackInterface(&callbacks);
     const CSClient::OutputDef output{"A", CSClient::TYPE_INT};
@@ -145,6 +149,7 @@ TEST(OpeningAConnection, RefusingHostIsReachedOnceItListens) {
     ScriptedHost host;
     host.stopListening();
     SimulatorProtocol engine(1, kReconnect | kSilent);
+    useTransportUnderTest(engine);
     EndOnExit end(engine);
     engine.addCallbackInterface(&callbacks);
     ASSERT_EQ(engine.openConnection(ScriptedHost::address(), host.port(), nullptr), 0);
@@ -160,6 +165,7 @@ TEST(OpeningAConnection, RefusingHostIsReachedOnceItListens) {
 TEST(OpeningAConnection, RetriesEndWithAForcedClose) {
     RecordingCallbacks callbacks;
     SimulatorProtocol engine(1, kReconnect | kSilent);
+    useTransportUnderTest(engine);
     EndOnExit end(engine);
     engine.addCallbackInterface(&callbacks);
     ASSERT_EQ(engine.openConnection(ScriptedHost::address(), refusingPort(), nullptr), 0);
@@ -171,6 +177,7 @@ TEST(OpeningAConnection, RetriesEndWithAForcedClose) {
 TEST(OpeningAConnection, WorksAgainAfterAClose) {
     ScriptedHost host;
     SimulatorProtocol engine(1, kSilent);
+    useTransportUnderTest(engine);
     for (int round = 0; round < 3; ++round) {
         EndOnExit end(engine);
         ASSERT_EQ(engine.openConnection(ScriptedHost::address(), host.port(), nullptr), 0);
@@ -185,6 +192,7 @@ TEST(OpeningAConnection, WorksAgainAfterAClose) {
 TEST(OpeningAConnection, RegistrationsMadeBeforeAreSentWhenTheHostAccepts) {
     ScriptedHost host;
     SimulatorProtocol engine(1, kSilent);
+    useTransportUnderTest(engine);
     EndOnExit end(engine);
     const CSClient::OutputDef output{"B", CSClient::TYPE_INT};
     EXPECT_EQ(engine.registerOutputParameters(&output, 1), 0);

@@ -13,6 +13,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk {
 namespace test {
@@ -169,6 +170,7 @@ TEST(EndOfAConnection, LeavesNoThreadBehind) {
 TEST(EndOfAClient, RegistrationAfterASuccessfulCloseStays) {
     ScriptedHost host;
     SimClient client(1, CSClient::OPTION_SILENT);
+    useTransportUnderTest(client);
     RecordingCallbacks callbacks;
     client.addCallbackInterface(&callbacks);
     for (int round = 0; round < 3; ++round) {
@@ -189,6 +191,7 @@ TEST(EndOfAClient, DeletionClosesTheConnection) {
     ScriptedHost host;
     RecordingCallbacks callbacks;
     auto client = std::make_unique<SimClient>(1, CSClient::OPTION_AUTO_RECONNECT | CSClient::OPTION_SILENT);
+    useTransportUnderTest(*client);
     client->addCallbackInterface(&callbacks);
     ASSERT_EQ(client->open(ScriptedHost::address(), host.port(), nullptr), 0);
     const std::unique_ptr<ScriptedHost::Peer> peer = host.accept();

@@ -1,0 +1,113 @@
+#include <future>
+#include <stdexcept>
+#include <string>
+
+#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "tests/support/ScriptedHost.h"
+#include "tests/support/TransportUnderTest.h"
+
+namespace com_tesk {
+namespace test {
+
+namespace {
+
+/// What the buffers of a fresh loopback connection hold for certain.
+constexpr std::size_t kFitsSocketBuffers = 32U << 10U;
+
+class BufferedCarrier : public Carrier {
+  private:
+    /// A thread only for what the socket buffers may not hold.
+    static std::launch policyFor(std::size_t size) {
+        return size <= kFitsSocketBuffers ? std::launch::deferred : std::launch::async;
+    }
+
+    /// Whoever runs out of memory meanwhile leaves bytes behind: what comes next goes over a new connection.
+    template <typename Operation>
+    auto overUsableConnection(const Operation& operation) {
+        connect();
+        isUsable = false;
+        auto result = operation();
+        isUsable = true;
+        return result;
+    }
+
+  public:
+    int read(const Bytes& bytes, RawMessage& message) override {
+        return overUsableConnection([&] {
+            const auto send = [&] { peer->send(bytes); };
+            const std::future<void> sending = std::async(policyFor(bytes.size()), send);
+            if (bytes.size() <= kFitsSocketBuffers) {
+                sending.wait();
+            }
+            int result = -2;
+            while (result == -2) {
+                result = transport->readMessage(static_cast<unsigned int>(bytes.size()), message);
+            }
+            return result;
+        });
+    }
+
+    RawMessage write(const RawMessage& message) override {
+        return overUsableConnection([&] {
+            const auto receive = [&] { return peer->receive(message.size()); };
+            std::future<Bytes> receiving = std::async(policyFor(message.size()), receive);
+            const int written = transport->writeMessage(message);
+            if (written != static_cast<int>(message.size())) {
+                throw std::runtime_error("carrier: " + std::to_string(written) + " bytes written");
+            }
+            const Bytes bytes = receiving.get();
+            RawMessage arrived(message.getType());
+            arrived.insert(arrived.end(), bytes.begin(), bytes.end());
+            return arrived;
+        });
+    }
+
+    ~BufferedCarrier() override { disconnect(); }
+
+  private:
+    void connect() {
+        if (isUsable) {
+            return;
+        }
+        disconnect();
+        // A listener of its own for each connection, so that none is taken for another.
+        host = std::make_unique<ScriptedHost>();
+        transport = std::make_unique<CSCommsInterfaceTCPBuffered>(CSCommsInterfaceTCPBuffered::Options());
+        if (!transport->openConnection(ScriptedHost::address(), host->port())) {
+            throw std::runtime_error("carrier: no connection");
+        }
+        peer = host->accept();
+        if (!peer) {
+            throw std::runtime_error("carrier: no peer");
+        }
+        isUsable = true;
+    }
+
+    /// With a reset, so that no port is kept waiting.
+    void disconnect() {
+        if (peer) {
+            peer->reset();
+        }
+        peer.reset();
+        transport.reset();
+        host.reset();
+    }
+
+    std::unique_ptr<ScriptedHost> host;
+    std::unique_ptr<CSCommsInterfaceTCPBuffered> transport;
+    std::unique_ptr<ScriptedHost::Peer> peer;
+    bool isUsable = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Carrier> newCarrier() {
+    return std::make_unique<BufferedCarrier>();
+}
+
+CSCommsInterfaceTCP* newTransportUnderTest() {
+    return new CSCommsInterfaceTCPBuffered(CSCommsInterfaceTCPBuffered::Options());
+}
+
+}  // namespace test
+}  // namespace com_tesk
