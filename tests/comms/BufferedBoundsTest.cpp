@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -14,7 +13,6 @@
 #include "tests/comms/SystemCalls.h"
 #include "tests/message/AllocationLimit.h"
 #include "tests/message/MessageOf.h"
-#include "tests/support/CapturedStreams.h"
 
 namespace com_tesk {
 namespace test {
