@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <set>
 #include <string>
 #include <string_view>
@@ -18,8 +19,10 @@
 #include "comms/CSThread.h"
 #include "comms/CSUseCount.h"
 #include "comms/ThreadSafety.h"
+#include "engine/EntryIndex.h"
 #include "message/Export.h"
 #include "message/RawMessage.h"
+#include "message/SpareMessage.h"
 
 namespace com_tesk {
 
@@ -317,13 +320,18 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     /// Takes back, as waiting, the inputs that memory did not suffice to register again: moves what is not in the table
     /// from `oldInputs` to it. Allocates nothing.
-    void restoreInputs(std::map<std::string, InputParameterEntry*>& oldInputs) CSCLIENT_EXCLUDES(parameterMutex);
+    void restoreInputs(std::map<std::string_view, InputParameterEntry*>& oldInputs) CSCLIENT_EXCLUDES(parameterMutex);
 
     /// The second half of `receiveMessage`.
     /// @return false after an error, which has closed the connection.
     bool readBody(unsigned int bodyLength, RawMessage& message) CSCLIENT_EXCLUDES(connectionMutex);
     /// Reports a failed read, unless silent, and closes the connection.
     void failRead(std::initializer_list<std::string_view> line) CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Finds an output by the name given to a publish call. Null when there is none.
+    OutputParameterEntry* findOutput(const std::string& name) CSCLIENT_REQUIRES(parameterMutex);
+    /// To be called before an output's entry is destroyed: forgets what points to it besides the tables.
+    void forgetPublished() CSCLIENT_REQUIRES(parameterMutex);
 
     void storeServerVersion(std::string version);
 
@@ -381,19 +389,38 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// one, an interface that is removed becomes null in it.
     std::shared_ptr<CallbackList> callbackList CSCLIENT_GUARDED_BY(callbackMutex);
 
-    // Guarded by parameterMutex, together with every field of every entry.
+    // Guarded by parameterMutex, together with every field of every entry. The names that are keys are those in the
+    // entries.
 
     /// Every input, confirmed or not. Owns the entries.
-    std::map<std::string, InputParameterEntry*> inputsByName CSCLIENT_GUARDED_BY(parameterMutex);
+    std::map<std::string_view, InputParameterEntry*> inputsByName CSCLIENT_GUARDED_BY(parameterMutex);
     /// The inputs that the host has confirmed, by its ids.
     std::map<std::uint32_t, std::string> inputNamesById CSCLIENT_GUARDED_BY(parameterMutex);
+    /// Changes with every change of `inputNamesById`.
+    std::uint32_t inputNamesVersion CSCLIENT_GUARDED_BY(parameterMutex) = 0;
     /// Every output, confirmed or not. Owns the entries.
-    std::map<std::string, OutputParameterEntry*> outputsByName CSCLIENT_GUARDED_BY(parameterMutex);
+    std::map<std::string_view, OutputParameterEntry*> outputsByName CSCLIENT_GUARDED_BY(parameterMutex);
+    /// Where the nodes of `outputsById` lie side by side: as blocks of their own each would cost a third more.
+    std::pmr::unsynchronized_pool_resource outputIdNodes CSCLIENT_GUARDED_BY(parameterMutex);
     /// The ids under which the host has confirmed outputs. Ids of earlier connections deliberately stay, also after
     /// their output is gone: the pointers are never followed.
-    std::map<std::uint32_t, OutputParameterEntry*> outputsById CSCLIENT_GUARDED_BY(parameterMutex);
+    std::pmr::map<std::uint32_t, OutputParameterEntry*> outputsById CSCLIENT_GUARDED_BY(parameterMutex){&outputIdNodes};
+    /// The outputs that were published most recently, by name.
+    EntryIndex<OutputParameterEntry> publishedIndex CSCLIENT_GUARDED_BY(parameterMutex);
+    /// The outputs of the last publish call, record by record; null where a call ended early.
+    std::vector<OutputParameterEntry*> publishedBatch CSCLIENT_GUARDED_BY(parameterMutex);
     /// The connection whose close the holder of the lock owes, or `kNoConnection`.
     std::uint32_t closeOwedByParameterHolder CSCLIENT_GUARDED_BY(parameterMutex) = kNoConnection;
+
+    // Any thread.
+
+    /// For the frame that is being sent.
+    SpareMessage spareFrame;
+
+    // Worker thread.
+
+    ReusableMessage receivedHeader;
+    ReusableMessage receivedBody;
 
     /// Threads that are handing a frame to the transport.
     CSUseCount senders;

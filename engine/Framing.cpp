@@ -50,7 +50,8 @@ unsigned int CSClientProtocol::sendMessage(const RawMessage& message) {
         return kNotConnected;
     }
 
-    RawMessage wholeFrame(message.getType());
+    const SpareMessage::Loan loan(spareFrame, message.getType());
+    RawMessage& wholeFrame = *loan;
     wholeFrame.reserve(frame::kHeaderLength + message.size());
     wholeFrame.insert(wholeFrame.end(), sHeader, sHeader + frame::kHeaderLength);
     wholeFrame.insert(wholeFrame.end(), message.begin(), message.end());
@@ -92,7 +93,8 @@ unsigned int CSClientProtocol::sendMessage(const RawMessage& message) {
 }
 
 bool CSClientProtocol::readMessageHeader(RawMessage::Type& type, unsigned int& bodyLength) {
-    RawMessage header(RawMessage::DATA);
+    ReusableMessage& header = receivedHeader;
+    header.begin(RawMessage::DATA);
     const int received = transport().readMessage(frame::kHeaderLength, header);
     if (received == kReceiveTimeout) {
         return false;
@@ -131,10 +133,11 @@ void CSClientProtocol::receiveMessage() {
         if (!readMessageHeader(type, bodyLength)) {
             return;
         }
-        RawMessage message(type);
-        if (readBody(bodyLength, message)) {
-            handleReceivedMessage(message);
+        receivedBody.begin(type);
+        if (readBody(bodyLength, receivedBody)) {
+            handleReceivedMessage(receivedBody);
         }
+        receivedBody.end();
     } catch (const std::bad_alloc&) {
         // The frame is lost, so the connection is: what it would have confirmed is registered again on the next one.
         failRead({"EXIT: Read error."});

@@ -28,6 +28,7 @@ int CSClientProtocol::unregisterInputParameters(const std::vector<std::string>& 
     const ParameterLock lock(*this);
     const int result = sendInputUnsubscriptionRequest(registration::find(names, inputsByName));
     if (registration::isUnregistered(result)) {
+        ++inputNamesVersion;
         registration::forget(names, inputsByName, inputNamesById, namesMutex);
     }
     return result;

@@ -26,6 +26,7 @@ int CSClientProtocol::unregisterOutputParameters(const std::vector<std::string>&
     const ParameterLock lock(*this);
     const int result = sendOutputUnsubscriptionRequest(registration::find(names, outputsByName));
     if (registration::isUnregistered(result)) {
+        forgetPublished();
         registration::forget(names, outputsByName, outputsById, namesMutex);
     }
     return result;

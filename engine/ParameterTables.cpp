@@ -24,7 +24,7 @@ std::vector<std::string> namesOf(const ByName& byName) {
     std::vector<std::string> names;
     names.reserve(byName.size());
     for (const auto& nameAndEntry : byName) {
-        names.push_back(nameAndEntry.first);
+        names.emplace_back(nameAndEntry.first);
     }
     return names;
 }
@@ -66,6 +66,8 @@ void CSClientProtocol::unregisterAllLocalParameters() {
     const CSLockGuard namesLock(namesMutex);
     registration::destroyEntries(inputsByName);
     inputNamesById.clear();
+    ++inputNamesVersion;
+    forgetPublished();
     outputsById.clear();
     registration::destroyEntries(outputsByName);
 }

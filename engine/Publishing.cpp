@@ -22,20 +22,23 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
     }
     const ParameterLock lock(*this);
 
-    // Everything is checked before anything is stored: all or nothing, deliberately unlike registration.
-    std::vector<OutputParameterEntry*> batch;
-    batch.reserve(count);
+    // Everything is checked before anything is stored: all or nothing, deliberately unlike registration. Who publishes
+    // mostly publishes the same again, so the last call's outputs are the first guess.
+    publishedBatch.resize(count);
     for (unsigned int i = 0; i < count; ++i) {
         const CSClient::Parameter& parameter = parameters[i];
+        OutputParameterEntry*& entry = publishedBatch[i];
         void (*report)(const std::string&) = nullptr;
         if (parameter.type == CSClient::TYPE_UNDEFINED) {
             report = checks::reportInvalidSubscriptionType;
+        } else if (entry != nullptr && entry->name == parameter.name) {
+            continue;
         } else if (checks::isTooLong(parameter.name)) {
             report = checks::reportTooLong;
         } else {
-            const auto found = outputsByName.find(parameter.name);
-            if (found != outputsByName.end()) {
-                batch.push_back(found->second);
+            OutputParameterEntry* const found = findOutput(parameter.name);
+            if (found != nullptr) {
+                entry = found;
                 continue;
             }
             report = checks::reportUnknown;
@@ -47,10 +50,28 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
     }
 
     for (unsigned int i = 0; i < count; ++i) {
-        batch[i]->value = parameters[i].value;
-        batch[i]->published = true;
+        publishedBatch[i]->value = parameters[i].value;
+        publishedBatch[i]->published = true;
     }
-    return sendParameterPublishRequest(batch, mode);
+    return sendParameterPublishRequest(publishedBatch, mode);
+}
+
+CSClientProtocol::OutputParameterEntry* CSClientProtocol::findOutput(const std::string& name) {
+    OutputParameterEntry* const known = publishedIndex.find(name);
+    if (known != nullptr) {
+        return known;
+    }
+    const auto found = outputsByName.find(name);
+    if (found == outputsByName.end()) {
+        return nullptr;
+    }
+    publishedIndex.add(*found->second);
+    return found->second;
+}
+
+void CSClientProtocol::forgetPublished() {
+    publishedIndex.clear();
+    publishedBatch.clear();
 }
 
 bool CSClientProtocol::findPublishedParameter(const std::string& name, CSClient::Parameter& parameter) const {

@@ -41,8 +41,8 @@ class LastOccurrences {
 /// @return whether all were entered.
 template <typename Definition, typename Entry>
 bool enter(const Definition* definitions, unsigned int count, bool silent,
-           void (*reportInvalidType)(const std::string&), std::map<std::string, Entry*>& byName, CSMutex& namesMutex,
-           std::vector<Entry*>& batch) {
+           void (*reportInvalidType)(const std::string&), std::map<std::string_view, Entry*>& byName,
+           CSMutex& namesMutex, std::vector<Entry*>& batch) {
     const LastOccurrences<Definition> occurrences(definitions, count);
     for (unsigned int i = 0; i < count; ++i) {
         const Definition& definition = definitions[i];
@@ -65,7 +65,7 @@ bool enter(const Definition* definitions, unsigned int count, bool silent,
         auto entry = std::make_unique<Entry>(Entry::of(definition));
         batch.push_back(entry.get());
         const CSLockGuard lock(namesMutex);
-        byName.emplace(definition.name, entry.get());
+        byName.emplace(entry->name, entry.get());
         entry.release();
     }
     return true;
@@ -73,7 +73,7 @@ bool enter(const Definition* definitions, unsigned int count, bool silent,
 
 /// The entries of the names that are known, in the order of `names`; one named twice is there twice.
 template <typename Entry>
-std::vector<Entry*> find(const std::vector<std::string>& names, const std::map<std::string, Entry*>& byName) {
+std::vector<Entry*> find(const std::vector<std::string>& names, const std::map<std::string_view, Entry*>& byName) {
     std::vector<Entry*> batch;
     batch.reserve(names.size());
     for (const std::string& name : names) {
@@ -93,14 +93,14 @@ constexpr bool isUnregistered(int result) {
 
 /// Removes and destroys the entries of `names`; a name that is not, or no longer, there is passed over.
 template <typename Entry, typename ById>
-void forget(const std::vector<std::string>& names, std::map<std::string, Entry*>& byName, ById& byId,
+void forget(const std::vector<std::string>& names, std::map<std::string_view, Entry*>& byName, ById& byId,
             CSMutex& namesMutex) {
     const CSLockGuard lock(namesMutex);
     for (const std::string& name : names) {
         const auto found = byName.find(name);
         if (found != byName.end()) {
-            byId.erase(found->second->serverId);
-            delete found->second;
+            const std::unique_ptr<Entry> entry(found->second);  // It holds the key.
+            byId.erase(entry->serverId);
             byName.erase(found);
         }
     }
@@ -108,11 +108,11 @@ void forget(const std::vector<std::string>& names, std::map<std::string, Entry*>
 
 /// Destroys all entries and empties the table.
 template <typename Entry>
-void destroyEntries(std::map<std::string, Entry*>& byName) {
-    for (const auto& nameAndEntry : byName) {
-        delete nameAndEntry.second;
+void destroyEntries(std::map<std::string_view, Entry*>& byName) {
+    while (!byName.empty()) {
+        const std::unique_ptr<Entry> entry(byName.begin()->second);  // It holds the key.
+        byName.erase(byName.begin());
     }
-    byName.clear();
 }
 
 }  // namespace registration

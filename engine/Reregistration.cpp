@@ -24,7 +24,7 @@ void CSClientProtocol::reregisterAllParameters() {
 }
 
 void CSClientProtocol::reregisterAllInputParameters() {
-    std::map<std::string, InputParameterEntry*> oldInputs;
+    std::map<std::string_view, InputParameterEntry*> oldInputs;
     std::vector<CSClient::InputDef> definitions;
     {
         const ParameterLock lock(*this);
@@ -39,6 +39,7 @@ void CSClientProtocol::reregisterAllInputParameters() {
             definitions.push_back(nameAndEntry.second->definition());
         }
         inputNamesById.clear();
+        ++inputNamesVersion;
         const CSLockGuard namesLock(namesMutex);
         oldInputs.swap(inputsByName);
     }
@@ -52,7 +53,7 @@ void CSClientProtocol::reregisterAllInputParameters() {
     registration::destroyEntries(oldInputs);
 }
 
-void CSClientProtocol::restoreInputs(std::map<std::string, InputParameterEntry*>& oldInputs) {
+void CSClientProtocol::restoreInputs(std::map<std::string_view, InputParameterEntry*>& oldInputs) {
     for (const auto& nameAndEntry : oldInputs) {
         nameAndEntry.second->serverId = kUnassignedId;
     }

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include "client/CSClient.h"
 #include "message/RawMessage.h"
@@ -11,25 +12,50 @@
 namespace com_tesk {
 namespace layout {
 
+/// Reading and writing words where the caller has made sure that there are four bytes.
+/// @{
+
+/// The word at `at`.
+inline std::uint32_t wordAt(const char* at) {
+    unsigned char bytes[4];
+    std::memcpy(bytes, at, sizeof bytes);
+    return std::uint32_t{bytes[0]} << 24U | std::uint32_t{bytes[1]} << 16U | std::uint32_t{bytes[2]} << 8U |
+           std::uint32_t{bytes[3]};
+}
+
+/// Writes a word.
+/// @return the place behind it.
+inline char* putWord(char* at, std::uint32_t word) {
+    const unsigned char bytes[4] = {static_cast<unsigned char>(word >> 24U), static_cast<unsigned char>(word >> 16U),
+                                    static_cast<unsigned char>(word >> 8U), static_cast<unsigned char>(word)};
+    std::memcpy(at, bytes, sizeof bytes);
+    return at + sizeof bytes;
+}
+
+/// @}
+
+inline std::uint32_t bitsOf(CSClient::Value value) {
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+inline CSClient::Value valueOf(std::uint32_t bits) {
+    CSClient::Value value;
+    std::memcpy(&value, &bits, sizeof bits);
+    return value;
+}
+
 /// The text of a zero-padded field that lies inside the message: up to its first zero byte, or all of it.
 inline std::string textAt(const RawMessage& message, std::size_t offset, std::size_t fieldLength) {
     const char* const field = message.data() + offset;
     return {field, strnlen(field, fieldLength)};
 }
 
-/// The value of a record, by the integer flag beside it.
-inline CSClient::Parameter valueAt(const RawMessage& message, unsigned int flagOffset, unsigned int valueOffset,
-                                   std::string name) {
-    CSClient::Parameter parameter;
-    parameter.name = std::move(name);
-    if (message.getDoubleWord(flagOffset) != 0) {
-        parameter.type = CSClient::TYPE_INT;
-        parameter.value.asInt = message.getInt(valueOffset);
-    } else {
-        parameter.type = CSClient::TYPE_FLOAT;
-        parameter.value.asFloat = message.getFloat(valueOffset);
-    }
-    return parameter;
+/// Sets a parameter's value, by the integer flag beside it. The caller has made sure that both words are there.
+inline void readValue(const char* flag, const char* value, CSClient::Parameter& parameter) {
+    parameter.type = wordAt(flag) != 0 ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
+    parameter.value = valueOf(wordAt(value));
 }
 
 }  // namespace layout

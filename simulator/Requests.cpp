@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "simulator/MessageLayout.h"
+#include "simulator/RecordFields.h"
 #include "simulator/SimulatorProtocol.h"
 
 namespace com_tesk {
@@ -37,35 +38,33 @@ void writeName(RawMessage& request, const std::string& name) {
     request.write(field, sizeof field);
 }
 
-void writeValueRecord(RawMessage& request, const CSClientProtocol::OutputParameterEntry& entry) {
-    request.write(static_cast<unsigned int>(entry.serverId));
+/// The largest record of a publication: id, integer flag, value.
+constexpr std::size_t kValueRecordLength = 12;
+
+/// Writes one record of a publication.
+/// @return where the next one belongs.
+char* writeValueRecord(char* at, const CSClientProtocol::OutputParameterEntry& entry) {
+    at = layout::putWord(at, entry.serverId);
     switch (entry.type) {
         case CSClient::TYPE_FLOAT:
-            request.write(0U);
-            request.write(entry.value.asFloat);
-            break;
+            return layout::putWord(layout::putWord(at, 0), layout::bitsOf(entry.value));
         case CSClient::TYPE_INT:
-            request.write(1U);
-            request.write(static_cast<int>(entry.value.asInt));
-            break;
+            return layout::putWord(layout::putWord(at, 1), layout::bitsOf(entry.value));
         case CSClient::TYPE_UNDEFINED:
-            request.write(0U);
-            request.write(0.0F);
-            break;
+            return layout::putWord(layout::putWord(at, 0), 0);
         default:
             // An unknown type has a short record, as intended: what a host that expects 12 bytes makes of the rest is
             // the business of whoever registered such a type.
-            break;
+            return at;
     }
 }
 
 }  // namespace
 
-RawMessage SimulatorProtocol::beginRequest(const unsigned char (&subHeader)[layout::kSubHeaderLength]) const {
-    RawMessage request(RawMessage::DATA);
+void SimulatorProtocol::beginRequest(RawMessage& request,
+                                     const unsigned char (&subHeader)[layout::kSubHeaderLength]) const {
     request.insert(request.end(), subHeader, subHeader + sizeof subHeader);
     request.write(getSimulatorId() << layout::kSimulatorIdShift);
-    return request;
 }
 
 int SimulatorProtocol::sendBatchRequest(const RawMessage& request) {
@@ -75,9 +74,10 @@ int SimulatorProtocol::sendBatchRequest(const RawMessage& request) {
 
 int SimulatorProtocol::requestSimulatorVersion() {
     static const unsigned char sPubHeader[] = {0x04, 0x02, 0x7F, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7F, 0x00, 0x06};
-    RawMessage request = beginRequest(sPubHeader);
-    request.write(0U);
-    return static_cast<int>(sendMessage(request));
+    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
+    beginRequest(*request, sPubHeader);
+    request->write(0U);
+    return static_cast<int>(sendMessage(*request));
 }
 
 int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
@@ -85,16 +85,17 @@ int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParam
     if (entries.empty()) {
         return 0;
     }
-    RawMessage request = beginRequest(sSubHeader);
-    writeCount(request, entries.size());
+    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
+    beginRequest(*request, sSubHeader);
+    writeCount(*request, entries.size());
     for (const InputParameterEntry* const entry : entries) {
         const unsigned int rate = rateCode(entry->subscriptionMode);
-        request.write(rate);
-        request.write(rate);  // Deliberately twice.
-        request.write(integerFlag(entry->type));
-        writeName(request, entry->name);
+        request->write(rate);
+        request->write(rate);  // Deliberately twice.
+        request->write(integerFlag(entry->type));
+        writeName(*request, entry->name);
     }
-    return sendBatchRequest(request);
+    return sendBatchRequest(*request);
 }
 
 int SimulatorProtocol::sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) {
@@ -102,14 +103,15 @@ int SimulatorProtocol::sendOutputSubscriptionRequest(const std::vector<OutputPar
     if (entries.empty()) {
         return 0;
     }
-    RawMessage request = beginRequest(sPubHeader);
-    writeCount(request, entries.size());
+    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
+    beginRequest(*request, sPubHeader);
+    writeCount(*request, entries.size());
     for (const OutputParameterEntry* const entry : entries) {
-        request.write(kOutputRateCode);
-        request.write(integerFlag(entry->type));
-        writeName(request, entry->name);
+        request->write(kOutputRateCode);
+        request->write(integerFlag(entry->type));
+        writeName(*request, entry->name);
     }
-    return sendBatchRequest(request);
+    return sendBatchRequest(*request);
 }
 
 template <typename Entry>
@@ -118,12 +120,13 @@ int SimulatorProtocol::sendUnregistration(const unsigned char (&subHeader)[layou
     if (entries.empty()) {
         return 0;
     }
-    RawMessage request = beginRequest(subHeader);
-    writeCount(request, entries.size());
+    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
+    beginRequest(*request, subHeader);
+    writeCount(*request, entries.size());
     for (const Entry* const entry : entries) {
-        request.write(static_cast<unsigned int>(entry->serverId));
+        request->write(static_cast<unsigned int>(entry->serverId));
     }
-    return sendBatchRequest(request);
+    return sendBatchRequest(*request);
 }
 
 int SimulatorProtocol::sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
@@ -145,13 +148,18 @@ int SimulatorProtocol::sendParameterPublishRequest(const std::vector<OutputParam
     if (entries.empty()) {
         return 0;
     }
-    RawMessage request = beginRequest(sUpdateHeader);
-    request.write(static_cast<unsigned int>(mode));
-    writeCount(request, entries.size());
+    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
+    beginRequest(*request, sUpdateHeader);
+    request->write(static_cast<unsigned int>(mode));
+    writeCount(*request, entries.size());
+    const std::size_t records = request->size();
+    request->resize(records + entries.size() * kValueRecordLength);
+    char* at = request->data() + records;
     for (const OutputParameterEntry* const entry : entries) {
-        writeValueRecord(request, *entry);
+        at = writeValueRecord(at, *entry);
     }
-    return sendBatchRequest(request);
+    request->resize(static_cast<std::size_t>(at - request->data()));
+    return sendBatchRequest(*request);
 }
 
 }  // namespace com_tesk

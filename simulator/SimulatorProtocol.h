@@ -55,11 +55,17 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// @}
 
   protected:
+    /// Whether an update has the ids of the one before, all of them known, under the same names.
+    bool isLastUpdateAgain(const char* first, unsigned int records) const CSCLIENT_REQUIRES(parameterMutex);
+
+    /// Reads the records from `first` on into `updateValues`, without those that are unknown.
+    void readNewUpdate(const char* first, unsigned int records) CSCLIENT_REQUIRES(parameterMutex);
+
     /// Sends the current values of those of the named outputs that still are registered and published.
     void publishAgain(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
 
-    /// An empty request: the sub-header and the simulator word.
-    RawMessage beginRequest(const unsigned char (&subHeader)[12]) const;
+    /// What every request begins with: the sub-header and the simulator word.
+    void beginRequest(RawMessage& request, const unsigned char (&subHeader)[12]) const;
 
     /// Sends a batch's request. Without a connection it deliberately counts as sent: the next connection registers
     /// everything again.
@@ -70,6 +76,18 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
 
     /// Written by the worker and by `setSimulatorId`, read by any thread.
     std::atomic<std::uint32_t> simulatorId;
+
+    /// For the request that is being built. Any thread.
+    SpareMessage spareRequest;
+
+    // Worker thread: the update before, so that the same parameters again only need their values.
+
+    /// The ids of all its records.
+    std::vector<std::uint32_t> updateIds;
+    /// Its known parameters.
+    std::vector<CSClient::Parameter> updateValues;
+    /// The `inputNamesVersion` under which they got their names.
+    std::uint32_t updateNamesVersion = 0;
 };
 
 }  // namespace com_tesk

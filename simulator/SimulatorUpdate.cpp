@@ -7,33 +7,80 @@
 
 namespace com_tesk {
 
-void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
-    using namespace layout::update;
+using namespace layout::update;
 
+namespace {
+
+/// What one huge update has needed is not kept for ever.
+constexpr std::size_t kMostKept = 4'096;
+
+}  // namespace
+
+void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
     const unsigned int announced = message.getDoubleWord(kUpdateCountOffset);
-    if (announced == 0) {
+    const unsigned int records = layout::wholeRecords(message.size(), kUpdateRecordsOffset, kRecordLength, announced);
+    if (records == 0) {
         return;
     }
-    std::vector<CSClient::Parameter> values;
+    const char* const first = message.data() + kUpdateRecordsOffset;
     {
         const CSLockGuard lock(parameterMutex);
-        const unsigned int records =
-            layout::wholeRecords(message.size(), kUpdateRecordsOffset, kRecordLength, announced);
-        for (unsigned int i = 0; i < records; ++i) {
-            const unsigned int record = kUpdateRecordsOffset + i * kRecordLength;
-            const unsigned int id = message.getDoubleWord(record + kId);
-            // The id 0 counts as unknown, deliberately, even if the host has confirmed an input under it.
-            const auto found = id == 0 ? inputNamesById.end() : inputNamesById.find(id);
-            if (found != inputNamesById.end()) {
-                values.push_back(layout::valueAt(message, record + kIntegerFlag, record + kValue, found->second));
+        if (isLastUpdateAgain(first, records)) {
+            for (unsigned int i = 0; i < records; ++i) {
+                layout::readValue(first + i * kRecordLength + kIntegerFlag, first + i * kRecordLength + kValue,
+                                  updateValues[i]);
             }
+        } else {
+            readNewUpdate(first, records);
         }
     }
-    if (values.empty()) {
-        return;
+    if (!updateValues.empty()) {
+        notifyCallbacks([this](CSClient::CallbackIface& callbackInterface) {
+            callbackInterface.inputParametersUpdated(updateValues);
+        });
     }
-    notifyCallbacks(
-        [&values](CSClient::CallbackIface& callbackInterface) { callbackInterface.inputParametersUpdated(values); });
+    if (records > kMostKept) {
+        std::vector<std::uint32_t>().swap(updateIds);
+        std::vector<CSClient::Parameter>().swap(updateValues);
+    }
+}
+
+bool SimulatorProtocol::isLastUpdateAgain(const char* first, unsigned int records) const {
+    if (updateNamesVersion != inputNamesVersion || records != updateIds.size() || records != updateValues.size()) {
+        return false;
+    }
+    for (unsigned int i = 0; i < records; ++i) {
+        if (layout::wordAt(first + i * kRecordLength + kId) != updateIds[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
+    updateIds.clear();
+    std::size_t known = 0;
+    for (unsigned int i = 0; i < records; ++i) {
+        const char* const record = first + i * kRecordLength;
+        const std::uint32_t id = layout::wordAt(record + kId);
+        // The id 0 counts as unknown, deliberately, even if the host has confirmed an input under it.
+        const auto found = id == 0 ? inputNamesById.end() : inputNamesById.find(id);
+        if (found != inputNamesById.end()) {
+            if (known == updateValues.size()) {
+                updateValues.emplace_back();
+            }
+            updateValues[known].name = found->second;
+            layout::readValue(record + kIntegerFlag, record + kValue, updateValues[known]);
+            ++known;
+        }
+    }
+    updateValues.resize(known);
+    // Last, so that a lack of memory on the way leaves nothing that looks like an update.
+    updateIds.reserve(records);
+    for (unsigned int i = 0; i < records; ++i) {
+        updateIds.push_back(layout::wordAt(first + i * kRecordLength + kId));
+    }
+    updateNamesVersion = inputNamesVersion;
 }
 
 }  // namespace com_tesk

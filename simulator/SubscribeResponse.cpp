@@ -27,9 +27,13 @@ void SimulatorProtocol::handleSubscribeResponse(const RawMessage& message) {
             InputParameterEntry& entry = *found->second;
             // An older id of the input deliberately stays in the table and still names it.
             inputNamesById.insert_or_assign(id, name);
+            ++inputNamesVersion;
             entry.serverId = id;
             confirmed.push_back(entry.definition());
-            values.push_back(layout::valueAt(message, record + kIntegerFlag, record + kValue, std::move(name)));
+            values.emplace_back();
+            values.back().name = std::move(name);
+            const char* const fields = message.data() + record;
+            layout::readValue(fields + kIntegerFlag, fields + kValue, values.back());
         }
     }
     notifyCallbacks([&confirmed, &values](CSClient::CallbackIface& callbackInterface) {

@@ -90,10 +90,12 @@ class ReadyEngine : public TestEngine {
 
     /// Puts parameters into the tables that a registration would refuse.
     void adoptInput(const std::string& name) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        inputsByName[name] = new InputParameterEntry{name, CSClient::TYPE_FLOAT, 1, kUnassignedId};
+        auto* const entry = new InputParameterEntry{name, CSClient::TYPE_FLOAT, 1, kUnassignedId};
+        inputsByName[entry->name] = entry;
     }
     void adoptOutput(const std::string& name) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        outputsByName[name] = new OutputParameterEntry{name, CSClient::TYPE_FLOAT, kUnassignedId, false, {0.0F}};
+        auto* const entry = new OutputParameterEntry{name, CSClient::TYPE_FLOAT, kUnassignedId, false, {0.0F}};
+        outputsByName[entry->name] = entry;
     }
 
     bool isParameterMutexHeldHere() const { return parameterMutex.isHeldByThisThread(); }

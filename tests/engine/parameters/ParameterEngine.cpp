@@ -95,7 +95,7 @@ std::vector<std::string> ParameterEngine::inputTable() const {
     std::vector<std::string> lines;
     for (const auto& keyAndEntry : inputsByName) {
         const InputParameterEntry& entry = *keyAndEntry.second;
-        lines.push_back(title(keyAndEntry.first, entry.name) + " type " + std::to_string(entry.type) + " mode " +
+        lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) + " mode " +
                         std::to_string(entry.subscriptionMode) + " " + status(entry.serverId));
     }
     return lines;
@@ -106,7 +106,7 @@ std::vector<std::string> ParameterEngine::outputTable() const {
     std::vector<std::string> lines;
     for (const auto& keyAndEntry : outputsByName) {
         const OutputParameterEntry& entry = *keyAndEntry.second;
-        lines.push_back(title(keyAndEntry.first, entry.name) + " type " + std::to_string(entry.type) + " " +
+        lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) + " " +
                         status(entry.serverId) + (entry.published ? " published " : " ") +
                         hexDigits(bitsOf(entry.value)));
     }

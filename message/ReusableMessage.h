@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "message/RawMessage.h"
+
+namespace com_tesk {
+
+/// A message that is filled over and over in the same memory.
+class ReusableMessage : public RawMessage {
+  public:
+    ReusableMessage() : RawMessage(INVALID) {}
+
+    /// Makes it an empty message of that type.
+    void begin(Type newType) {
+        clear();
+        type = newType;
+    }
+
+    /// Gives back what one huge message has needed. Its bytes may be gone after this.
+    void end() {
+        constexpr std::size_t kLargestKept = 64U << 10U;
+        if (capacity() > kLargestKept) {
+            std::vector<char>().swap(*this);
+        }
+    }
+};
+
+}  // namespace com_tesk
