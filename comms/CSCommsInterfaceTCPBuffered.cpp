@@ -89,6 +89,7 @@ bool CSCommsInterfaceTCPBuffered::openConnection(unsigned int address, unsigned 
     close();
     progress.reset();
     buffer.clear();
+    std::vector<char>().swap(largeBody);
     largeBodyFilled = 0;
     silence = Clock::duration(0);
 

@@ -26,10 +26,11 @@ int CSClientProtocol::unregisterInputParameters(const std::vector<std::string>& 
         return 0;
     }
     const ParameterLock lock(*this);
-    const int result = sendInputUnsubscriptionRequest(registration::find(names, inputsByName));
+    const auto found = registration::find(names, inputsByName);
+    const int result = sendInputUnsubscriptionRequest(found.batch);
     if (registration::isUnregistered(result)) {
         ++inputNamesVersion;
-        registration::forget(names, inputsByName, inputNamesById, namesMutex);
+        registration::forget(found, inputsByName, inputNamesById, namesMutex);
     }
     return result;
 }

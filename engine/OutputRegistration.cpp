@@ -24,10 +24,11 @@ int CSClientProtocol::unregisterOutputParameters(const std::vector<std::string>&
         return 0;
     }
     const ParameterLock lock(*this);
-    const int result = sendOutputUnsubscriptionRequest(registration::find(names, outputsByName));
+    const auto found = registration::find(names, outputsByName);
+    const int result = sendOutputUnsubscriptionRequest(found.batch);
     if (registration::isUnregistered(result)) {
         forgetPublished();
-        registration::forget(names, outputsByName, outputsById, namesMutex);
+        registration::forget(found, outputsByName, outputsById, namesMutex);
     }
     return result;
 }

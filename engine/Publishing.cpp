@@ -9,6 +9,9 @@ namespace com_tesk {
 
 namespace {
 
+/// The longest publish call that is remembered.
+constexpr unsigned int kMostRemembered = 4'096;
+
 /// Any type but `TYPE_INT` is read as a float.
 CSClient::ParameterType readableType(CSClient::ParameterType type) {
     return type == CSClient::TYPE_INT ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
@@ -24,10 +27,12 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
 
     // Everything is checked before anything is stored: all or nothing, deliberately unlike registration. Who publishes
     // mostly publishes the same again, so the last call's outputs are the first guess.
-    publishedBatch.resize(count);
+    std::vector<OutputParameterEntry*> hugeBatch;
+    std::vector<OutputParameterEntry*>& batch = count > kMostRemembered ? hugeBatch : publishedBatch;
+    batch.resize(count);
     for (unsigned int i = 0; i < count; ++i) {
         const CSClient::Parameter& parameter = parameters[i];
-        OutputParameterEntry*& entry = publishedBatch[i];
+        OutputParameterEntry*& entry = batch[i];
         void (*report)(const std::string&) = nullptr;
         if (parameter.type == CSClient::TYPE_UNDEFINED) {
             report = checks::reportInvalidSubscriptionType;
@@ -50,10 +55,10 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
     }
 
     for (unsigned int i = 0; i < count; ++i) {
-        publishedBatch[i]->value = parameters[i].value;
-        publishedBatch[i]->published = true;
+        batch[i]->value = parameters[i].value;
+        batch[i]->published = true;
     }
-    return sendParameterPublishRequest(publishedBatch, mode);
+    return sendParameterPublishRequest(batch, mode);
 }
 
 CSClientProtocol::OutputParameterEntry* CSClientProtocol::findOutput(const std::string& name) {

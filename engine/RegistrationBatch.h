@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "client/CSClient.h"
@@ -17,22 +19,48 @@ namespace com_tesk {
 /// out of the tables. Every function here is called with `parameterMutex` held.
 namespace registration {
 
-/// Where each name of a call occurs for the last time.
-template <typename Definition>
-class LastOccurrences {
+/// Which names of a call occur again later in it.
+class LaterOccurrences {
   public:
-    LastOccurrences(const Definition* definitions, unsigned int count) {
-        lastIndexes.reserve(count);
-        for (unsigned int i = 0; i < count; ++i) {
-            lastIndexes[definitions[i].name] = i;
+    /// @param nameAt  gives the name at an index.
+    template <typename NameAt>
+    LaterOccurrences(std::size_t count, const NameAt& nameAt) : isRepeated(count) {
+        if (count < 2) {
+            return;
+        }
+        // A hash table of the names' last indexes so far, plus one; linear probing, at most half used.
+        std::size_t size = 4;
+        while (size < count * 2) {
+            size *= 2;
+        }
+        std::vector<std::uint32_t> lastIndexes(size);
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::string_view name = nameAt(i);
+            std::size_t slot = std::hash<std::string_view>()(name) & (size - 1);
+            while (lastIndexes[slot] != 0 && nameAt(lastIndexes[slot] - 1) != name) {
+                slot = (slot + 1) & (size - 1);
+            }
+            if (lastIndexes[slot] != 0) {
+                isRepeated[lastIndexes[slot] - 1] = true;
+            }
+            lastIndexes[slot] = static_cast<std::uint32_t>(i + 1);
         }
     }
 
-    bool isLast(const std::string& name, unsigned int index) const { return lastIndexes.at(name) == index; }
+    /// Whether the name at `index` does.
+    bool isComing(std::size_t index) const { return isRepeated[index]; }
 
   private:
-    std::unordered_map<std::string_view, unsigned int> lastIndexes;
+    std::vector<bool> isRepeated;
 };
+
+/// The first entry whose name is not less than `name`: where `name` stands, or belongs. At once for names that come in
+/// ascending order.
+template <typename Entry>
+auto placeOf(const std::string& name, std::map<std::string_view, Entry*>& byName) {
+    const bool isBehindAll = byName.empty() || std::prev(byName.end())->first < name;
+    return isBehindAll ? byName.end() : byName.lower_bound(name);
+}
 
 /// Enters the definitions one by one, in order, and appends their entries to `batch`. Stops at the first that is
 /// refused and leaves those before it entered, deliberately: they reach the host at the next re-registration. The same
@@ -43,17 +71,19 @@ template <typename Definition, typename Entry>
 bool enter(const Definition* definitions, unsigned int count, bool silent,
            void (*reportInvalidType)(const std::string&), std::map<std::string_view, Entry*>& byName,
            CSMutex& namesMutex, std::vector<Entry*>& batch) {
-    const LastOccurrences<Definition> occurrences(definitions, count);
+    const LaterOccurrences laterOccurrences(
+        count, [definitions](std::size_t i) { return std::string_view(definitions[i].name); });
     for (unsigned int i = 0; i < count; ++i) {
         const Definition& definition = definitions[i];
+        const auto place = placeOf(definition.name, byName);
         void (*report)(const std::string&) = nullptr;
         if (definition.type == CSClient::TYPE_UNDEFINED) {
             report = reportInvalidType;
         } else if (checks::isTooLong(definition.name)) {
             report = checks::reportTooLong;
-        } else if (byName.count(definition.name) != 0) {
+        } else if (place != byName.end() && place->first == definition.name) {
             report = checks::reportAlreadyRegistered;
-        } else if (!occurrences.isLast(definition.name, i)) {
+        } else if (laterOccurrences.isComing(i)) {
             report = checks::reportRequestedTwice;
         }
         if (report != nullptr) {
@@ -65,24 +95,38 @@ bool enter(const Definition* definitions, unsigned int count, bool silent,
         auto entry = std::make_unique<Entry>(Entry::of(definition));
         batch.push_back(entry.get());
         const CSLockGuard lock(namesMutex);
-        byName.emplace(entry->name, entry.get());
+        byName.emplace_hint(place, entry->name, entry.get());
         entry.release();
     }
     return true;
 }
 
-/// The entries of the names that are known, in the order of `names`; one named twice is there twice.
+/// What a call unregisters.
 template <typename Entry>
-std::vector<Entry*> find(const std::vector<std::string>& names, const std::map<std::string_view, Entry*>& byName) {
+struct Unregistration {
+    /// The entries of the names that are known, in the order of the call; one named twice is there twice.
     std::vector<Entry*> batch;
-    batch.reserve(names.size());
-    for (const std::string& name : names) {
-        const auto found = byName.find(name);
-        if (found != byName.end()) {
-            batch.push_back(found->second);
+    /// Where each of them stands, once.
+    std::vector<typename std::map<std::string_view, Entry*>::iterator> places;
+};
+
+template <typename Entry>
+Unregistration<Entry> find(const std::vector<std::string>& names, std::map<std::string_view, Entry*>& byName) {
+    const LaterOccurrences laterOccurrences(names.size(),
+                                            [&names](std::size_t i) { return std::string_view(names[i]); });
+    Unregistration<Entry> found;
+    found.batch.reserve(names.size());
+    found.places.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const auto place = byName.find(names[i]);
+        if (place != byName.end()) {
+            found.batch.push_back(place->second);
+            if (!laterOccurrences.isComing(i)) {
+                found.places.push_back(place);
+            }
         }
     }
-    return batch;
+    return found;
 }
 
 /// Whether an unregistration request that gave `result` lets the entries go. No sender gives 4, but it counts as
@@ -91,28 +135,26 @@ constexpr bool isUnregistered(int result) {
     return (result & ~4) == 0;
 }
 
-/// Removes and destroys the entries of `names`; a name that is not, or no longer, there is passed over.
+/// Removes and destroys the entries. Allocates nothing.
 template <typename Entry, typename ById>
-void forget(const std::vector<std::string>& names, std::map<std::string_view, Entry*>& byName, ById& byId,
+void forget(const Unregistration<Entry>& found, std::map<std::string_view, Entry*>& byName, ById& byId,
             CSMutex& namesMutex) {
     const CSLockGuard lock(namesMutex);
-    for (const std::string& name : names) {
-        const auto found = byName.find(name);
-        if (found != byName.end()) {
-            const std::unique_ptr<Entry> entry(found->second);  // It holds the key.
-            byId.erase(entry->serverId);
-            byName.erase(found);
-        }
+    for (const auto place : found.places) {
+        const std::unique_ptr<Entry> entry(place->second);  // It holds the key.
+        byId.erase(entry->serverId);
+        byName.erase(place);
     }
 }
 
 /// Destroys all entries and empties the table.
 template <typename Entry>
 void destroyEntries(std::map<std::string_view, Entry*>& byName) {
-    while (!byName.empty()) {
-        const std::unique_ptr<Entry> entry(byName.begin()->second);  // It holds the key.
-        byName.erase(byName.begin());
+    for (const auto& nameAndEntry : byName) {
+        delete nameAndEntry.second;
     }
+    // Their keys are gone with them, and nothing looks at one here.
+    byName.clear();
 }
 
 }  // namespace registration
