@@ -95,8 +95,12 @@ class TableModel {
         outputIds.clear();
     }
 
-    /// Inputs wait for fresh ids; outputs stay as they are.
+    /// Inputs wait for fresh ids; outputs stay as they are. Without inputs nothing happens, not even to the ids of those
+    /// that are gone.
     void reregister() {
+        if (inputs.empty()) {
+            return;
+        }
         inputIds.clear();
         for (auto& nameAndInput : inputs) {
             nameAndInput.second.id = CSClientProtocol::kUnassignedId;

@@ -111,6 +111,21 @@ TEST_F(Reregistration, OldInputIdsAreForgottenByUpdatesToo) {
     EXPECT_THAT(callbacks.lines(), IsEmpty());
 }
 
+TEST_F(Reregistration, OlderIdsOfAnInputThatIsGoneStayWhenThereAreNoInputs) {
+    RecordingCallbacks callbacks;
+    engine.registerInputs({input("A")});
+    engine.receive(inputsConfirmed({{7, "A"}}));
+    engine.receive(inputsConfirmed({{8, "A"}}));
+    engine.unregisterInputParameters({"A"});
+    engine.addCallbackInterface(&callbacks);
+    engine.reregisterAllInputParameters();
+    EXPECT_EQ(engine.getNumberOfInputParameters(true), 1U);
+    engine.receive(
+        "04 02 7F FF 00 00 00 00 00 7F 00 03 00 00 00 00 00 00 00 00 00 00 00 01"
+        "00 00 00 07 00 00 00 01 00 00 00 2A");
+    EXPECT_THAT(callbacks.lines(), ElementsAre("updated A=int:42"));
+}
+
 TEST_F(Reregistration, InputsConfirmedAgainAreCountedOnce) {
     engine.registerInputs({input("A"), input("B")});
     engine.receive(inputsConfirmed({{1, "A"}, {2, "B"}}));
