@@ -1,0 +1,223 @@
+#include "bench/HostProcess.h"
+
+#include <arpa/inet.h>
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <new>
+
+#include "bench/Frames.h"
+#include "bench/Measure.h"
+#include "host/Layout.h"
+#include "host/Replies.h"
+
+namespace com_tesk::bench {
+
+namespace {
+
+namespace layout = host::layout;
+
+/// What is sent at once, and so arrives at once.
+constexpr std::size_t kBlockSize = 16U << 10U;
+constexpr unsigned int kBlocksPerBurst = 8;
+
+void pauseShortly() {
+    constexpr timespec kPause{0, 20'000};
+    nanosleep(&kPause, nullptr);
+}
+
+unsigned int updatesPerBlock(std::size_t updateSize) {
+    return static_cast<unsigned int>(std::max<std::size_t>(1, kBlockSize / updateSize));
+}
+
+bool receiveAll(int socket, std::uint8_t* target, std::size_t size) {
+    return ::recv(socket, target, size, MSG_WAITALL) == static_cast<ssize_t>(size);
+}
+
+bool sendAll(int socket, const std::uint8_t* source, std::size_t size) {
+    while (size > 0) {
+        const ssize_t sent = ::send(socket, source, size, MSG_NOSIGNAL);
+        if (sent <= 0) {
+            return false;
+        }
+        source += sent;
+        size -= static_cast<std::size_t>(sent);
+    }
+    return true;
+}
+
+/// The reply to a request to register, or nothing for any other message.
+host::Bytes replyTo(const host::Bytes& body) {
+    const unsigned int count = body.size() >= layout::kRecordsOffset ? host::wordAt(body, layout::kCountOffset) : 0;
+    if (body[layout::kCodeOffset] == layout::kSubscribeInputs) {
+        std::vector<host::InputConfirmation> inputs;
+        for (unsigned int i = 0; i < count; ++i) {
+            const std::size_t name = layout::kRecordsOffset + i * layout::kInputRequestSize + layout::kInputRequestName;
+            inputs.push_back({i + 1, 0, 0, HostValue::real(1.0F), host::textAt(body, name, layout::kNameSize)});
+        }
+        return host::encodeInputsReply(1, inputs);
+    }
+    if (body[layout::kCodeOffset] == layout::kRegisterOutputs) {
+        std::vector<host::OutputConfirmation> outputs;
+        for (unsigned int i = 0; i < count; ++i) {
+            const std::size_t name =
+                layout::kRecordsOffset + i * layout::kOutputRequestSize + layout::kOutputRequestName;
+            outputs.push_back({i + 1, 0, 0, host::textAt(body, name, layout::kNameSize)});
+        }
+        return host::encodeOutputsReply(1, outputs);
+    }
+    return {};
+}
+
+}  // namespace
+
+HostProcess::HostProcess(const HostTask& newTask) : task(newTask) {
+    void* const memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    check(memory != MAP_FAILED, "shared memory");
+    shared = new (memory) Shared;
+
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof name;
+    check(bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof name) == 0 && listen(listener, 8) == 0 &&
+              getsockname(listener, reinterpret_cast<sockaddr*>(&name), &length) == 0,
+          "host");
+    portNumber = ntohs(name.sin_port);
+    child = fork();
+    check(child >= 0, "fork");
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        run(listener);
+    }
+    ::close(listener);
+}
+
+HostProcess::~HostProcess() {
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    munmap(shared, sizeof(Shared));
+}
+
+unsigned int HostProcess::updatesPerBurst() const {
+    return kBlocksPerBurst * updatesPerBlock(updateFrame(task.valuesPerUpdate).size());
+}
+
+void HostProcess::waitUntilSent() const {
+    while (shared->updatesSent != shared->updatesAsked) {
+        pauseShortly();
+    }
+}
+
+void HostProcess::run(int listener) const {
+    for (;;) {
+        const int accepted = accept(listener, nullptr, nullptr);
+        constexpr int kOn = 1;
+        setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn);
+        serve(accepted);
+        ::close(accepted);
+    }
+}
+
+void HostProcess::serve(int socket) const {
+    for (unsigned int left = task.registrations; left > 0 || task.kind == HostTask::CONFIRM; --left) {
+        if (!confirm(socket)) {
+            return;
+        }
+    }
+    switch (task.kind) {
+        case HostTask::CONFIRM:
+            break;
+        case HostTask::SWALLOW:
+            swallow(socket);
+            break;
+        case HostTask::UPDATE:
+            update(socket);
+            break;
+        case HostTask::ECHO:
+            echo(socket);
+            break;
+    }
+}
+
+bool HostProcess::confirm(int socket) const {
+    host::Bytes frame;
+    for (;;) {
+        frame.resize(layout::kHeaderSize);
+        if (!receiveAll(socket, frame.data(), frame.size())) {
+            return false;
+        }
+        frame.resize(host::wordFrom(frame.data()) - layout::kHeaderSize);
+        if (!receiveAll(socket, frame.data(), frame.size())) {
+            return false;
+        }
+        const host::Bytes reply = replyTo(frame);
+        if (!reply.empty()) {
+            return sendAll(socket, reply.data(), reply.size());
+        }
+    }
+}
+
+void HostProcess::swallow(int socket) const {
+    static std::uint8_t bytes[64U << 10U];
+    constexpr timespec kPause{0, 1'000'000};
+    while (::recv(socket, bytes, sizeof bytes, task.readsRarely ? MSG_WAITALL : 0) > 0) {
+        if (task.readsRarely) {
+            nanosleep(&kPause, nullptr);
+        }
+    }
+}
+
+void HostProcess::update(int socket) const {
+    const host::Bytes frame = updateFrame(task.valuesPerUpdate);
+    const unsigned int perBlock = updatesPerBlock(frame.size());
+    host::Bytes block;
+    for (unsigned int i = 0; i < perBlock; ++i) {
+        block.insert(block.end(), frame.begin(), frame.end());
+    }
+    for (;;) {
+        const unsigned int count = std::min(shared->updatesAsked - shared->updatesSent, perBlock);
+        if (count == 0) {
+            // The other side is gone when there is something to read: nothing, the end of the stream.
+            std::uint8_t byte = 0;
+            if (::recv(socket, &byte, 1, MSG_DONTWAIT) == 0) {
+                return;
+            }
+            pauseShortly();
+            continue;
+        }
+        if (!sendAll(socket, block.data(), count * frame.size())) {
+            return;
+        }
+        // On the loopback interface what has left has arrived. Its acknowledgement may take another 40 milliseconds.
+        int unsent = 1;
+        while (unsent > 0 && ioctl(socket, SIOCOUTQNSD, &unsent) == 0) {
+        }
+        shared->updatesSent += count;
+    }
+}
+
+void HostProcess::echo(int socket) const {
+    host::Bytes update = updateFrame(1);
+    host::Bytes publication(kPublicationOfOne);
+    while (receiveAll(socket, publication.data(), publication.size())) {
+        // Both end in the value.
+        std::memcpy(update.data() + update.size() - 4, publication.data() + publication.size() - 4, 4);
+        if (!sendAll(socket, update.data(), update.size())) {
+            return;
+        }
+    }
+}
+
+}  // namespace com_tesk::bench

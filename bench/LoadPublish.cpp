@@ -1,0 +1,129 @@
+// Publishing: the library's calls beside one write of the same frame.
+
+#include <random>
+
+#include "bench/Frames.h"
+#include "bench/HostProcess.h"
+#include "bench/Load.h"
+#include "bench/RawSocket.h"
+#include "bench/ReadyClient.h"
+
+namespace com_tesk::bench {
+
+namespace {
+
+constexpr unsigned int kRotating = 100;
+constexpr unsigned int kAtOnce = 1'000;
+constexpr unsigned int kCallsOfOne = 5'000;
+constexpr unsigned int kCallsOfMany = 100;
+
+/// One publish call: what the library is given, and the frame that it makes of it.
+struct Publication {
+    std::vector<CSClient::Parameter> parameters;
+    host::Bytes frame;
+};
+
+Publication publicationOf(const std::vector<std::uint32_t>& ids) {
+    Publication publication;
+    for (const std::uint32_t id : ids) {
+        publication.parameters.push_back({parameterName(id - 1), {1.0F}, CSClient::TYPE_FLOAT});
+    }
+    publication.frame = publicationFrame(ids);
+    return publication;
+}
+
+/// Publications that follow one another round and round, to a host that swallows them.
+Row measureCalls(Row row, const Effort& effort, Transport transport, bool hostReadsRarely,
+                 std::vector<Publication> publications, unsigned int calls) {
+    const HostProcess host({HostTask::SWALLOW, 1, hostReadsRarely});
+    const HostProcess rawHost({HostTask::SWALLOW, 0, hostReadsRarely});
+    WaitingCallbacks callbacks;
+    const auto client = readyClient(callbacks, host.port(), transport, 0, kAtOnce);
+    const RawSocket socket(rawHost.port());
+
+    Side raw;
+    raw.calls = calls;
+    raw.units = raw.calls * static_cast<double>(publications.front().parameters.size());
+    Side library = raw;
+    const auto write = [&](unsigned int number) {
+        host::Bytes& frame = publications[number % publications.size()].frame;
+        putWord(frame.data() + frame.size() - 4, number);
+        socket.writeAll(frame.data(), frame.size());
+    };
+    const auto publish = [&](unsigned int number) {
+        std::vector<CSClient::Parameter>& parameters = publications[number % publications.size()].parameters;
+        parameters.back().value.asInt = static_cast<std::int32_t>(number);
+        client->publishParameters(parameters.data(), static_cast<unsigned int>(parameters.size()));
+    };
+    const auto filling = static_cast<unsigned int>(kFullQueue / publications.front().frame.size());
+    const auto repeat = [=](const auto& call) {
+        for (unsigned int i = 0; hostReadsRarely && i < filling; ++i) {
+            call(i);
+        }
+        const Meter meter;
+        for (unsigned int i = 0; i < calls; ++i) {
+            call(i);
+        }
+        return meter.stop();
+    };
+    raw.round = [&] { return repeat(write); };
+    library.round = [&] { return repeat(publish); };
+    compare(row, effort, raw, library);
+    return row;
+}
+
+Row publishOne(const std::string& name, const std::string& work, double bar, const Effort& effort, Transport transport,
+               bool hostReadsRarely) {
+    Row row{name, work, "ns/call"};
+    row.bar = bar;
+    row.mustNotAllocate = true;
+    std::vector<Publication> publications;
+    for (std::uint32_t id = 1; id <= kRotating; ++id) {
+        publications.push_back(publicationOf({id}));
+    }
+    return measureCalls(row, effort, transport, hostReadsRarely, std::move(publications), kCallsOfOne / effort.divisor);
+}
+
+/// @param lists  how many lists, each in an order of its own, follow one another.
+Row publishMany(const std::string& name, const std::string& work, double bar, const Effort& effort,
+                unsigned int lists) {
+    Row row{name, work, "ns/value"};
+    row.bar = bar;
+    row.mustNotAllocate = true;
+    std::vector<std::uint32_t> ids;
+    for (std::uint32_t id = 1; id <= kAtOnce; ++id) {
+        ids.push_back(id);
+    }
+    std::mt19937 random(1);  // The same orders in every run, so that runs compare.
+    std::vector<Publication> publications;
+    for (unsigned int i = 0; i < lists; ++i) {
+        publications.push_back(publicationOf(ids));
+        std::shuffle(ids.begin(), ids.end(), random);
+    }
+    return measureCalls(row, effort, Transport::STANDARD, false, std::move(publications),
+                        kCallsOfMany / effort.divisor);
+}
+
+}  // namespace
+
+std::vector<Work> publishWork() {
+    const auto one = [](const char* name, const char* work, double bar, Transport transport, bool rarely) {
+        return Work{{name}, [=](const Effort& effort) {
+                        return std::vector<Row>{publishOne(name, work, bar, effort, transport, rarely)};
+                    }};
+    };
+    const auto many = [](const char* name, const char* work, double bar, unsigned int lists) {
+        return Work{{name}, [=](const Effort& effort) {
+                        return std::vector<Row>{publishMany(name, work, bar, effort, lists)};
+                    }};
+    };
+    return {
+        one("publish-1", "1 of 100 outputs a call, host reads at once", 1.05, Transport::STANDARD, false),
+        one("publish-1-64k", "the same, host reads 64 KiB", 1.25, Transport::STANDARD, true),
+        one("publish-1-64k-buffered", "the same, buffered transport", 1.25, Transport::BUFFERED, true),
+        many("publish-1000", "1,000 outputs a call, same list", 4, 1),
+        many("publish-1000-orders", "1,000 outputs a call, changing order", 8, 16),
+    };
+}
+
+}  // namespace com_tesk::bench
