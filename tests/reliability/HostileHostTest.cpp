@@ -204,7 +204,9 @@ TEST_P(HostileHost, ThatResetsAtOnceForEverIsTriedAgainOnceASecond) {
     victim.client->registerOutputParameter({"KEPT", CSClient::TYPE_FLOAT});
     ASSERT_EQ(victim.open(host), 0);
     ASSERT_TRUE(eventually([&host] { return host.guests() >= 2; }));
-    const Levels before = Levels::now();
+    Levels before = Levels::now();
+    // Between attempts the client keeps a socket that was reset after connecting, but none that was reset before.
+    ++before.descriptors;
     const int guestsBefore = host.guests();
     const double seconds = secondsOf([&host, guestsBefore] {
         ASSERT_TRUE(eventually([&host, guestsBefore] { return host.guests() >= guestsBefore + 3; }));
