@@ -176,6 +176,40 @@ TEST(CloseRequest, FromInsideAStateChangeIsCarriedOutAfterIt) {
     EXPECT_EQ(callbacks.states(), "0->1 1->2 inside 4 2->4 4->3 3->0");
 }
 
+/// Holds the worker up while it ends the connection, which it does under the lock.
+class SlowlyClosingTransport : public ProbeTransport {
+  public:
+    int close() override {
+        isClosing.open();
+        goOn.wait();
+        return ProbeTransport::close();
+    }
+
+    Latch isClosing;
+    Latch goOn;
+};
+
+TEST(CloseRequest, MadeWhileTheConnectionEndsIsNotKeptForTheNext) {
+    RecordingCallbacks callbacks;
+    ConnectionEngine engine(kReconnect | kSilent);
+    const EndOnExit end(engine);
+    auto* const transport = new SlowlyClosingTransport;
+    ASSERT_TRUE(engine.changeCommsInterface(transport));
+    engine.addCallbackInterface(&callbacks);
+    ASSERT_EQ(engine.openConnection(0x0100007F, 55580, nullptr), 0);
+    ASSERT_TRUE(callbacks.waitFor("state 2->4"));
+    engine.forceCloseConnection();
+    ASSERT_TRUE(transport->isClosing.wait());
+    engine.forceCloseConnection();
+    transport->goOn.open();
+    ASSERT_TRUE(waitForState(engine, CSClient::STATE_DISCONNECTED));
+    ASSERT_EQ(engine.openConnection(0x0100007F, 55580, nullptr), 0);
+    ASSERT_TRUE(callbacks.waitFor("state 2->4", 2));
+    transport->queueFrame("0A");
+    EXPECT_TRUE(waitUntil([&engine] { return engine.received().size() == 1; }));
+    EXPECT_EQ(engine.getState(), CSClient::STATE_READY);
+}
+
 class Interruption : public testing::Test {
   protected:
     Interruption() { EXPECT_TRUE(engine.changeCommsInterface(transport)); }
