@@ -31,10 +31,11 @@ CSMutex::~CSMutex() {
 // The analysis cannot see that the system's mutex is the capability itself, here and below.
 unsigned int CSMutex::lock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     const int result = pthread_mutex_lock(&mutex);
-    if (result == 0) {
-        holder.store(pthread_self(), std::memory_order_relaxed);
+    if (result != 0) {
+        return lockStatus(result);
     }
-    return lockStatus(result);
+    holder.store(pthread_self(), std::memory_order_relaxed);
+    return kOk;
 }
 
 bool CSMutex::lockWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
@@ -57,10 +58,6 @@ bool CSMutex::lockWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_S
 unsigned int CSMutex::unlock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     holder.store(0, std::memory_order_relaxed);
     return unlockStatus(pthread_mutex_unlock(&mutex));
-}
-
-bool CSMutex::isHeldByThisThread() const {
-    return holder.load(std::memory_order_relaxed) == pthread_self();
 }
 
 unsigned int CSMutex::lockStatus(int systemResult) {

@@ -19,7 +19,7 @@
 #include "comms/CSThread.h"
 #include "comms/CSUseCount.h"
 #include "comms/ThreadSafety.h"
-#include "engine/EntryIndex.h"
+#include "engine/LookupIndex.h"
 #include "message/Export.h"
 #include "message/RawMessage.h"
 #include "message/SpareMessage.h"
@@ -269,14 +269,35 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// senders.
     CSCommsInterfaceTCP& transport() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return *comms; }
 
+    /// Makes `callbackList` of `callbacks`.
+    void replaceCallbackList() CSCLIENT_REQUIRES(callbackMutex);
+
     /// The interfaces to notify, in ascending pointer order. Allocates nothing.
     std::shared_ptr<const CallbackList> callbacksToNotify() const CSCLIENT_EXCLUDES(callbackMutex);
 
     /// Calls `notify(interface)` for each interface, with no lock taken meanwhile.
     template <typename Notify>
     void notifyCallbacks(const Notify& notify) const {
-        const std::shared_ptr<const CallbackList> interfaces = callbacksToNotify();
-        for (const std::atomic<CSClient::CallbackIface*>& entry : *interfaces) {
+        notifyAll(*callbacksToNotify(), notify);
+    }
+
+    /// As `notifyCallbacks`, on the worker thread. Takes no lock while the interfaces are those of the last time.
+    template <typename Notify>
+    void notifyFromWorker(const Notify& notify) {
+        const std::uint32_t version = callbackListVersion;
+        // Taken out meanwhile: what a callback does must not change the list that it is called from.
+        std::shared_ptr<const CallbackList> interfaces = std::move(workerCallbacks);
+        if (interfaces == nullptr || version != workerCallbacksVersion) {
+            interfaces = callbacksToNotify();
+        }
+        notifyAll(*interfaces, notify);
+        workerCallbacks = std::move(interfaces);
+        workerCallbacksVersion = version;
+    }
+
+    template <typename Notify>
+    static void notifyAll(const CallbackList& interfaces, const Notify& notify) {
+        for (const std::atomic<CSClient::CallbackIface*>& entry : interfaces) {
             CSClient::CallbackIface* const callbackInterface = entry;
             if (callbackInterface != nullptr) {
                 notify(*callbackInterface);
@@ -290,6 +311,13 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Carries out the close of a connection on which a write has failed, as soon as this thread holds no engine lock;
     /// nothing if that connection has ended meanwhile.
     void closeAfterFailedWrite(std::uint32_t failedConnection);
+
+    /// Whether there is a connection to send to, as far as this thread is concerned.
+    bool maySend() const;
+
+    /// Sends a whole frame, with one write.
+    /// @return as `sendMessage`.
+    unsigned int sendFrame(const RawMessage& wholeFrame);
 
     /// Whether this thread owes the close of the connection: until it is carried out, nothing more is sent.
     bool owesClose() const;
@@ -327,6 +355,11 @@ class CSCLIENT_EXPORT CSClientProtocol {
     bool readBody(unsigned int bodyLength, RawMessage& message) CSCLIENT_EXCLUDES(connectionMutex);
     /// Reports a failed read, unless silent, and closes the connection.
     void failRead(std::initializer_list<std::string_view> line) CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// The name of the input that the host has confirmed under `id`. Null when there is none.
+    const std::string* findInputName(std::uint32_t id) CSCLIENT_REQUIRES(parameterMutex);
+    /// To be called with every change of `inputNamesById`, before an element goes.
+    void inputNamesChange() CSCLIENT_REQUIRES(parameterMutex);
 
     /// Finds an output by the name given to a publish call. Null when there is none.
     OutputParameterEntry* findOutput(const std::string& name) CSCLIENT_REQUIRES(parameterMutex);
@@ -388,6 +421,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// `callbacks` as a list that notifiers share. It is replaced, not changed; but when there is no memory for another
     /// one, an interface that is removed becomes null in it.
     std::shared_ptr<CallbackList> callbackList CSCLIENT_GUARDED_BY(callbackMutex);
+    /// Changed under callbackMutex after each replacement of the list, read by the worker without it.
+    std::atomic<std::uint32_t> callbackListVersion{0};
 
     // Guarded by parameterMutex, together with every field of every entry. The names that are keys are those in the
     // entries.
@@ -398,6 +433,9 @@ class CSCLIENT_EXPORT CSClientProtocol {
     std::map<std::uint32_t, std::string> inputNamesById CSCLIENT_GUARDED_BY(parameterMutex);
     /// Changes with every change of `inputNamesById`.
     std::uint32_t inputNamesVersion CSCLIENT_GUARDED_BY(parameterMutex) = 0;
+    /// The elements of `inputNamesById` that updates have needed since it changed.
+    LookupIndex<const std::pair<const std::uint32_t, std::string>, IdKey> updatedIndex
+        CSCLIENT_GUARDED_BY(parameterMutex);
     /// Every output, confirmed or not. Owns the entries.
     std::map<std::string_view, OutputParameterEntry*> outputsByName CSCLIENT_GUARDED_BY(parameterMutex);
     /// Where the nodes of `outputsById` lie side by side: as blocks of their own each would cost a third more.
@@ -406,7 +444,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// their output is gone: the pointers are never followed.
     std::pmr::map<std::uint32_t, OutputParameterEntry*> outputsById CSCLIENT_GUARDED_BY(parameterMutex){&outputIdNodes};
     /// The outputs that were published most recently, by name.
-    EntryIndex<OutputParameterEntry> publishedIndex CSCLIENT_GUARDED_BY(parameterMutex);
+    LookupIndex<OutputParameterEntry, NameKey> publishedIndex CSCLIENT_GUARDED_BY(parameterMutex);
     /// The outputs of the last publish call, record by record; null where a call ended early.
     std::vector<OutputParameterEntry*> publishedBatch CSCLIENT_GUARDED_BY(parameterMutex);
     /// The connection whose close the holder of the lock owes, or `kNoConnection`.
@@ -414,13 +452,16 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     // Any thread.
 
-    /// For the frame that is being sent.
+    /// For the frame that is being built and sent.
     SpareMessage spareFrame;
 
     // Worker thread.
 
     ReusableMessage receivedHeader;
     ReusableMessage receivedBody;
+    /// The list last notified of received values and confirmations, and its version.
+    std::shared_ptr<const CallbackList> workerCallbacks;
+    std::uint32_t workerCallbacksVersion = 0;
 
     /// Threads that are handing a frame to the transport.
     CSUseCount senders;

@@ -17,7 +17,7 @@ unsigned int CSClientProtocol::addCallbackInterface(CSClient::CallbackIface* cal
         return 0;
     }
     try {
-        callbackList = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
+        replaceCallbackList();
     } catch (...) {
         callbacks.erase(position);
         throw;
@@ -29,7 +29,7 @@ int CSClientProtocol::removeCallbackInterface(CSClient::CallbackIface* callbackI
     CSLockGuard lock(callbackMutex);
     if (callbacks.erase(callbackInterface) != 0) {
         try {
-            callbackList = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
+            replaceCallbackList();
         } catch (const std::bad_alloc&) {
             // An object that is being destroyed must be able to remove itself whatever happens. Notifications under way
             // then pass it over too.
@@ -59,6 +59,11 @@ int CSClientProtocol::getCallbackInterfaces(std::set<CSClient::CallbackIface*>& 
         out = callbacks;
     }
     return static_cast<int>(lock.unlock());
+}
+
+void CSClientProtocol::replaceCallbackList() {
+    callbackList = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
+    ++callbackListVersion;
 }
 
 std::shared_ptr<const CSClientProtocol::CallbackList> CSClientProtocol::callbacksToNotify() const {

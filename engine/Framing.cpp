@@ -1,6 +1,7 @@
 // Frames: one message out, one message in.
 
 #include <cerrno>
+#include <iterator>
 #include <new>
 
 #include "comms/CSCommsInterfaceTCP.h"
@@ -39,37 +40,40 @@ RawMessage::Type typeOfKind(unsigned int kind) {
 
 }  // namespace
 
-unsigned int CSClientProtocol::sendMessage(const RawMessage& message) {
-    static const unsigned char sHeader[frame::kHeaderLength] = {
-        0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-    };
-
+bool CSClientProtocol::maySend() const {
     // Until an owed close is carried out, the connection counts as closed already.
-    if (!isConnected(state) || owesClose()) {
+    return isConnected(state) && !owesClose();
+}
+
+unsigned int CSClientProtocol::sendMessage(const RawMessage& message) {
+    if (!maySend()) {
         return kNotConnected;
     }
-
-    const SpareMessage::Loan loan(spareFrame, message.getType());
-    RawMessage& wholeFrame = *loan;
-    wholeFrame.reserve(frame::kHeaderLength + message.size());
-    wholeFrame.insert(wholeFrame.end(), sHeader, sHeader + frame::kHeaderLength);
-    wholeFrame.insert(wholeFrame.end(), message.begin(), message.end());
+    const SpareMessage::Loan wholeFrame(spareFrame);
+    wholeFrame->reserve(frame::kHeaderLength + message.size());
+    wholeFrame->assign(std::begin(frame::kDataHeader), std::end(frame::kDataHeader));
+    wholeFrame->insert(wholeFrame->end(), message.begin(), message.end());
     switch (message.getType()) {
         case RawMessage::DATA:
             // The strict guard of writeAt leaves a body of eight bytes or less as it was built.
-            wholeFrame.writeAt(frame::kBodyLengthOffset, static_cast<unsigned int>(message.size()));
+            wholeFrame->writeAt(frame::kBodyLengthOffset, static_cast<unsigned int>(message.size()));
             break;
         case RawMessage::CONTROL:
-            wholeFrame.writeAt(frame::kKindOffset, frame::kKindControl);
-            wholeFrame.writeAt(frame::kSubKindOffset, frame::kSubKindControl);
-            wholeFrame.writeAt(frame::kEndMarkOffset, frame::kEndMarkControl);
+            wholeFrame->writeAt(frame::kKindOffset, frame::kKindControl);
+            wholeFrame->writeAt(frame::kSubKindOffset, frame::kSubKindControl);
+            wholeFrame->writeAt(frame::kEndMarkOffset, frame::kEndMarkControl);
             break;
         case RawMessage::INVALID:
             return kInvalidMessage;
     }
-    wholeFrame.writeAt(frame::kFrameLengthOffset, static_cast<unsigned int>(wholeFrame.size()));
+    wholeFrame->writeAt(frame::kFrameLengthOffset, static_cast<unsigned int>(wholeFrame->size()));
+    return sendFrame(*wholeFrame);
+}
 
+unsigned int CSClientProtocol::sendFrame(const RawMessage& wholeFrame) {
+    if (!maySend()) {
+        return kNotConnected;
+    }
     int written = -1;
     std::uint32_t writtenTo = kNoConnection;
     {

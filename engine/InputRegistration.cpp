@@ -29,7 +29,7 @@ int CSClientProtocol::unregisterInputParameters(const std::vector<std::string>& 
     const auto found = registration::find(names, inputsByName);
     const int result = sendInputUnsubscriptionRequest(found.batch);
     if (registration::isUnregistered(result)) {
-        ++inputNamesVersion;
+        inputNamesChange();
         registration::forget(found, inputsByName, inputNamesById, namesMutex);
     }
     return result;

@@ -61,12 +61,30 @@ bool CSClientProtocol::hasOutputParameter(const std::string& name, bool confirme
     return has(outputsByName, name, confirmed);
 }
 
+const std::string* CSClientProtocol::findInputName(std::uint32_t id) {
+    const auto* const known = updatedIndex.find(id);
+    if (known != nullptr) {
+        return &known->second;
+    }
+    const auto found = inputNamesById.find(id);
+    if (found == inputNamesById.end()) {
+        return nullptr;
+    }
+    updatedIndex.add(*found);
+    return &found->second;
+}
+
+void CSClientProtocol::inputNamesChange() {
+    ++inputNamesVersion;
+    updatedIndex.clear();
+}
+
 void CSClientProtocol::unregisterAllLocalParameters() {
     const CSLockGuard lock(parameterMutex);
     const CSLockGuard namesLock(namesMutex);
     registration::destroyEntries(inputsByName);
+    inputNamesChange();
     inputNamesById.clear();
-    ++inputNamesVersion;
     forgetPublished();
     outputsById.clear();
     registration::destroyEntries(outputsByName);

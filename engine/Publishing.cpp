@@ -3,6 +3,7 @@
 #include "comms/CSLockGuard.h"
 #include "engine/CSClientProtocol.h"
 #include "engine/EngineLocks.h"
+#include "engine/NameBytes.h"
 #include "engine/RegistrationChecks.h"
 
 namespace com_tesk {
@@ -36,7 +37,7 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
         void (*report)(const std::string&) = nullptr;
         if (parameter.type == CSClient::TYPE_UNDEFINED) {
             report = checks::reportInvalidSubscriptionType;
-        } else if (entry != nullptr && entry->name == parameter.name) {
+        } else if (entry != nullptr && names::isSame(entry->name, parameter.name)) {
             continue;
         } else if (checks::isTooLong(parameter.name)) {
             report = checks::reportTooLong;

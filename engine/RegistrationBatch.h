@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -11,6 +10,7 @@
 
 #include "client/CSClient.h"
 #include "comms/CSLockGuard.h"
+#include "engine/NameBytes.h"
 #include "engine/RegistrationChecks.h"
 
 namespace com_tesk {
@@ -24,10 +24,11 @@ class LaterOccurrences {
   public:
     /// @param nameAt  gives the name at an index.
     template <typename NameAt>
-    LaterOccurrences(std::size_t count, const NameAt& nameAt) : isRepeated(count) {
-        if (count < 2) {
+    LaterOccurrences(std::size_t count, const NameAt& nameAt) {
+        if (isAscending(count, nameAt)) {
             return;
         }
+        isRepeated.resize(count);
         // A hash table of the names' last indexes so far, plus one; linear probing, at most half used.
         std::size_t size = 4;
         while (size < count * 2) {
@@ -36,8 +37,8 @@ class LaterOccurrences {
         std::vector<std::uint32_t> lastIndexes(size);
         for (std::size_t i = 0; i < count; ++i) {
             const std::string_view name = nameAt(i);
-            std::size_t slot = std::hash<std::string_view>()(name) & (size - 1);
-            while (lastIndexes[slot] != 0 && nameAt(lastIndexes[slot] - 1) != name) {
+            std::size_t slot = names::hashOf(name) & (size - 1);
+            while (lastIndexes[slot] != 0 && !names::isSame(nameAt(lastIndexes[slot] - 1), name)) {
                 slot = (slot + 1) & (size - 1);
             }
             if (lastIndexes[slot] != 0) {
@@ -48,9 +49,21 @@ class LaterOccurrences {
     }
 
     /// Whether the name at `index` does.
-    bool isComing(std::size_t index) const { return isRepeated[index]; }
+    bool isComing(std::size_t index) const { return !isRepeated.empty() && isRepeated[index]; }
 
   private:
+    /// Whether each name comes after the one before, so that none can be there twice.
+    template <typename NameAt>
+    static bool isAscending(std::size_t count, const NameAt& nameAt) {
+        for (std::size_t i = 1; i < count; ++i) {
+            if (nameAt(i) <= nameAt(i - 1)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /// Empty when none is.
     std::vector<bool> isRepeated;
 };
 
@@ -60,6 +73,13 @@ template <typename Entry>
 auto placeOf(const std::string& name, std::map<std::string_view, Entry*>& byName) {
     const bool isBehindAll = byName.empty() || std::prev(byName.end())->first < name;
     return isBehindAll ? byName.end() : byName.lower_bound(name);
+}
+
+/// Where `name` stands, or the end. At once when it stands at `guess`: who names many mostly names them in order.
+template <typename Entry>
+auto findNear(typename std::map<std::string_view, Entry*>::iterator guess, std::string_view name,
+              std::map<std::string_view, Entry*>& byName) {
+    return guess != byName.end() && names::isSame(guess->first, name) ? guess : byName.find(name);
 }
 
 /// Enters the definitions one by one, in order, and appends their entries to `batch`. Stops at the first that is
@@ -73,6 +93,7 @@ bool enter(const Definition* definitions, unsigned int count, bool silent,
            CSMutex& namesMutex, std::vector<Entry*>& batch) {
     const LaterOccurrences laterOccurrences(
         count, [definitions](std::size_t i) { return std::string_view(definitions[i].name); });
+    batch.reserve(count);
     for (unsigned int i = 0; i < count; ++i) {
         const Definition& definition = definitions[i];
         const auto place = placeOf(definition.name, byName);
@@ -117,13 +138,15 @@ Unregistration<Entry> find(const std::vector<std::string>& names, std::map<std::
     Unregistration<Entry> found;
     found.batch.reserve(names.size());
     found.places.reserve(names.size());
+    auto guess = byName.begin();
     for (std::size_t i = 0; i < names.size(); ++i) {
-        const auto place = byName.find(names[i]);
+        const auto place = findNear(guess, names[i], byName);
         if (place != byName.end()) {
             found.batch.push_back(place->second);
             if (!laterOccurrences.isComing(i)) {
                 found.places.push_back(place);
             }
+            guess = std::next(place);
         }
     }
     return found;
@@ -140,9 +163,13 @@ template <typename Entry, typename ById>
 void forget(const Unregistration<Entry>& found, std::map<std::string_view, Entry*>& byName, ById& byId,
             CSMutex& namesMutex) {
     const CSLockGuard lock(namesMutex);
+    auto guess = byId.begin();
     for (const auto place : found.places) {
         const std::unique_ptr<Entry> entry(place->second);  // It holds the key.
-        byId.erase(entry->serverId);
+        const auto id = guess != byId.end() && guess->first == entry->serverId ? guess : byId.find(entry->serverId);
+        if (id != byId.end()) {
+            guess = byId.erase(id);
+        }
         byName.erase(place);
     }
 }

@@ -38,8 +38,8 @@ void CSClientProtocol::reregisterAllInputParameters() {
         for (const auto& nameAndEntry : inputsByName) {
             definitions.push_back(nameAndEntry.second->definition());
         }
+        inputNamesChange();
         inputNamesById.clear();
-        ++inputNamesVersion;
         const CSLockGuard namesLock(namesMutex);
         oldInputs.swap(inputsByName);
     }

@@ -29,6 +29,13 @@ void storeBigEndian(unsigned int value, char (&bytes)[kDoubleWordWidth]) {
     bytes[3] = static_cast<char>(value & 0xFFU);
 }
 
+unsigned int loadBigEndian(const char* at) {
+    unsigned char bytes[kDoubleWordWidth];
+    std::memcpy(bytes, at, sizeof bytes);
+    return static_cast<unsigned int>(bytes[0]) << 24U | static_cast<unsigned int>(bytes[1]) << 16U |
+           static_cast<unsigned int>(bytes[2]) << 8U | bytes[3];
+}
+
 }  // namespace
 
 RawMessage::RawMessage(Type messageType) : type(messageType) {}
@@ -59,10 +66,13 @@ std::uint16_t RawMessage::getWord(unsigned int index) const {
 }
 
 unsigned int RawMessage::getDoubleWord(unsigned int index) const {
-    if (!isReadable(size(), index, kDoubleWordWidth)) {
+    const std::size_t at = index;
+    if (at < size() && size() - at >= kDoubleWordWidth) {
+        return loadBigEndian(data() + at);
+    }
+    if (!isReadable(size(), at, kDoubleWordWidth)) {
         return 0;
     }
-    const std::size_t at = index;
     return byteAt(*this, at) << 24U | byteAt(*this, at + 1) << 16U | byteAt(*this, at + 2) << 8U |
            byteAt(*this, at + 3);
 }

@@ -10,7 +10,7 @@ namespace com_tesk {
 /// A message that is filled over and over in the same memory.
 class ReusableMessage : public RawMessage {
   public:
-    ReusableMessage() : RawMessage(INVALID) {}
+    explicit ReusableMessage(Type initialType = INVALID) : RawMessage(initialType) {}
 
     /// Makes it an empty message of that type.
     void begin(Type newType) {

@@ -16,14 +16,13 @@ class SpareMessage {
     SpareMessage& operator=(const SpareMessage&) = delete;
     ~SpareMessage() { delete spare.load(); }
 
-    /// An empty message for a scope. One thread.
+    /// A data message for a scope, with whatever bytes it had at the end of the last one. One thread.
     class Loan {
       public:
-        Loan(SpareMessage& from, RawMessage::Type type) : lender(from), lent(from.spare.exchange(nullptr)) {
+        explicit Loan(SpareMessage& from) : lender(from), lent(from.spare.exchange(nullptr)) {
             if (lent == nullptr) {
-                lent = std::make_unique<ReusableMessage>();
+                lent = std::make_unique<ReusableMessage>(RawMessage::DATA);
             }
-            lent->begin(type);
         }
         Loan(const Loan&) = delete;
         Loan& operator=(const Loan&) = delete;

@@ -40,6 +40,7 @@ constexpr unsigned int kSimulatorIdShift = 16;
 constexpr unsigned int kProtocol = 4;
 constexpr unsigned int kSubprotocol = 2;
 
+constexpr std::size_t kWordLength = 4;
 constexpr std::size_t kNameLength = 32;
 
 /// The response to a request, by the 16-bit message code; requests differ in the last byte of their templates.

@@ -3,6 +3,7 @@
 #include "comms/CSLockGuard.h"
 #include "comms/Diagnostics.h"
 #include "engine/EngineLocks.h"
+#include "engine/RegistrationBatch.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
 #include "simulator/SimulatorProtocol.h"
@@ -20,11 +21,13 @@ void SimulatorProtocol::handlePublishResponse(const RawMessage& message) {
         const CSLockGuard lock(parameterMutex);
         const unsigned int records = layout::wholeRecords(message.size(), layout::kRecordsOffset, kRecordLength,
                                                           message.getDoubleWord(layout::kCountOffset));
+        confirmed.reserve(records);
+        auto guess = outputsByName.begin();
         for (unsigned int i = 0; i < records; ++i) {
             const unsigned int record = layout::kRecordsOffset + i * kRecordLength;
             const unsigned int id = message.getDoubleWord(record + kId);
-            const std::string name = layout::textAt(message, record + kName, layout::kNameLength);
-            const auto found = outputsByName.find(name);
+            const std::string_view name = layout::textAt(message, record + kName, layout::kNameLength);
+            const auto found = registration::findNear(guess, name, outputsByName);
             if (found == outputsByName.end()) {
                 if (!isSilent()) {
                     // Deliberately no blank before the parenthesis.
@@ -32,17 +35,18 @@ void SimulatorProtocol::handlePublishResponse(const RawMessage& message) {
                 }
                 continue;
             }
+            guess = std::next(found);
             OutputParameterEntry& entry = *found->second;
-            // An older id of the output deliberately stays in the table.
-            outputsById[id] = &entry;
+            // An older id of the output deliberately stays in the table. Ids mostly come in ascending order.
+            outputsById.insert_or_assign(outputsById.end(), id, &entry);
             entry.serverId = id;
             confirmed.push_back(entry.definition());
             if (entry.published) {
-                published.push_back(name);
+                published.push_back(entry.name);
             }
         }
     }
-    notifyCallbacks([&confirmed](CSClient::CallbackIface& callbackInterface) {
+    notifyFromWorker([&confirmed](CSClient::CallbackIface& callbackInterface) {
         callbackInterface.outputParametersConfirmed(confirmed);
     });
     publishAgain(published);

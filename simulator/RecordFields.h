@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 #include "client/CSClient.h"
 #include "message/RawMessage.h"
@@ -46,8 +46,9 @@ inline CSClient::Value valueOf(std::uint32_t bits) {
     return value;
 }
 
-/// The text of a zero-padded field that lies inside the message: up to its first zero byte, or all of it.
-inline std::string textAt(const RawMessage& message, std::size_t offset, std::size_t fieldLength) {
+/// The text of a zero-padded field that lies inside the message: up to its first zero byte, or all of it. In the message
+/// itself.
+inline std::string_view textAt(const RawMessage& message, std::size_t offset, std::size_t fieldLength) {
     const char* const field = message.data() + offset;
     return {field, strnlen(field, fieldLength)};
 }

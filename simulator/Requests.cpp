@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
+#include "message/FrameLayout.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
 #include "simulator/SimulatorProtocol.h"
@@ -27,23 +29,20 @@ unsigned int integerFlag(CSClient::ParameterType type) {
     return type == CSClient::TYPE_INT ? 1 : 0;
 }
 
-void writeCount(RawMessage& request, std::size_t count) {
-    request.write(static_cast<unsigned int>(count));
+char* putCount(char* at, std::size_t count) {
+    return layout::putWord(at, static_cast<std::uint32_t>(count));
 }
 
-/// A field of 32 bytes, zero after the name. A zero byte inside the name ends it.
-void writeName(RawMessage& request, const std::string& name) {
-    char field[layout::kNameLength] = {};
-    std::memcpy(field, name.data(), strnlen(name.c_str(), layout::kNameLength));
-    request.write(field, sizeof field);
+/// Writes a field of 32 bytes, zero after the name. A zero byte inside the name ends it.
+/// @return where the next field belongs, as all writers here.
+char* putName(char* at, const std::string& name) {
+    std::memset(at, 0, layout::kNameLength);
+    std::memcpy(at, name.data(), strnlen(name.c_str(), layout::kNameLength));
+    return at + layout::kNameLength;
 }
-
-/// The largest record of a publication: id, integer flag, value.
-constexpr std::size_t kValueRecordLength = 12;
 
 /// Writes one record of a publication.
-/// @return where the next one belongs.
-char* writeValueRecord(char* at, const CSClientProtocol::OutputParameterEntry& entry) {
+char* putValueRecord(char* at, const CSClientProtocol::OutputParameterEntry& entry) {
     at = layout::putWord(at, entry.serverId);
     switch (entry.type) {
         case CSClient::TYPE_FLOAT:
@@ -61,57 +60,69 @@ char* writeValueRecord(char* at, const CSClientProtocol::OutputParameterEntry& e
 
 }  // namespace
 
-void SimulatorProtocol::beginRequest(RawMessage& request,
-                                     const unsigned char (&subHeader)[layout::kSubHeaderLength]) const {
-    request.insert(request.end(), subHeader, subHeader + sizeof subHeader);
-    request.write(getSimulatorId() << layout::kSimulatorIdShift);
+char* SimulatorProtocol::beginRequest(RawMessage& request, const unsigned char (&subHeader)[layout::kSubHeaderLength],
+                                      std::size_t longestRest) const {
+    request.resize(frame::kHeaderLength + layout::kSimulatorWordOffset + layout::kWordLength + longestRest);
+    char* at = std::copy(std::begin(frame::kDataHeader), std::end(frame::kDataHeader), request.data());
+    at = std::copy(std::begin(subHeader), std::end(subHeader), at);
+    return layout::putWord(at, getSimulatorId() << layout::kSimulatorIdShift);
 }
 
-int SimulatorProtocol::sendBatchRequest(const RawMessage& request) {
-    const unsigned int status = sendMessage(request);
+unsigned int SimulatorProtocol::sendRequest(RawMessage& request, const char* end) {
+    const auto length = static_cast<std::size_t>(end - request.data());
+    request.resize(length);
+    layout::putWord(request.data() + frame::kFrameLengthOffset, static_cast<std::uint32_t>(length));
+    layout::putWord(request.data() + frame::kBodyLengthOffset,
+                    static_cast<std::uint32_t>(length - frame::kHeaderLength));
+    return sendFrame(request);
+}
+
+int SimulatorProtocol::sendBatchRequest(RawMessage& request, const char* end) {
+    const unsigned int status = sendRequest(request, end);
     return status == kNotConnected ? 0 : static_cast<int>(status);
 }
 
 int SimulatorProtocol::requestSimulatorVersion() {
     static const unsigned char sPubHeader[] = {0x04, 0x02, 0x7F, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7F, 0x00, 0x06};
-    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
-    beginRequest(*request, sPubHeader);
-    request->write(0U);
-    return static_cast<int>(sendMessage(*request));
+    const SpareMessage::Loan request(spareFrame);
+    char* const at = beginRequest(*request, sPubHeader, layout::kWordLength);
+    return static_cast<int>(sendRequest(*request, layout::putWord(at, 0)));
 }
 
 int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
     static const unsigned char sSubHeader[] = {0x04, 0x02, 0x7F, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7F, 0x00, 0x01};
+    constexpr std::size_t kRecordLength = 3 * layout::kWordLength + layout::kNameLength;
     if (entries.empty()) {
         return 0;
     }
-    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
-    beginRequest(*request, sSubHeader);
-    writeCount(*request, entries.size());
+    const SpareMessage::Loan request(spareFrame);
+    char* at = beginRequest(*request, sSubHeader, layout::kWordLength + entries.size() * kRecordLength);
+    at = putCount(at, entries.size());
     for (const InputParameterEntry* const entry : entries) {
         const unsigned int rate = rateCode(entry->subscriptionMode);
-        request->write(rate);
-        request->write(rate);  // Deliberately twice.
-        request->write(integerFlag(entry->type));
-        writeName(*request, entry->name);
+        at = layout::putWord(at, rate);
+        at = layout::putWord(at, rate);  // Deliberately twice.
+        at = layout::putWord(at, integerFlag(entry->type));
+        at = putName(at, entry->name);
     }
-    return sendBatchRequest(*request);
+    return sendBatchRequest(*request, at);
 }
 
 int SimulatorProtocol::sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) {
     static const unsigned char sPubHeader[] = {0x04, 0x02, 0x7F, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7F, 0x00, 0x02};
+    constexpr std::size_t kRecordLength = 2 * layout::kWordLength + layout::kNameLength;
     if (entries.empty()) {
         return 0;
     }
-    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
-    beginRequest(*request, sPubHeader);
-    writeCount(*request, entries.size());
+    const SpareMessage::Loan request(spareFrame);
+    char* at = beginRequest(*request, sPubHeader, layout::kWordLength + entries.size() * kRecordLength);
+    at = putCount(at, entries.size());
     for (const OutputParameterEntry* const entry : entries) {
-        request->write(kOutputRateCode);
-        request->write(integerFlag(entry->type));
-        writeName(*request, entry->name);
+        at = layout::putWord(at, kOutputRateCode);
+        at = layout::putWord(at, integerFlag(entry->type));
+        at = putName(at, entry->name);
     }
-    return sendBatchRequest(*request);
+    return sendBatchRequest(*request, at);
 }
 
 template <typename Entry>
@@ -120,13 +131,13 @@ int SimulatorProtocol::sendUnregistration(const unsigned char (&subHeader)[layou
     if (entries.empty()) {
         return 0;
     }
-    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
-    beginRequest(*request, subHeader);
-    writeCount(*request, entries.size());
+    const SpareMessage::Loan request(spareFrame);
+    char* at = beginRequest(*request, subHeader, (1 + entries.size()) * layout::kWordLength);
+    at = putCount(at, entries.size());
     for (const Entry* const entry : entries) {
-        request->write(static_cast<unsigned int>(entry->serverId));
+        at = layout::putWord(at, entry->serverId);
     }
-    return sendBatchRequest(*request);
+    return sendBatchRequest(*request, at);
 }
 
 int SimulatorProtocol::sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
@@ -148,18 +159,15 @@ int SimulatorProtocol::sendParameterPublishRequest(const std::vector<OutputParam
     if (entries.empty()) {
         return 0;
     }
-    const SpareMessage::Loan request(spareRequest, RawMessage::DATA);
-    beginRequest(*request, sUpdateHeader);
-    request->write(static_cast<unsigned int>(mode));
-    writeCount(*request, entries.size());
-    const std::size_t records = request->size();
-    request->resize(records + entries.size() * kValueRecordLength);
-    char* at = request->data() + records;
+    const SpareMessage::Loan request(spareFrame);
+    char* at =
+        beginRequest(*request, sUpdateHeader, 2 * layout::kWordLength + entries.size() * layout::update::kRecordLength);
+    at = layout::putWord(at, mode);
+    at = putCount(at, entries.size());
     for (const OutputParameterEntry* const entry : entries) {
-        at = writeValueRecord(at, *entry);
+        at = putValueRecord(at, *entry);
     }
-    request->resize(static_cast<std::size_t>(at - request->data()));
-    return sendBatchRequest(*request);
+    return sendBatchRequest(*request, at);
 }
 
 }  // namespace com_tesk

@@ -64,21 +64,24 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// Sends the current values of those of the named outputs that still are registered and published.
     void publishAgain(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
 
-    /// What every request begins with: the sub-header and the simulator word.
-    void beginRequest(RawMessage& request, const unsigned char (&subHeader)[12]) const;
+    /// Writes what every request begins with, straight into its frame: the frame's header, the sub-header and the
+    /// simulator word. Makes room for at most `longestRest` bytes behind them.
+    /// @return where these belong.
+    char* beginRequest(RawMessage& request, const unsigned char (&subHeader)[12], std::size_t longestRest) const;
 
-    /// Sends a batch's request. Without a connection it deliberately counts as sent: the next connection registers
-    /// everything again.
-    int sendBatchRequest(const RawMessage& request);
+    /// Completes a request that ends before `end`, and sends it.
+    /// @return as `sendMessage`.
+    unsigned int sendRequest(RawMessage& request, const char* end);
+
+    /// As `sendRequest`, for a batch's request. Without a connection it deliberately counts as sent: the next connection
+    /// registers everything again.
+    int sendBatchRequest(RawMessage& request, const char* end);
 
     template <typename Entry>
     int sendUnregistration(const unsigned char (&subHeader)[12], const std::vector<Entry*>& entries);
 
     /// Written by the worker and by `setSimulatorId`, read by any thread.
     std::atomic<std::uint32_t> simulatorId;
-
-    /// For the request that is being built. Any thread.
-    SpareMessage spareRequest;
 
     // Worker thread: the update before, so that the same parameters again only need their values.
 

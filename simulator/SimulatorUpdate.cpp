@@ -35,7 +35,7 @@ void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
         }
     }
     if (!updateValues.empty()) {
-        notifyCallbacks([this](CSClient::CallbackIface& callbackInterface) {
+        notifyFromWorker([this](CSClient::CallbackIface& callbackInterface) {
             callbackInterface.inputParametersUpdated(updateValues);
         });
     }
@@ -64,12 +64,12 @@ void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
         const char* const record = first + i * kRecordLength;
         const std::uint32_t id = layout::wordAt(record + kId);
         // The id 0 counts as unknown, deliberately, even if the host has confirmed an input under it.
-        const auto found = id == 0 ? inputNamesById.end() : inputNamesById.find(id);
-        if (found != inputNamesById.end()) {
+        const std::string* const name = id == 0 ? nullptr : findInputName(id);
+        if (name != nullptr) {
             if (known == updateValues.size()) {
                 updateValues.emplace_back();
             }
-            updateValues[known].name = found->second;
+            updateValues[known].name = *name;
             layout::readValue(record + kIntegerFlag, record + kValue, updateValues[known]);
             ++known;
         }

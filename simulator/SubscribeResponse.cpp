@@ -1,6 +1,7 @@
 // The host confirms inputs.
 
 #include "comms/CSLockGuard.h"
+#include "engine/RegistrationBatch.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
 #include "simulator/SimulatorProtocol.h"
@@ -16,27 +17,32 @@ void SimulatorProtocol::handleSubscribeResponse(const RawMessage& message) {
         const CSLockGuard lock(parameterMutex);
         const unsigned int records = layout::wholeRecords(message.size(), layout::kRecordsOffset, kRecordLength,
                                                           message.getDoubleWord(layout::kCountOffset));
+        confirmed.reserve(records);
+        values.reserve(records);
+        inputNamesChange();
+        auto guess = inputsByName.begin();
         for (unsigned int i = 0; i < records; ++i) {
             const unsigned int record = layout::kRecordsOffset + i * kRecordLength;
             const unsigned int id = message.getDoubleWord(record + kId);
-            std::string name = layout::textAt(message, record + kName, layout::kNameLength);
-            const auto found = inputsByName.find(name);
+            const auto found = registration::findNear(
+                guess, layout::textAt(message, record + kName, layout::kNameLength), inputsByName);
             if (found == inputsByName.end()) {
                 continue;
             }
+            guess = std::next(found);
             InputParameterEntry& entry = *found->second;
-            // An older id of the input deliberately stays in the table and still names it.
-            inputNamesById.insert_or_assign(id, name);
-            ++inputNamesVersion;
+            // An older id of the input deliberately stays in the table and still names it. Ids mostly come in ascending
+            // order.
+            inputNamesById.insert_or_assign(inputNamesById.end(), id, entry.name);
             entry.serverId = id;
             confirmed.push_back(entry.definition());
             values.emplace_back();
-            values.back().name = std::move(name);
+            values.back().name = entry.name;
             const char* const fields = message.data() + record;
             layout::readValue(fields + kIntegerFlag, fields + kValue, values.back());
         }
     }
-    notifyCallbacks([&confirmed, &values](CSClient::CallbackIface& callbackInterface) {
+    notifyFromWorker([&confirmed, &values](CSClient::CallbackIface& callbackInterface) {
         callbackInterface.inputParametersConfirmed(confirmed);
         callbackInterface.inputParametersUpdated(values);
     });

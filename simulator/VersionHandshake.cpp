@@ -14,7 +14,7 @@ void SimulatorProtocol::handleSimulatorVersionResponse(const RawMessage& message
     if (message.getDoubleWord(layout::version::kStatusOffset) != layout::version::kAccepted) {
         return;
     }
-    const std::string text = layout::textAt(message, layout::version::kTextOffset, layout::version::kTextLength);
+    const std::string text(layout::textAt(message, layout::version::kTextOffset, layout::version::kTextLength));
     storeServerVersion(text);
 
     const unsigned int announcedId = message.getDoubleWord(layout::kSimulatorWordOffset) >> layout::kSimulatorIdShift;
