@@ -44,7 +44,7 @@ bool waitForConfirmations(unsigned int seconds, const AllConfirmed& allConfirmed
 
 }  // namespace
 
-CSClient::CSClient(unsigned int /*options*/) : engine(nullptr) {}
+CSClient::CSClient(unsigned int /*options*/) {}
 
 CSClient::~CSClient() {
     if (engine == nullptr) {

@@ -292,7 +292,7 @@ class CSCLIENT_EXPORT CSClient {
 
   protected:
     /// Owned; constant once the subclass has been constructed.
-    CSClientProtocol* engine;
+    CSClientProtocol* engine = nullptr;
 };
 
 }  // namespace com_tesk

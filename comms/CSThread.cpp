@@ -24,7 +24,7 @@ class AllSignalsBlocked {
 
 }  // namespace
 
-CSThread::CSThread() : threadId(0), joined(false) {}
+CSThread::CSThread() = default;
 
 CSThread::~CSThread() {
     kill();

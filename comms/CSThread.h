@@ -39,10 +39,10 @@ class CSCLIENT_EXPORT CSThread {
     bool waitForThread() const;
 
   protected:
-    pthread_t threadId;
+    pthread_t threadId = 0;
 
     /// Set once `threadId` names a thread that is gone and must not be touched again.
-    mutable bool joined;
+    mutable bool joined = false;
 };
 
 }  // namespace com_tesk

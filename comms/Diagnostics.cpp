@@ -5,8 +5,7 @@
 #include <new>
 #include <string>
 
-namespace com_tesk {
-namespace diagnostics {
+namespace com_tesk::diagnostics {
 
 namespace {
 
@@ -47,5 +46,4 @@ Decimal::Decimal(unsigned int value)
 Decimal::Decimal(int value)
     : length(static_cast<std::size_t>(std::to_chars(digits, digits + kLongest, value).ptr - digits)) {}
 
-}  // namespace diagnostics
-}  // namespace com_tesk
+}  // namespace com_tesk::diagnostics

@@ -3,14 +3,12 @@
 #include <initializer_list>
 #include <string_view>
 
-namespace com_tesk {
-
 /// The system's diagnostics: single lines on the standard streams, flushed at once.
 ///
 /// Each line is composed first and written with one insertion, so that lines of different threads never mix. Any
 /// thread. When there is no memory to compose a line, its pieces are written one by one instead; nothing is thrown.
 /// Whether a line is due at all (`OPTION_SILENT`, `quiet`) is the caller's business.
-namespace diagnostics {
+namespace com_tesk::diagnostics {
 
 /// Progress, on the standard output stream: the pieces, then a newline.
 void progress(std::initializer_list<std::string_view> pieces);
@@ -31,5 +29,4 @@ class Decimal {
     std::size_t length;
 };
 
-}  // namespace diagnostics
-}  // namespace com_tesk
+}  // namespace com_tesk::diagnostics

@@ -8,7 +8,7 @@
 namespace com_tesk {
 
 CSClientProtocol::CSClientProtocol(unsigned int optionFlags)
-    : options(optionFlags), serverVersion("UNKNOWN"), comms(nullptr), callbackList(std::make_shared<CallbackList>()) {
+    : options(optionFlags), serverVersion("UNKNOWN"), callbackList(std::make_shared<CallbackList>()) {
     CSCommsInterfaceTCP::Options transportOptions;
     transportOptions.quiet = isSilent();
     comms = new CSCommsInterfaceTCP(transportOptions);

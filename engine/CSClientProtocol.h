@@ -84,7 +84,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
         CSClient::OutputDef definition() const { return {name, type}; }
     };
 
-    explicit CSClientProtocol(unsigned int options);
+    explicit CSClientProtocol(unsigned int optionFlags);
     CSClientProtocol(const CSClientProtocol&) = delete;
     CSClientProtocol& operator=(const CSClientProtocol&) = delete;
 
@@ -409,7 +409,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
     // Guarded by connectionMutex.
 
     /// Owned; never null outside construction and destruction.
-    CSCommsInterfaceTCP* comms CSCLIENT_GUARDED_BY(connectionMutex);
+    CSCommsInterfaceTCP* comms CSCLIENT_GUARDED_BY(connectionMutex) = nullptr;
     /// Created and killed under the lock, so that an old worker never ends a new one.
     CSThread workerThread CSCLIENT_GUARDED_BY(connectionMutex);
     /// The connection whose close the holder of the lock owes, or `kNoConnection`.

@@ -11,7 +11,8 @@ CSClientProtocol::ConnectionLock::ConnectionLock(CSClientProtocol& lockedEngine)
     engine.connectionMutex.lock();
 }
 
-CSClientProtocol::ConnectionLock::ConnectionLock(CSClientProtocol& lockedEngine, Adopt) : engine(lockedEngine) {}
+CSClientProtocol::ConnectionLock::ConnectionLock(CSClientProtocol& lockedEngine, Adopt /*adopt*/)
+    : engine(lockedEngine) {}
 
 // The analysis does not connect the member `engine` with the constructor's argument, here and below.
 CSClientProtocol::ConnectionLock::~ConnectionLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {

@@ -19,7 +19,7 @@ class CSCLIENT_SCOPED_CAPABILITY CSClientProtocol::ConnectionLock {
 
     explicit ConnectionLock(CSClientProtocol& lockedEngine) CSCLIENT_ACQUIRE(lockedEngine.connectionMutex);
     /// Takes over the mutex, which this thread holds already.
-    ConnectionLock(CSClientProtocol& lockedEngine, Adopt) CSCLIENT_REQUIRES(lockedEngine.connectionMutex);
+    ConnectionLock(CSClientProtocol& lockedEngine, Adopt adopt) CSCLIENT_REQUIRES(lockedEngine.connectionMutex);
     ConnectionLock(const ConnectionLock&) = delete;
     ConnectionLock& operator=(const ConnectionLock&) = delete;
     /// Can call callbacks and sleep a second, when a close is requested or owed.

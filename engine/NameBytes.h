@@ -5,11 +5,9 @@
 #include <cstring>
 #include <string_view>
 
-namespace com_tesk {
-
 /// Comparing and hashing names, which have at most 31 characters: a few words in a register. Calling the library's
 /// functions for longer texts would cost more than the work itself.
-namespace names {
+namespace com_tesk::names {
 
 constexpr std::size_t kWord = sizeof(std::uint64_t);
 
@@ -72,5 +70,4 @@ inline std::size_t hashOf(std::string_view name) {
     return static_cast<std::size_t>(spread(hash ^ load<std::uint64_t>(name.data() + length - kWord)));
 }
 
-}  // namespace names
-}  // namespace com_tesk
+}  // namespace com_tesk::names

@@ -13,11 +13,9 @@
 #include "engine/NameBytes.h"
 #include "engine/RegistrationChecks.h"
 
-namespace com_tesk {
-
 /// What registering and unregistering have in common for inputs and outputs: the checks, and the entries' way into and
 /// out of the tables. Every function here is called with `parameterMutex` held.
-namespace registration {
+namespace com_tesk::registration {
 
 /// Which names of a call occur again later in it.
 class LaterOccurrences {
@@ -117,7 +115,7 @@ bool enter(const Definition* definitions, unsigned int count, bool silent,
         batch.push_back(entry.get());
         const CSLockGuard lock(namesMutex);
         byName.emplace_hint(place, entry->name, entry.get());
-        entry.release();
+        static_cast<void>(entry.release());  // The table owns it now.
     }
     return true;
 }
@@ -184,5 +182,4 @@ void destroyEntries(std::map<std::string_view, Entry*>& byName) {
     byName.clear();
 }
 
-}  // namespace registration
-}  // namespace com_tesk
+}  // namespace com_tesk::registration

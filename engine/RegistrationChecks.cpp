@@ -3,8 +3,7 @@
 #include "comms/Diagnostics.h"
 #include "engine/CSClientProtocol.h"
 
-namespace com_tesk {
-namespace checks {
+namespace com_tesk::checks {
 
 using diagnostics::Decimal;
 
@@ -37,5 +36,4 @@ void reportUnknown(const std::string& name) {
     diagnostics::error({"Unknown parameter ID: ", name});
 }
 
-}  // namespace checks
-}  // namespace com_tesk
+}  // namespace com_tesk::checks

@@ -2,10 +2,8 @@
 
 #include <string>
 
-namespace com_tesk {
-
 /// What registration and publishing refuse a record for, and the lines that say so on standard error.
-namespace checks {
+namespace com_tesk::checks {
 
 /// The result of an operation that refuses an argument.
 constexpr int kRefused = 3;
@@ -21,5 +19,4 @@ void reportAlreadyRegistered(const std::string& name);
 void reportRequestedTwice(const std::string& name);
 void reportUnknown(const std::string& name);
 
-}  // namespace checks
-}  // namespace com_tesk
+}  // namespace com_tesk::checks

@@ -13,8 +13,7 @@
 // The frame length counts header and body. A receiver reads the two lengths and the kind and ignores the rest.
 // The body of a data message holds its own length too, in its bytes 4 to 7.
 
-namespace com_tesk {
-namespace frame {
+namespace com_tesk::frame {
 
 constexpr unsigned int kHeaderLength = 32;
 
@@ -38,5 +37,4 @@ inline constexpr unsigned char kDataHeader[kHeaderLength] = {
 /// Where a data message's body holds its own length, counted from the start of the frame.
 constexpr unsigned int kBodyLengthOffset = kHeaderLength + 4;
 
-}  // namespace frame
-}  // namespace com_tesk
+}  // namespace com_tesk::frame

@@ -28,8 +28,7 @@
 //
 // Names and texts are padded with zero bytes; one that fills its field has none.
 
-namespace com_tesk {
-namespace layout {
+namespace com_tesk::layout {
 
 constexpr unsigned int kSubHeaderLength = 12;
 constexpr unsigned int kMessageCodeOffset = 10;
@@ -92,5 +91,4 @@ constexpr unsigned int wholeRecords(std::size_t bodySize, std::size_t firstOffse
     return announced < fitting ? announced : static_cast<unsigned int>(fitting);
 }
 
-}  // namespace layout
-}  // namespace com_tesk
+}  // namespace com_tesk::layout

@@ -9,8 +9,7 @@
 #include "message/RawMessage.h"
 #include "simulator/MessageLayout.h"
 
-namespace com_tesk {
-namespace layout {
+namespace com_tesk::layout {
 
 /// Reading and writing words where the caller has made sure that there are four bytes.
 /// @{
@@ -59,5 +58,4 @@ inline void readValue(const char* flag, const char* value, CSClient::Parameter& 
     parameter.value = valueOf(wordAt(value));
 }
 
-}  // namespace layout
-}  // namespace com_tesk
+}  // namespace com_tesk::layout

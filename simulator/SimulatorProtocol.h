@@ -16,8 +16,8 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// Simulator ids are smaller than this.
     static constexpr unsigned int kSimulatorIdLimit = 0x8000;
 
-    /// @param simulatorId  stored as it is, deliberately without the test that `setSimulatorId` makes.
-    SimulatorProtocol(unsigned int simulatorId, unsigned int options);
+    /// @param initialSimulatorId  stored as it is, deliberately without the test that `setSimulatorId` makes.
+    SimulatorProtocol(unsigned int initialSimulatorId, unsigned int optionFlags);
     ~SimulatorProtocol() override;
 
     /// The id that requests carry: the constructor's, until it is set or the host assigns another. Any thread.

@@ -14,6 +14,19 @@ namespace {
 /// What one huge update has needed is not kept for ever.
 constexpr std::size_t kMostKept = 4'096;
 
+const char* recordAt(const char* first, std::size_t index) {
+    return first + index * kRecordLength;
+}
+
+std::uint32_t idAt(const char* first, std::size_t index) {
+    return layout::wordAt(recordAt(first, index) + kId);
+}
+
+void readValueAt(const char* first, std::size_t index, CSClient::Parameter& parameter) {
+    const char* const record = recordAt(first, index);
+    layout::readValue(record + kIntegerFlag, record + kValue, parameter);
+}
+
 }  // namespace
 
 void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
@@ -27,8 +40,7 @@ void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
         const CSLockGuard lock(parameterMutex);
         if (isLastUpdateAgain(first, records)) {
             for (unsigned int i = 0; i < records; ++i) {
-                layout::readValue(first + i * kRecordLength + kIntegerFlag, first + i * kRecordLength + kValue,
-                                  updateValues[i]);
+                readValueAt(first, i, updateValues[i]);
             }
         } else {
             readNewUpdate(first, records);
@@ -50,7 +62,7 @@ bool SimulatorProtocol::isLastUpdateAgain(const char* first, unsigned int record
         return false;
     }
     for (unsigned int i = 0; i < records; ++i) {
-        if (layout::wordAt(first + i * kRecordLength + kId) != updateIds[i]) {
+        if (idAt(first, i) != updateIds[i]) {
             return false;
         }
     }
@@ -61,8 +73,7 @@ void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
     updateIds.clear();
     std::size_t known = 0;
     for (unsigned int i = 0; i < records; ++i) {
-        const char* const record = first + i * kRecordLength;
-        const std::uint32_t id = layout::wordAt(record + kId);
+        const std::uint32_t id = idAt(first, i);
         // The id 0 counts as unknown, deliberately, even if the host has confirmed an input under it.
         const std::string* const name = id == 0 ? nullptr : findInputName(id);
         if (name != nullptr) {
@@ -70,7 +81,7 @@ void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
                 updateValues.emplace_back();
             }
             updateValues[known].name = *name;
-            layout::readValue(record + kIntegerFlag, record + kValue, updateValues[known]);
+            readValueAt(first, i, updateValues[known]);
             ++known;
         }
     }
@@ -78,7 +89,7 @@ void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
     // Last, so that a lack of memory on the way leaves nothing that looks like an update.
     updateIds.reserve(records);
     for (unsigned int i = 0; i < records; ++i) {
-        updateIds.push_back(layout::wordAt(first + i * kRecordLength + kId));
+        updateIds.push_back(idAt(first, i));
     }
     updateNamesVersion = inputNamesVersion;
 }
