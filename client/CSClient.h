@@ -31,9 +31,9 @@ class RawMessage;
 /// fails and `OPTION_AUTO_RECONNECT` is set, the operation also sleeps one second, holding no lock. The `wait...`
 /// operations and `close` sleep whole seconds.
 ///
-/// Memory. When memory runs out, `std::bad_alloc` reaches the caller. Registration says what is then kept; publishing has
-/// stored all values or none; unregistering and adding an interface have changed nothing; a list that was asked for may
-/// hold a part. On the worker, the connection ends as after a read error.
+/// Memory. When memory runs out, `std::bad_alloc` reaches the caller. Registration says what is then kept; publishing
+/// has stored all values or none; unregistering and adding an interface have changed nothing; a list that was asked for
+/// may hold a part. On the worker, the connection ends as after a read error.
 class CSCLIENT_EXPORT CSClient {
   public:
     /// The state of the connection. The numbers are part of the interface.
@@ -60,6 +60,7 @@ class CSCLIENT_EXPORT CSClient {
     /// connecting, and a new simulator id assigned by the host.
     static constexpr unsigned int OPTION_SILENT = 2;
 
+    /// What `open` can ask of the socket.
     struct ConnectionOptions {
         std::uint32_t receiveBufferSize = 0;  ///< Socket receive buffer in bytes; 0 leaves the system's default.
         std::uint32_t sendBufferSize = 0;     ///< Socket send buffer in bytes; 0 leaves the system's default.
@@ -67,30 +68,34 @@ class CSCLIENT_EXPORT CSClient {
 
     /// An input to subscribe to.
     struct InputDef {
-        std::string name;  ///< At most 31 characters; compared byte for byte.
-        ParameterType type = TYPE_UNDEFINED;
+        /// At most 31 bytes; compared byte for byte. Any bytes will do, none too; but a zero byte ends the name on the
+        /// wire, and then the host's confirmation names another parameter.
+        std::string name;
+        ParameterType type = TYPE_UNDEFINED;  ///< `TYPE_INT` asks for integers, anything else but 0 for floats.
         /// 1, 2 and 3 ask for the host's rate codes 12000, 0 and 120000; any other number is accepted and asks for 0.
         std::uint32_t subscriptionMode = 0;
     };
 
     /// An output to publish.
     struct OutputDef {
-        std::string name;  ///< At most 31 characters; compared byte for byte.
+        std::string name;  ///< As `InputDef::name`.
+        /// `TYPE_FLOAT` or `TYPE_INT`. Any other number but 0 is accepted, but its values never reach the wire: such a
+        /// record of a publication is cut off behind its id, and spoils those behind it.
         ParameterType type = TYPE_UNDEFINED;
     };
 
     /// 32 bits that a type says how to read. They are copied unchanged and never converted.
     union Value {
-        float asFloat;
-        std::int32_t asInt;
+        float asFloat;       ///< The bits as IEEE 754 single precision.
+        std::int32_t asInt;  ///< The bits as a two's-complement integer.
     };
 
     /// A named value.
     struct Parameter {
-        std::string name;
-        Value value = {0.0F};
-        ParameterType type = TYPE_UNDEFINED;
-        std::uint32_t reserved = 0;  ///< 0 in every record that the library makes; never read.
+        std::string name;                     ///< As it was registered.
+        Value value = {0.0F};                 ///< To be read as `type` says.
+        ParameterType type = TYPE_UNDEFINED;  ///< `TYPE_FLOAT` or `TYPE_INT` in every record that the library makes.
+        std::uint32_t reserved = 0;           ///< 0 in every record that the library makes; never read.
     };
 
     /// What an application implements to hear of events. The application owns the object and keeps it alive while it is
@@ -111,6 +116,8 @@ class CSCLIENT_EXPORT CSClient {
     class CallbackIface {
       public:
         virtual ~CallbackIface() = default;
+
+        // The records that a callback is given are the library's, and live until it returns.
 
         /// The connection's state has changed. `getConnectionState` already gives `newState` here.
         virtual void connectionStateChanged(State oldState, State newState) = 0;
@@ -134,35 +141,52 @@ class CSCLIENT_EXPORT CSClient {
     CSClient(const CSClient&) = delete;
     CSClient& operator=(const CSClient&) = delete;
 
-    /// Closes the connection, waits for `STATE_DISCONNECTED` without limit, in whole seconds, and deletes the engine.
-    /// A connect under way can hold it up for 30 seconds, a host that stalls in the middle of a message for ever.
+    /// Closes the connection, waits for `STATE_DISCONNECTED` without limit, in whole seconds, and deletes the engine
+    /// with its transport. The callback interfaces hear of the end, so they must still be there.
+    ///
+    /// Without a connection it returns at once. A callback that does not return holds it up for as long; with the
+    /// standard transport, a connect under way does for up to 30 seconds, and a host that stalls in the middle of a
+    /// message for ever. The buffered transport ends such waits.
     virtual ~CSClient();
 
     /// @name Connection
     /// @{
 
-    /// Starts connecting, on a worker thread, and returns at once.
+    /// Starts connecting, on a worker thread, and returns at once: after the callbacks have heard of
+    /// `STATE_CONNECTING`, on the calling thread. It waits for a change of state that another thread is making. Takes
+    /// the connection's lock, so not in `connectionStateChanged`.
     /// @param address  IPv4, in network order.
     /// @param port     TCP port; only its low 16 bits count.
     /// @param options  copied; null means defaults.
-    /// @return 0 started; 2 the state is not `STATE_DISCONNECTED`, or no thread could be started. After the latter the
-    ///         client is stuck in `STATE_CONNECTING` or `STATE_DISCONNECTING` and its destructor waits for ever.
+    /// @return 0 started; 2 the state is not `STATE_DISCONNECTED` and nothing has changed, or no thread could be
+    ///         started. After the latter the client is stuck in `STATE_CONNECTING` (`open` has then slept a second) or
+    ///         `STATE_DISCONNECTING`, and its destructor waits for ever.
     virtual int open(unsigned int address, unsigned int port, const ConnectionOptions* options);
 
-    /// As above, with a dotted address. Text that is no address is passed on as 255.255.255.255.
+    /// As above, with a dotted address; not null, read during the call only. Text that is no address is passed on as
+    /// 255.255.255.255, to which nothing connects.
     int open(const char* address, unsigned int port, const ConnectionOptions* options);
 
-    /// Ends the connection and forgets every registration. Waits for the worker, in whole seconds, for at most two.
+    /// Ends the connection and forgets every registration. Waits for the worker, in whole seconds, for at most two,
+    /// after a tenth of a second for a change of state under way. Callbacks that hear of `STATE_DISCONNECTING` run on
+    /// the calling thread, or on the one that is changing the state, and take their own time. Without a connection it
+    /// returns 0 at once; in a callback on the worker it waits in vain. Any thread, also several at once; not in
+    /// `connectionStateChanged`.
     /// @return 0 when the connection is gone: the last callbacks have returned and the tables are empty. Otherwise the
     ///         state still reached, usually `STATE_DISCONNECTING`; the worker goes on to end by itself.
     virtual State close();
 
-    /// Replaces the transport; only in `STATE_DISCONNECTED`. `CSCommsInterfaceTCPBuffered` is the one to give.
-    /// @return true: the client owns `transport` now and has deleted the old one. False, when it is null or the state is
-    ///         another: the caller keeps it.
+    /// Replaces the transport; only in `STATE_DISCONNECTED`. `CSCommsInterfaceTCPBuffered` is the one to give. The
+    /// client sets the transport's options at every attempt to connect: the buffer sizes to those given to `open`, and
+    /// `quiet` to false. Takes the connection's lock, so not in `connectionStateChanged`.
+    /// @param transport  made with `new`; no two clients may have the same.
+    /// @return true: the client owns `transport` now and has deleted the old one. False, when it is null or the state
+    ///         is another: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* transport);
 
-    /// Sends one message in a frame, on the calling thread.
+    /// Sends a copy of a message in a frame, with one write, on the calling thread. A data message of more than 8 bytes
+    /// gets its length in its bytes 4 to 7; no other byte is looked at. Takes no lock unless the write fails; blocks as
+    /// the class says.
     /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed and the connection has been closed; 3 the
     ///         message's type is `RawMessage::INVALID`, nothing sent.
     int sendMessage(const RawMessage& message);
@@ -179,19 +203,23 @@ class CSCLIENT_EXPORT CSClient {
     /// is being written.
     /// @{
 
+    /// The options given to the constructor.
     unsigned int getOptions() const;
     /// Whether every bit of `mask` is set; true for 0.
     bool hasOptions(unsigned int mask) const;
+    /// The state now. When it is `STATE_DISCONNECTED`, the worker has done everything that it had to do: the last
+    /// callback has returned and the tables are empty. Only inside the callback that announces that state it comes
+    /// earlier.
     State getConnectionState() const;
     /// The host's version text, as last reported; "UNKNOWN" before.
     std::string getServerVersion() const;
     /// The host's protocol version, as last reported; 0 before.
     unsigned int getProtocolVersion() const;
-    /// Dotted; "0.0.0.0" after a close.
+    /// The address given to `open`, dotted; "0.0.0.0" before, and once the connection ends for good.
     std::string getServerIPAddress() const;
-    /// 0 after a close.
+    /// The port given to `open`; 0 before, and once the connection ends for good.
     unsigned int getServerPort() const;
-    /// This library's version.
+    /// This library's version. The text is constant and lives as long as the program.
     static const char* getClientVersion();
 
     /// The ids under which the host has confirmed outputs. Ids of earlier connections stay counted, so after a
@@ -199,7 +227,10 @@ class CSCLIENT_EXPORT CSClient {
     int getNumberOfRegisteredOutputParameters() const;
     /// Outputs minus confirmed ids: negative when ids of earlier connections are counted.
     int getNumberOfUnregisteredOutputParameters() const;
+    /// The ids under which the host has confirmed inputs on this connection: more than the inputs when it has confirmed
+    /// one twice, under different ids.
     int getNumberOfRegisteredInputParameters() const;
+    /// Inputs minus confirmed ids.
     int getNumberOfUnregisteredInputParameters() const;
     /// Whether the host has confirmed the output; after a reconnection, whether it ever had.
     bool isOutputParameterRegistered(const std::string& name) const;
@@ -210,28 +241,39 @@ class CSCLIENT_EXPORT CSClient {
     /// @name Outputs
     /// @{
 
+    /// As `registerOutputParameters` with one.
+    int registerOutputParameter(const OutputDef& definition);
+
     /// Registers outputs with one request, in the order given.
     ///
     /// Definitions are taken one by one. The first that is refused (type 0; a name of 32 or more characters; a name
     /// already registered, or named again later in the same call) ends the call; those before it stay registered
     /// locally and reach the host at the next connection. The same holds when memory runs out.
+    /// @param definitions  `count` of them, copied; may be null when that is 0.
+    /// @param count        0 does nothing and succeeds.
     /// @return 0 sent, or remembered for the next connection; 2 the write failed (they stay registered locally);
     ///         3 a definition was refused.
-    int registerOutputParameter(const OutputDef& definition);
     int registerOutputParameters(const OutputDef* definitions, unsigned int count);
+    /// As `registerOutputParameters` with all of them.
     int registerOutputParameters(const std::vector<OutputDef>& definitions);
 
     /// Looks at most `seconds` times, a second apart, whether every output is confirmed, and sleeps after the last look
-    /// too.
+    /// too. It compares counts, so ids of earlier connections let it run into its end.
     /// @return whether they were; always false for 0 seconds.
     bool waitForOutputsToBeRegistered(unsigned int seconds) const;
 
-    /// Unregisters the outputs named, with one request, and forgets them. Unknown names are skipped.
-    /// @return 0 done; 2 the write failed and nothing is forgotten.
+    /// As `unregisterOutputParameters` with one.
     int unregisterOutputParameter(const std::string& name);
+
+    /// Unregisters the outputs named, with one request, and forgets them. Unknown names are skipped. The request
+    /// carries the outputs' ids, so the host keeps one that it has not confirmed until the connection ends.
+    /// @return 0 done, also without a connection; 2 the write failed and nothing is forgotten.
     int unregisterOutputParameters(const std::vector<std::string>& names);
+    /// As `unregisterOutputParameters` with the names of `count` definitions; nothing else of them is looked at.
     /// @throw std::length_error  `count` is above 1,073,741,823.
     int unregisterOutputParameters(const OutputDef* definitions, unsigned int count);
+    /// As `unregisterOutputParameters` with the names of all outputs at the moment of the call. What another thread
+    /// registers meanwhile may stay. After a failed write they all stay.
     void unregisterAllOutputParameters();
 
     /// @}
@@ -239,52 +281,71 @@ class CSCLIENT_EXPORT CSClient {
     /// As for outputs.
     /// @{
 
+    /// As `registerInputParameters` with one.
     int registerInputParameter(const InputDef& definition);
+    /// As the operation on outputs. The subscription mode is not checked.
     int registerInputParameters(const InputDef* definitions, unsigned int count);
+    /// As `registerInputParameters` with all of them.
     int registerInputParameters(const std::vector<InputDef>& definitions);
+    /// As `waitForOutputsToBeRegistered`. Ids of earlier connections do not count.
     bool waitForInputsToBeRegistered(unsigned int seconds) const;
+    /// As `unregisterInputParameters` with one.
     int unregisterInputParameter(const std::string& name);
+    /// As the operation on outputs.
     int unregisterInputParameters(const std::vector<std::string>& names);
+    /// As `unregisterInputParameters` with the names of `count` definitions.
     /// @throw std::length_error  `count` is above 1,073,741,823.
     int unregisterInputParameters(const InputDef* definitions, unsigned int count);
+    /// As the operation on outputs.
     void unregisterAllInputParameters();
 
     /// @}
     /// @name Publishing
     /// @{
 
+    /// As `publishParameters` with one.
+    int publishParameter(const Parameter& parameter);
+
     /// Publishes new values of registered outputs with one request. All or nothing: when any record is refused (type 0;
     /// a name that is too long or not registered), no stored value changes.
     ///
-    /// A record's 32 bits are sent as they are, under the type that the output was registered with.
-    /// @param parameters  `count` records; read during the call only.
+    /// A record's 32 bits are sent as they are, under the type that the output was registered with. What is published
+    /// before the host has confirmed the output is sent once more when it does.
+    /// @param parameters  `count` records; read during the call only, and may be null when that is 0.
+    /// @param count       0 does nothing and succeeds.
     /// @return 0 sent, or stored for the next connection; 2 the write failed (the values stay stored and are sent when
     ///         the outputs are next confirmed); 3 a record was refused.
-    int publishParameter(const Parameter& parameter);
     int publishParameters(const Parameter* parameters, unsigned int count);
+    /// As `publishParameters` with all of them.
     int publishParameters(const std::vector<Parameter>& parameters);
 
     /// Reads back the value of an output, as last published, or 0.
-    /// @param[in,out] out  its `type` says how to read the value: 2 as an integer, anything else as a float, and then
-    ///                     it becomes 1. `reserved` stays as it is. Untouched when the result is false.
+    /// @param name         the output's.
+    /// @param[in,out] out  gets the name and the value's bits. Its `type` says how to read the value: 2 as an integer,
+    ///                     anything else as a float, and then it becomes 1. `reserved` stays as it is. Untouched when
+    ///                     the result is false.
     /// @return whether the output is registered.
     bool findPublishedParameter(const std::string& name, Parameter& out) const;
 
-    /// Appends one record per registered output, published or not, in ascending name order.
+    /// Appends one record per registered output, published or not, in ascending name order. What is in `out` stays.
     void getAllPublishedParameters(std::vector<Parameter>& out) const;
 
     /// @}
     /// @name Callbacks
+    /// None blocks. The interfaces are the application's.
     /// @{
 
+    /// Adds an interface; it hears of what happens from now on.
     /// @return 1 added; 0 it was there already, or it is null.
     unsigned int addCallbackInterface(CallbackIface* callbackInterface);
-    /// Needs no memory.
+    /// Removes an interface. It may still get the call of an event that is under way. Needs no memory.
     /// @return 0, also when it was not there.
     int removeCallbackInterface(CallbackIface* callbackInterface);
+    /// Whether the interface has been added.
     bool hasCallbackInterface(CallbackIface* callbackInterface);
+    /// How many have been added.
     int getNumCallbackInterfaces() const;
-    /// Replaces the contents of `out`.
+    /// Replaces the contents of `out` with the interfaces.
     /// @return 0.
     int getCallbackInterfaces(std::set<CallbackIface*>& out);
 

@@ -13,6 +13,7 @@ class CSCLIENT_EXPORT SimClient : public CSClient {
     ///                     assign another.
     /// @param options      `OPTION_AUTO_RECONNECT` and `OPTION_SILENT`, or-ed; other bits are kept without effect.
     SimClient(unsigned int simulatorId, unsigned int options);
+    /// As `~CSClient`.
     ~SimClient() override;
 };
 

@@ -20,6 +20,8 @@ namespace com_tesk {
 /// operations have; it waits for those that are under way.
 class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
   public:
+    /// What the socket is given, and whether failures are reported. A client sets them at every attempt to connect: see
+    /// `CSClient::changeCommsInterface`.
     struct Options {
         bool quiet = false;                   ///< Print no diagnostics.
         std::uint32_t receiveBufferSize = 0;  ///< Socket receive buffer in bytes; 0 leaves the system's default.
@@ -29,7 +31,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// Stores the options; opens nothing.
     explicit CSCommsInterfaceTCP(const Options& options);
 
-    /// Closes the socket, if one is open.
+    /// Closes the socket, if one is open. Wakes a read or write under way and waits until it has returned.
     ~CSCommsInterfaceTCP() override;
 
     /// Replaces the options; they take effect at the next `openConnection`. The opening thread only.
@@ -47,7 +49,10 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     int readMessage(unsigned int count, RawMessage& message) override;
 
     /// Writes with one system call, neither repeated nor completed; blocks for as long as the socket's send buffer is
-    /// full, at most 30 seconds, or until another thread closes. A short count is possible.
+    /// full, at most 30 seconds, or until another thread closes. A short count is possible. Takes no lock: frames that
+    /// two threads write at once leave in either order.
+    /// @return as `CSCommsInterface::writeMessage`; -1 with EBADF when no socket is open, with EAGAIN after 30 seconds
+    ///         in which no byte could leave.
     int writeMessage(const RawMessage& message) override;
 
     /// Closes the socket. Wakes a read or write that blocks on it and waits until that has returned.
@@ -57,8 +62,9 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// Closes any open socket, opens a new one and connects it. The process ignores SIGPIPE from then on.
     ///
     /// The socket's receive time-out is 1 second, its send time-out 30 seconds, Nagle's algorithm is off.
-    /// Blocks until the connection stands or has failed: at most 30 seconds.
-    /// @param port  only its low 16 bits count.
+    /// Blocks until the connection stands or has failed: at most 30 seconds; `close` cannot end it meanwhile.
+    /// @param address  in network order.
+    /// @param port     only its low 16 bits count.
     /// @return whether it is connected. A failure other than the connect itself is reported on standard error, unless
     ///         the options say `quiet`; no socket is open then.
     virtual bool openConnection(unsigned int address, unsigned int port);
@@ -69,10 +75,10 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// blocks.
     virtual void setInterrupted(bool interrupted);
 
-    /// As the numeric form, with a dotted address. Text that is no address is taken as 255.255.255.255.
+    /// As the numeric form, with a dotted address; not null. Text that is no address is taken as 255.255.255.255.
     bool openConnection(const char* address, unsigned int port);
 
-    /// `inet_addr(address)`: the address in network order, 0xFFFFFFFF for text that is none.
+    /// `inet_addr(address)`: the address in network order, 0xFFFFFFFF for text that is none. Not null.
     static std::uint32_t convertIPAddressToOctet(const char* address);
 
     /// The dotted text of an address. Takes the least significant byte first, deliberately: on a little-endian machine
@@ -84,6 +90,8 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// @return false after a failure that forbids going on.
     bool configureSocket(int descriptor) const;
 
+    /// The system's `connect`.
+    /// @return whether it has succeeded; otherwise `errno` says more.
     static bool connectSocket(int descriptor, unsigned int address, unsigned int port);
 
     /// Whether there is a socket; sets `errno` to EBADF when there is none. Asked before a thread is counted in

@@ -29,6 +29,7 @@ namespace com_tesk {
 /// Threads: as the base class. One thread opens and reads; any thread writes, closes or interrupts at any time.
 class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
   public:
+    /// Every bound on time and memory. Constant after construction.
     struct Bounds {
         /// Bytes of the largest frame that is accepted, its header included. What announces more is no host: 16 MiB
         /// hold more than a million values. It is a read error before anything is allocated.
@@ -57,27 +58,31 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
 
     /// With the default options and bounds.
     CSCommsInterfaceTCPBuffered();
+    /// With the default bounds.
     explicit CSCommsInterfaceTCPBuffered(const Options& options);
+    /// Copies both. A read-ahead of less than a frame header counts as one of that size.
     CSCommsInterfaceTCPBuffered(const Options& options, const Bounds& bounds);
+    /// As the base class: ends reads and writes under way and waits for them.
     ~CSCommsInterfaceTCPBuffered() override;
 
     /// Appends exactly `count` bytes to `message`, or nothing. Blocks for at most one second.
     /// @return `count`; -2 with EAGAIN when a second has passed, or a signal has come between frames, and the bytes are
     ///         not all there: what has arrived is kept for the next call; 0 at the end of the stream; -1 with `errno`
     ///         on an error: EMSGSIZE for more than a frame may hold, ETIMEDOUT after too long a silence in the middle
-    ///         of a frame or when the peer is gone, ECANCELED when interrupted there, EBADF without a connection. `message` is unchanged unless
-    ///         the result is `count`.
+    ///         of a frame or when the peer is gone, ECANCELED when interrupted there, EBADF without a connection.
+    ///         `message` is unchanged unless the result is `count`.
     /// @throw std::bad_alloc  `message` is unchanged, and nothing that has arrived is lost.
     int readMessage(unsigned int count, RawMessage& message) override;
 
     /// Writes all of `message`. Blocks while other threads' frames are being written, and while the socket's send
     /// buffer is full: for each frame at most `Bounds::writeTimeout`.
-    /// @return the size of `message`; -1 with `errno` when it could not be written whole. The connection has then ended:
-    ///         other writes fail at once, and the reader finds the end of the stream.
+    /// @return the size of `message`; -1 with `errno` when it could not be written whole. The connection has then
+    ///         ended: other writes fail at once, and the reader finds the end of the stream.
     int writeMessage(const RawMessage& message) override;
 
-    /// As the base class, but blocks for at most `Bounds::connectTimeout`, and fails at once when another thread closes
-    /// or interrupts.
+    /// As the base class, but blocks for at most `Bounds::connectTimeout`, fails at once when another thread closes or
+    /// interrupts, and leaves SIGPIPE alone. It also has the system ask an idle peer whether it is there; when that is
+    /// refused, a line says so and the connection is made all the same.
     bool openConnection(unsigned int address, unsigned int port) override;
     using CSCommsInterfaceTCP::openConnection;
 

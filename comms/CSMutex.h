@@ -15,20 +15,23 @@ namespace com_tesk {
 /// `CSLockGuard` holds one for a scope.
 class CSCLIENT_EXPORT CSCLIENT_CAPABILITY("mutex") CSMutex {
   public:
+    /// Not held.
     CSMutex();
     CSMutex(const CSMutex&) = delete;
     CSMutex& operator=(const CSMutex&) = delete;
+    /// Nobody may hold it or wait for it.
     virtual ~CSMutex();
 
-    /// Blocks until the mutex is held.
+    /// Blocks until the mutex is held, without limit.
     /// @return 0 locked; 1 the system said that it is busy; 2 any other error.
     unsigned int lock() CSCLIENT_ACQUIRE();
 
-    /// As `lock`, but waits at most `longest`, looking once a millisecond. False at once when it is this thread that
-    /// holds the mutex.
+    /// As `lock`, but waits at most `longest`, looking once a millisecond; with 0 it looks once. False at once when it
+    /// is this thread that holds the mutex.
     /// @return whether the mutex is now held.
     bool lockWithin(std::chrono::milliseconds longest) CSCLIENT_TRY_ACQUIRE(true);
 
+    /// Never blocks. To be called by the thread that holds the mutex.
     /// @return 0 unlocked; 2 any error.
     unsigned int unlock() CSCLIENT_RELEASE();
 
@@ -45,6 +48,7 @@ class CSCLIENT_EXPORT CSCLIENT_CAPABILITY("mutex") CSMutex {
     /// The result of `unlock` for what the system returned.
     static unsigned int unlockStatus(int systemResult);
 
+    /// The system's mutex.
     pthread_mutex_t mutex;
 
     /// The thread that holds the mutex, or 0. Only the holder itself writes it, so a thread that reads its own id here

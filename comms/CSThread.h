@@ -12,6 +12,7 @@ namespace com_tesk {
 /// started thread may call `kill` on its own object.
 class CSCLIENT_EXPORT CSThread {
   public:
+    /// Starts nothing.
     CSThread();
     CSThread(const CSThread&) = delete;
     CSThread& operator=(const CSThread&) = delete;
@@ -20,7 +21,9 @@ class CSCLIENT_EXPORT CSThread {
     virtual ~CSThread();
 
     /// Starts `routine(argument)` on a new thread. Every signal is blocked there: the application's signals are
-    /// delivered to the application's own threads.
+    /// delivered to the application's own threads. Returns as soon as the thread exists.
+    /// @param routine   what it runs; its result is dropped.
+    /// @param argument  the caller's to keep alive for as long as the routine needs it.
     /// @return false when a thread was already started and not killed, or when the system refuses a new one.
     bool create(void* (*routine)(void*), void* argument);
 
@@ -30,8 +33,9 @@ class CSCLIENT_EXPORT CSThread {
     /// Whether a thread was started and not killed. Stays true after the routine has returned by itself.
     bool isActive() const;
 
-    /// Requests the thread's cancellation, without waiting for it, and forgets it: the system takes its resources back
-    /// when it ends. A thread that `waitForThread` has joined is only forgotten. Without a thread it does nothing.
+    /// Requests the thread's cancellation, without waiting for it, and forgets it: the thread ends at its next
+    /// cancellation point, and the system then takes its resources back. Never blocks. A thread that `waitForThread`
+    /// has joined is only forgotten. Without a thread it does nothing.
     void kill();
 
     /// Blocks until the thread has ended, without limit.
@@ -39,6 +43,7 @@ class CSCLIENT_EXPORT CSThread {
     bool waitForThread() const;
 
   protected:
+    /// The thread started, or 0.
     pthread_t threadId = 0;
 
     /// Set once `threadId` names a thread that is gone and must not be touched again.

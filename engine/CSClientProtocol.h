@@ -59,31 +59,37 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     /// One input. The first three fields are its definition.
     struct InputParameterEntry {
-        std::string name;
-        CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;
-        std::uint32_t subscriptionMode = 0;
+        std::string name;                                         ///< As `CSClient::InputDef::name`.
+        CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;  ///< As `CSClient::InputDef::type`.
+        std::uint32_t subscriptionMode = 0;                       ///< As `CSClient::InputDef::subscriptionMode`.
         std::uint32_t serverId = kUnassignedId;  ///< The host's id, once it has confirmed the subscription.
 
+        /// The entry of an input that the host has not confirmed.
         static InputParameterEntry of(const CSClient::InputDef& definition) {
             return {definition.name, definition.type, definition.subscriptionMode, kUnassignedId};
         }
+        /// A copy of what it was registered with.
         CSClient::InputDef definition() const { return {name, type, subscriptionMode}; }
     };
 
     /// One output.
     struct OutputParameterEntry {
-        std::string name;
-        CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;
+        std::string name;                                         ///< As `CSClient::OutputDef::name`.
+        CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;  ///< As `CSClient::OutputDef::type`.
         std::uint32_t serverId = kUnassignedId;  ///< The host's id, once it has confirmed the registration.
         bool published = false;                  ///< Whether a value was ever published.
         CSClient::Value value = {0.0F};          ///< The last published value.
 
+        /// The entry of an output that the host has not confirmed and that was never published.
         static OutputParameterEntry of(const CSClient::OutputDef& definition) {
             return {definition.name, definition.type, kUnassignedId, false, {0.0F}};
         }
+        /// A copy of what it was registered with.
         CSClient::OutputDef definition() const { return {name, type}; }
     };
 
+    /// Opens nothing and starts no thread. It comes with a standard transport.
+    /// @param optionFlags  as for `SimClient`; constant from now on.
     explicit CSClientProtocol(unsigned int optionFlags);
     CSClientProtocol(const CSClientProtocol&) = delete;
     CSClientProtocol& operator=(const CSClientProtocol&) = delete;
@@ -105,8 +111,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
     virtual void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState)
         CSCLIENT_REQUIRES(connectionMutex);
 
+    /// As `CSClient::registerInputParameters`.
     virtual int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count)
         CSCLIENT_EXCLUDES(parameterMutex);
+    /// As `CSClient::unregisterInputParameters`.
     virtual int unregisterInputParameters(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
 
     /// Asks the host for its version; the answer arrives as a message.
@@ -118,10 +126,16 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// entries; those are read only and not kept.
     /// @return 0 sent, or the batch is empty, or there is no connection; 2 the write failed.
     /// @{
+
+    /// Subscribes the batch.
     virtual int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
+    /// Unsubscribes the batch.
     virtual int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
+    /// Registers the batch.
     virtual int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
+    /// Unregisters the batch.
     virtual int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
+    /// Publishes the values of the batch. `mode` is sent as it is.
     virtual int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) = 0;
     /// @}
     /// @}
@@ -129,15 +143,15 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @name Queries
     /// None blocks.
     /// @{
-    unsigned int getOptions() const;
-    bool hasOptions(unsigned int mask) const;
+    unsigned int getOptions() const;           ///< As `CSClient::getOptions`.
+    bool hasOptions(unsigned int mask) const;  ///< As `CSClient::hasOptions`.
     /// While the worker announces `STATE_DISCONNECTED`, its callbacks already see that state and every other thread
     /// still sees `STATE_DISCONNECTING`, so that whoever sees the end may rely on it.
     CSClient::State getState() const;
-    std::string getServerVersion() const;
-    unsigned int getProtocolVersion() const;
-    std::string getServerIPAddress() const;
-    unsigned int getServerPort() const;
+    std::string getServerVersion() const;     ///< As `CSClient::getServerVersion`.
+    unsigned int getProtocolVersion() const;  ///< As `CSClient::getProtocolVersion`.
+    std::string getServerIPAddress() const;   ///< As `CSClient::getServerIPAddress`.
+    unsigned int getServerPort() const;       ///< As `CSClient::getServerPort`.
     /// @}
 
     /// @name Connection (engine/Connection.cpp)
@@ -149,6 +163,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
     ///         is another: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* newComms) CSCLIENT_EXCLUDES(connectionMutex);
 
+    /// As `CSClient::open`.
     int openConnection(unsigned int address, unsigned int port, const CSClient::ConnectionOptions* options)
         CSCLIENT_EXCLUDES(connectionMutex);
 
@@ -157,8 +172,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void closeConnection() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Requests the end of the connection; the worker carries it out. Does nothing when it has ended or is ending.
-    /// Blocks for at most a tenth of a second and what the callbacks take: when a change of state under way takes longer,
-    /// or it is this thread that makes it, the request is noted and carried out as soon as that is complete.
+    /// Blocks for at most a tenth of a second and what the callbacks take: when a change of state under way takes
+    /// longer, or it is this thread that makes it, the request is noted and carried out as soon as that is complete.
     void forceCloseConnection() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// One connection attempt. Worker thread.
@@ -203,10 +218,16 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @name Callback interfaces (engine/Callbacks.cpp)
     /// The integer results are the status of releasing `callbackMutex`: 0, or 2 when that failed.
     /// @{
+
+    /// As `CSClient::addCallbackInterface`, and the result is that one's too.
     unsigned int addCallbackInterface(CSClient::CallbackIface* callbackInterface) CSCLIENT_EXCLUDES(callbackMutex);
+    /// As `CSClient::removeCallbackInterface`.
     int removeCallbackInterface(CSClient::CallbackIface* callbackInterface) CSCLIENT_EXCLUDES(callbackMutex);
+    /// As `CSClient::hasCallbackInterface`.
     bool hasCallbackInterface(CSClient::CallbackIface* callbackInterface) const CSCLIENT_EXCLUDES(callbackMutex);
+    /// As `CSClient::getNumCallbackInterfaces`.
     int getNumCallbackInterfaces() const CSCLIENT_EXCLUDES(callbackMutex);
+    /// As `CSClient::getCallbackInterfaces`.
     int getCallbackInterfaces(std::set<CSClient::CallbackIface*>& out) const CSCLIENT_EXCLUDES(callbackMutex);
     /// @}
 
@@ -214,12 +235,18 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// The flag asks for confirmed parameters only. Counting goes by the ids that the host has given, looking up by the
     /// entry's own id.
     /// @{
+
+    /// The inputs, or the ids under which the host has confirmed inputs.
     unsigned int getNumberOfInputParameters(bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
+    /// The outputs, or the ids under which the host has confirmed outputs.
     unsigned int getNumberOfOutputParameters(bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
     /// Parameters minus confirmed ids; negative when ids of earlier connections are counted.
     int getNumberOfInputParametersWaitingForConfirmation() const CSCLIENT_EXCLUDES(parameterMutex);
+    /// As for inputs.
     int getNumberOfOutputParametersWaitingForConfirmation() const CSCLIENT_EXCLUDES(parameterMutex);
+    /// Whether the input is registered, or confirmed too.
     bool hasInputParameter(const std::string& name, bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
+    /// Whether the output is registered, or confirmed too.
     bool hasOutputParameter(const std::string& name, bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
 
     /// Forgets every parameter without telling the host.
@@ -232,8 +259,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Lists the names without `parameterMutex`, on purpose: a request that is being written does not hold the listing
     /// up. What another thread registers meanwhile may stay.
     void unregisterAllInputParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    /// As `CSClient::registerOutputParameters`.
     int registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count)
         CSCLIENT_EXCLUDES(parameterMutex);
+    /// As `CSClient::unregisterOutputParameters`.
     int unregisterOutputParameters(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
     /// As `unregisterAllInputParameters`.
     void unregisterAllOutputParameters() CSCLIENT_EXCLUDES(parameterMutex);
@@ -243,16 +272,23 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Deliberately different: inputs are rebuilt from their definitions and wait for fresh ids; outputs are sent again
     /// as they are, with ids, values and confirmations kept.
     /// @{
+
+    /// Without inputs it sends nothing. When memory runs out the inputs stay registered, unconfirmed.
     void reregisterAllInputParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    /// Without outputs it sends nothing.
     void reregisterAllOutputParameters() CSCLIENT_EXCLUDES(parameterMutex);
     /// @}
 
     /// @name Publishing (engine/Publishing.cpp)
     /// @{
+
+    /// As `CSClient::publishParameters`, with the mode to send.
     int publishParameters(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode)
         CSCLIENT_EXCLUDES(parameterMutex);
+    /// As `CSClient::findPublishedParameter`.
     bool findPublishedParameter(const std::string& name, CSClient::Parameter& parameter) const
         CSCLIENT_EXCLUDES(parameterMutex);
+    /// As `CSClient::getAllPublishedParameters`.
     void getAllPublishedParameters(std::vector<CSClient::Parameter>& parameters) const
         CSCLIENT_EXCLUDES(parameterMutex);
     /// @}
@@ -260,8 +296,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
   protected:
     class ConnectionLock;
     class ParameterLock;
+    /// Callback interfaces in ascending pointer order; null where one was removed for lack of memory for another list.
     using CallbackList = std::vector<std::atomic<CSClient::CallbackIface*>>;
 
+    /// Whether lines are to be left out: `OPTION_SILENT`.
     bool isSilent() const { return hasOptions(CSClient::OPTION_SILENT); }
 
     /// The transport. Outside `connectionMutex` only for the worker, and for senders counted in `senders` that have
@@ -304,6 +342,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
             }
         }
     }
+
+    /// @cond INTERNAL
 
     /// What stands for no connection where one is expected by number.
     static constexpr std::uint32_t kNoConnection = 0;
@@ -470,6 +510,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     std::atomic<bool> isCloseRequested{false};
     /// Threads that are noting a request to close.
     CSUseCount closeRequesters;
+
+    /// @endcond
 };
 
 }  // namespace com_tesk

@@ -25,15 +25,16 @@ class CSCLIENT_EXPORT RawMessage : public std::vector<char> {
     /// An empty message.
     explicit RawMessage(Type type);
 
-    /// A message that holds a copy of the `length` bytes at `data`.
+    /// A message that holds a copy of the `length` bytes at `data`; null will do for none.
     RawMessage(const char* data, unsigned int length, Type type);
 
-    RawMessage(const RawMessage&) = default;
-    RawMessage(RawMessage&&) noexcept = default;
-    RawMessage& operator=(const RawMessage&) = default;
-    RawMessage& operator=(RawMessage&&) noexcept = default;
+    RawMessage(const RawMessage&) = default;                 ///< Deep.
+    RawMessage(RawMessage&&) noexcept = default;             ///< Leaves an empty message of the same type behind.
+    RawMessage& operator=(const RawMessage&) = default;      ///< Deep; takes over the type too.
+    RawMessage& operator=(RawMessage&&) noexcept = default;  ///< Takes over the type too.
     virtual ~RawMessage();
 
+    /// The type that the message was made with.
     Type getType() const;
 
     /// Byte 0, the protocol number of a message body; 0 when the message is empty.
@@ -47,9 +48,9 @@ class CSCLIENT_EXPORT RawMessage : public std::vector<char> {
     /// compare the index plus the width minus one with the size, so a number whose last byte lies just past the end is
     /// still read, with that byte counting as 0. Any index beyond that reads 0.
     /// @{
-    std::uint16_t getWord(unsigned int index) const;
-    unsigned int getDoubleWord(unsigned int index) const;
-    int getInt(unsigned int index) const;
+    std::uint16_t getWord(unsigned int index) const;       ///< Two bytes.
+    unsigned int getDoubleWord(unsigned int index) const;  ///< Four bytes.
+    int getInt(unsigned int index) const;                  ///< Four bytes, as a two's-complement number.
     /// The float whose IEEE 754 single-precision bits stand at `index`.
     float getFloat(unsigned int index) const;
     /// @}
@@ -65,9 +66,9 @@ class CSCLIENT_EXPORT RawMessage : public std::vector<char> {
     /// Each appends at the end, most significant byte first.
     /// @throw std::bad_alloc, std::length_error  the message is then unchanged.
     /// @{
-    void write(unsigned char value);
-    void write(unsigned int value);
-    void write(int value);
+    void write(unsigned char value);  ///< One byte.
+    void write(unsigned int value);   ///< Four bytes.
+    void write(int value);            ///< Four bytes, two's complement.
     /// The four bytes of the value's IEEE 754 single-precision bits.
     void write(float value);
     /// `length` bytes from `data`. A length is read as a signed 32-bit number, on purpose: 0 and everything with the
@@ -79,6 +80,7 @@ class CSCLIENT_EXPORT RawMessage : public std::vector<char> {
     void show() const;
 
   protected:
+    /// Constant, but for messages that are used again.
     Type type;
 };
 

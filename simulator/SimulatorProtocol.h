@@ -17,6 +17,7 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     static constexpr unsigned int kSimulatorIdLimit = 0x8000;
 
     /// @param initialSimulatorId  stored as it is, deliberately without the test that `setSimulatorId` makes.
+    /// @param optionFlags         as for `SimClient`.
     SimulatorProtocol(unsigned int initialSimulatorId, unsigned int optionFlags);
     ~SimulatorProtocol() override;
 
@@ -28,15 +29,24 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     int setSimulatorId(unsigned int id);
 
     /// Hands a message to its handler, by its message code. What is foreign, malformed or unknown is dropped silently.
+    /// Worker thread, no lock held.
     void handleReceivedMessage(const RawMessage& message) override;
 
     /// @name Requests (simulator/Requests.cpp)
+    /// Locks and results: see the operations that they fill in.
     /// @{
+
+    /// Message 00 06.
     int requestSimulatorVersion() override;
+    /// Subscribes the batch: message 00 01.
     int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
+    /// Unsubscribes the batch: message 00 04.
     int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
+    /// Registers the batch: message 00 02.
     int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
+    /// Unregisters the batch: message 00 05.
     int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
+    /// Publishes the values of the batch: message 00 03.
     int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) override;
     /// @}
 
@@ -55,6 +65,8 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// @}
 
   protected:
+    /// @cond INTERNAL
+
     /// Whether an update has the ids of the one before, all of them known, under the same names.
     bool isLastUpdateAgain(const char* first, unsigned int records) const CSCLIENT_REQUIRES(parameterMutex);
 
@@ -91,6 +103,8 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     std::vector<CSClient::Parameter> updateValues;
     /// The `inputNamesVersion` under which they got their names.
     std::uint32_t updateNamesVersion = 0;
+
+    /// @endcond
 };
 
 }  // namespace com_tesk

@@ -1,0 +1,143 @@
+// The conversation on the page about the wire format, held: a client makes the calls that the page names, over a real
+// socket, and both sides say the page's bytes.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <memory>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client/SimClient.h"
+#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "message/RawMessage.h"
+#include "tests/docs/ManualPage.h"
+#include "tests/support/RecordingCallbacks.h"
+#include "tests/support/ScriptedHost.h"
+
+namespace com_tesk::test {
+namespace {
+
+std::string withoutBlanks(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    return text;
+}
+
+/// A call in the page's words, but for blanks, and the call itself.
+#define CALL(...)                                                         \
+    {                                                                     \
+        withoutBlanks(#__VA_ARGS__), [&] { EXPECT_EQ((__VA_ARGS__), 0); } \
+    }
+
+class WireConversation : public testing::Test {
+  protected:
+    WireConversation() { client.addCallbackInterface(&callbacks); }
+
+    /// Makes the call that the section names; fails the test when it names none that is known here.
+    void makeCallOf(const ManualSection& section) {
+        const unsigned int port = host.port();
+        const std::map<std::string, std::function<void()>> calls = {
+            CALL(client.open("127.0.0.1", port, nullptr)),
+            CALL(client.registerOutputParameter({"altitude", CSClient::TYPE_FLOAT})),
+            CALL(client.publishParameter({"altitude", {1234.5F}, CSClient::TYPE_FLOAT})),
+            CALL(client.registerInputParameters(
+                {{"heading", CSClient::TYPE_INT, 1}, {"speed", CSClient::TYPE_FLOAT, 2}})),
+            CALL(client.unregisterInputParameter("heading")),
+            CALL(client.unregisterOutputParameter("altitude")),
+            CALL(client.sendMessage(RawMessage("\1\2\3\4\5\6\7\10\11", 9, RawMessage::CONTROL))),
+        };
+        for (const std::string& span : codeSpans(withoutCodeBlock(section))) {
+            const auto call = calls.find(withoutBlanks(span));
+            if (call != calls.end()) {
+                call->second();
+                ++callsMade;
+                return;
+            }
+        }
+        FAIL() << "no call that is known, under: " << section.heading;
+    }
+
+    static std::string withoutCodeBlock(const ManualSection& section) {
+        const std::string text = section.text();
+        const std::size_t begin = text.find("```");
+        const std::size_t end = text.rfind("```");
+        return begin == std::string::npos ? text : text.substr(0, begin) + text.substr(end + 3);
+    }
+
+    void clientSpeaks(const ManualSection& section) {
+        makeCallOf(section);
+        if (!peer) {
+            peer = host.accept();
+            ASSERT_TRUE(peer);
+        }
+        EXPECT_EQ(peer->receiveFrame(), section.hexBytes()) << section.heading;
+        EXPECT_TRUE(client.waitForConnectionState(CSClient::STATE_READY, 1));
+    }
+
+    void hostSpeaks(const ManualSection& section) {
+        ASSERT_TRUE(peer);
+        peer->send(section.hexBytes());
+        const std::string text = withoutCodeBlock(section);
+        const std::size_t hear = text.find("Callbacks hear ");
+        ASSERT_NE(hear, std::string::npos) << section.heading;
+        static const std::regex gives("`get(Server|Protocol)Version` gives `([^`]*)`");
+        if (text.compare(hear, 22, "Callbacks hear nothing") == 0) {
+            for (std::sregex_iterator match(text.begin(), text.end(), gives), end; match != end; ++match) {
+                ((*match)[1] == "Server" ? serverVersion : protocolVersion) = (*match)[2];
+            }
+            return;
+        }
+        const std::vector<std::string> heard = codeSpans(text.substr(hear));
+        EXPECT_FALSE(heard.empty()) << section.heading;
+        for (const std::string& line : heard) {
+            EXPECT_TRUE(callbacks.waitFor(line)) << line;
+        }
+    }
+
+    void holdThePagesConversation() {
+        static const std::regex numbered("(\\d+)\\. (Client|Host) .*");
+        int steps = 0;
+        for (const ManualSection& section : manualPage("wire.md")) {
+            std::smatch match;
+            if (std::regex_match(section.heading, match, numbered)) {
+                EXPECT_EQ(std::stoi(match[1]), ++steps) << section.heading;
+                match[2] == "Client" ? clientSpeaks(section) : hostSpeaks(section);
+            } else if (section.heading == "A control frame") {
+                clientSpeaks(section);
+            }
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+        EXPECT_EQ(steps, 10);
+        EXPECT_EQ(callsMade, 7);
+        EXPECT_FALSE(serverVersion.empty());
+        EXPECT_EQ(client.getServerVersion(), serverVersion);
+        EXPECT_EQ(std::to_string(client.getProtocolVersion()), protocolVersion);
+        EXPECT_EQ(client.close(), CSClient::STATE_DISCONNECTED);
+    }
+
+    ScriptedHost host;
+    RecordingCallbacks callbacks;
+    SimClient client{5, CSClient::OPTION_SILENT};
+    std::unique_ptr<ScriptedHost::Peer> peer;
+    int callsMade = 0;
+    std::string serverVersion;
+    std::string protocolVersion;
+};
+
+TEST_F(WireConversation, IsHeldOverTheStandardTransport) {
+    holdThePagesConversation();
+}
+
+TEST_F(WireConversation, IsHeldOverTheBufferedTransport) {
+    ASSERT_TRUE(client.changeCommsInterface(new CSCommsInterfaceTCPBuffered));
+    holdThePagesConversation();
+}
+
+}  // namespace
+}  // namespace com_tesk::test
