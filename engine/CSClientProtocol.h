@@ -333,6 +333,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
         workerCallbacksVersion = version;
     }
 
+    /// Calls `notify(interface)` for each interface of the list that has not been removed from it.
     template <typename Notify>
     static void notifyAll(const CallbackList& interfaces, const Notify& notify) {
         for (const std::atomic<CSClient::CallbackIface*>& entry : interfaces) {

@@ -41,6 +41,7 @@ const std::map<std::string, unsigned long>& constants() {
         CONSTANT(layout::kProtocol),
         CONSTANT(layout::kSubprotocol),
         CONSTANT(layout::kNameLength),
+        CONSTANT(layout::kWordLength),
         CONSTANT(layout::kInputSubscriptionConfirmed),
         CONSTANT(layout::kOutputRegistrationConfirmed),
         CONSTANT(layout::kUpdate),
@@ -80,21 +81,21 @@ std::set<std::string> namesOf(const std::map<std::string, unsigned long>& values
 
 /// The names of the constants that a header defines, with their namespaces inside com_tesk.
 void addConstantsOf(const std::string& header, std::set<std::string>& names) {
-    static const std::regex opening("namespace (\\w+) \\{");
-    static const std::regex closing("\\}  // namespace \\w+");
+    static const std::regex opening("namespace com_tesk::(\\w+) \\{|namespace (\\w+) \\{");
+    static const std::regex closing("\\}  // namespace [\\w:]+");
     static const std::regex constant("constexpr [\\w:]+(?: \\w+)? (k\\w+) = .*");
     std::istringstream lines(sourceFile(header));
     std::vector<std::string> spaces;
     for (std::string line; std::getline(lines, line);) {
         std::smatch match;
         if (std::regex_match(line, match, opening)) {
-            spaces.push_back(match[1]);
+            spaces.push_back(match[1].str() + match[2].str());
         } else if (std::regex_match(line, closing)) {
             spaces.pop_back();
         } else if (std::regex_match(line, match, constant)) {
             std::string name;
-            for (std::size_t i = 1; i < spaces.size(); ++i) {
-                name += spaces[i] + "::";
+            for (const std::string& space : spaces) {
+                name += space + "::";
             }
             names.insert(name + match[1].str());
         }
