@@ -32,9 +32,40 @@ Publication publicationOf(const std::vector<std::uint32_t>& ids) {
     return publication;
 }
 
+/// How the host that swallows the publications takes them.
+enum class Pace {
+    STEADY,   ///< It reads while the next ones are sent.
+    WAITING,  ///< It waits for each: a call begins when it has had the time to fall asleep again.
+    RARE,     ///< It reads 64 KiB at a time.
+};
+
+/// The usage of `calls` calls with a pause before each, as the median call's time: with the pauses in between, the time of
+/// the process would be mostly that of waiting. Without the pauses, whoever is slower finds the host asleep more often,
+/// and waking it costs more than everything else.
+template <typename Call>
+Usage usageOfWaitedFor(unsigned int calls, const Call& call) {
+    constexpr double kPause = 30e-6;
+    std::vector<double> times;
+    times.reserve(calls);
+    const Meter meter;
+    for (unsigned int i = 0; i < calls; ++i) {
+        const double pauseBegin = wallSeconds();
+        double begin = pauseBegin;
+        while (begin - pauseBegin < kPause) {
+            begin = wallSeconds();
+        }
+        call(i);
+        times.push_back(wallSeconds() - begin);
+    }
+    Usage usage = meter.stop();
+    usage.seconds = median(times) * calls;
+    return usage;
+}
+
 /// Publications that follow one another round and round, to a host that swallows them.
-Row measureCalls(Row row, const Effort& effort, Transport transport, bool hostReadsRarely,
-                 std::vector<Publication> publications, unsigned int calls) {
+Row measureCalls(Row row, const Effort& effort, Transport transport, Pace pace, std::vector<Publication> publications,
+                 unsigned int calls) {
+    const bool hostReadsRarely = pace == Pace::RARE;
     const HostProcess host({HostTask::SWALLOW, 1, hostReadsRarely});
     const HostProcess rawHost({HostTask::SWALLOW, 0, hostReadsRarely});
     WaitingCallbacks callbacks;
@@ -57,6 +88,9 @@ Row measureCalls(Row row, const Effort& effort, Transport transport, bool hostRe
     };
     const auto filling = static_cast<unsigned int>(kFullQueue / publications.front().frame.size());
     const auto repeat = [=](const auto& call) {
+        if (pace == Pace::WAITING) {
+            return usageOfWaitedFor(calls, call);
+        }
         for (unsigned int i = 0; hostReadsRarely && i < filling; ++i) {
             call(i);
         }
@@ -73,7 +107,7 @@ Row measureCalls(Row row, const Effort& effort, Transport transport, bool hostRe
 }
 
 Row publishOne(const std::string& name, const std::string& work, double bar, const Effort& effort, Transport transport,
-               bool hostReadsRarely) {
+               Pace pace) {
     Row row{name, work, "ns/call"};
     row.bar = bar;
     row.mustNotAllocate = true;
@@ -81,7 +115,7 @@ Row publishOne(const std::string& name, const std::string& work, double bar, con
     for (std::uint32_t id = 1; id <= kRotating; ++id) {
         publications.push_back(publicationOf({id}));
     }
-    return measureCalls(row, effort, transport, hostReadsRarely, std::move(publications), kCallsOfOne / effort.divisor);
+    return measureCalls(row, effort, transport, pace, std::move(publications), kCallsOfOne / effort.divisor);
 }
 
 /// @param lists  how many lists, each in an order of its own, follow one another.
@@ -100,16 +134,16 @@ Row publishMany(const std::string& name, const std::string& work, double bar, co
         publications.push_back(publicationOf(ids));
         std::shuffle(ids.begin(), ids.end(), random);
     }
-    return measureCalls(row, effort, Transport::STANDARD, false, std::move(publications),
+    return measureCalls(row, effort, Transport::STANDARD, Pace::STEADY, std::move(publications),
                         kCallsOfMany / effort.divisor);
 }
 
 }  // namespace
 
 std::vector<Work> publishWork() {
-    const auto one = [](const char* name, const char* work, double bar, Transport transport, bool rarely) {
+    const auto one = [](const char* name, const char* work, double bar, Transport transport, Pace pace) {
         return Work{{name}, [=](const Effort& effort) {
-                        return std::vector<Row>{publishOne(name, work, bar, effort, transport, rarely)};
+                        return std::vector<Row>{publishOne(name, work, bar, effort, transport, pace)};
                     }};
     };
     const auto many = [](const char* name, const char* work, double bar, unsigned int lists) {
@@ -118,9 +152,9 @@ std::vector<Work> publishWork() {
                     }};
     };
     return {
-        one("publish-1", "1 of 100 outputs a call, host reads at once", 1.05, Transport::STANDARD, false),
-        one("publish-1-64k", "the same, host reads 64 KiB", 1.25, Transport::STANDARD, true),
-        one("publish-1-64k-buffered", "the same, buffered transport", 1.25, Transport::BUFFERED, true),
+        one("publish-1", "1 of 100 outputs a call, host reads at once", 1.05, Transport::STANDARD, Pace::WAITING),
+        one("publish-1-64k", "the same, host reads 64 KiB", 1.25, Transport::STANDARD, Pace::RARE),
+        one("publish-1-64k-buffered", "the same, buffered transport", 1.25, Transport::BUFFERED, Pace::RARE),
         many("publish-1000", "1,000 outputs a call, same list", 4, 1),
         many("publish-1000-orders", "1,000 outputs a call, changing order", 8, 16),
     };

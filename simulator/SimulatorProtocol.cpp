@@ -23,8 +23,8 @@ int SimulatorProtocol::setSimulatorId(unsigned int id) {
 }
 
 void SimulatorProtocol::handleReceivedMessage(const RawMessage& message) {
-    if (message.getProtocol() != layout::kProtocol || message.getSubprotocol() != layout::kSubprotocol ||
-        message.size() < layout::kSubHeaderLength) {
+    if (message.size() < layout::kSubHeaderLength || message.getProtocol() != layout::kProtocol ||
+        message.getSubprotocol() != layout::kSubprotocol) {
         return;
     }
     switch (message.getWord(layout::kMessageCodeOffset)) {

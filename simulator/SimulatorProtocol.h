@@ -101,6 +101,8 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     std::vector<std::uint32_t> updateIds;
     /// Its known parameters.
     std::vector<CSClient::Parameter> updateValues;
+    /// Whether the three others belong together.
+    bool isUpdateKept = false;
     /// The `inputNamesVersion` under which they got their names.
     std::uint32_t updateNamesVersion = 0;
 

@@ -58,7 +58,7 @@ void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
 }
 
 bool SimulatorProtocol::isLastUpdateAgain(const char* first, unsigned int records) const {
-    if (updateNamesVersion != inputNamesVersion || records != updateIds.size() || records != updateValues.size()) {
+    if (!isUpdateKept || updateNamesVersion != inputNamesVersion || records != updateIds.size() || records != updateValues.size()) {
         return false;
     }
     for (unsigned int i = 0; i < records; ++i) {
@@ -70,10 +70,13 @@ bool SimulatorProtocol::isLastUpdateAgain(const char* first, unsigned int record
 }
 
 void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
-    updateIds.clear();
+    // Until the end, so that a lack of memory on the way leaves nothing that looks like an update.
+    isUpdateKept = false;
+    updateIds.resize(records);
     std::size_t known = 0;
     for (unsigned int i = 0; i < records; ++i) {
         const std::uint32_t id = idAt(first, i);
+        updateIds[i] = id;
         // The id 0 counts as unknown, deliberately, even if the host has confirmed an input under it.
         const std::string* const name = id == 0 ? nullptr : findInputName(id);
         if (name != nullptr) {
@@ -86,12 +89,8 @@ void SimulatorProtocol::readNewUpdate(const char* first, unsigned int records) {
         }
     }
     updateValues.resize(known);
-    // Last, so that a lack of memory on the way leaves nothing that looks like an update.
-    updateIds.reserve(records);
-    for (unsigned int i = 0; i < records; ++i) {
-        updateIds.push_back(idAt(first, i));
-    }
     updateNamesVersion = inputNamesVersion;
+    isUpdateKept = true;
 }
 
 }  // namespace com_tesk
