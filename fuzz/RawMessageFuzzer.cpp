@@ -50,7 +50,7 @@ std::uint32_t expectedAt(const Bytes& bytes, std::uint64_t index, unsigned int w
     }
     std::uint32_t value = 0;
     for (std::uint64_t i = index; i < index + width; ++i) {
-        value = value << 8U | (i < bytes.size() ? bytes[i] : 0U);
+        value = value << 8U | (i < bytes.size() ? bytes[static_cast<std::size_t>(i)] : 0U);
     }
     return value;
 }

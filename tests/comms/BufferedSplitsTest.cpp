@@ -127,21 +127,24 @@ TEST_F(BufferedSplits, FramesThatArriveTogetherAreDeliveredOneByOne) {
 
 TEST_F(BufferedSplits, RandomPiecesOfRandomFramesAreInvisible) {
     std::mt19937_64 random(newSeed());
+    // From one byte to two to the power of `most`, small ones more often.
+    const auto randomLength = [&random](unsigned int most) {
+        return 1 + static_cast<std::size_t>(random()) % (std::size_t{1} << (1 + random() % most));
+    };
     const int rounds = sized(60, 2'000);
     for (int round = 0; round < rounds; ++round) {
         Strings bodies;
         Bytes stream;
         for (std::size_t i = 0; i < 8; ++i) {
-            // From one byte to twice the read-ahead, small ones more often.
-            const std::size_t length = 1 + random() % (std::size_t{1} << (1 + random() % 15));
-            const Bytes body = patternedBytes(length, static_cast<std::uint32_t>(random()));
+            // Up to twice the read-ahead.
+            const Bytes body = patternedBytes(randomLength(15), static_cast<std::uint32_t>(random()));
             bodies.push_back(hexText(body));
             const Bytes frame = frameOf(body);
             stream.insert(stream.end(), frame.begin(), frame.end());
         }
         std::vector<std::size_t> ends;
         for (std::size_t end = 0; end < stream.size();) {
-            end = std::min(stream.size(), end + 1 + random() % (std::size_t{1} << (1 + random() % 14)));
+            end = std::min(stream.size(), end + randomLength(14));
             ends.push_back(end);
         }
         ASSERT_TRUE(bodiesOf(bodies.size(), stream, ends) == bodies) << "round " << round;

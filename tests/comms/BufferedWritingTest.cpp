@@ -206,10 +206,8 @@ TEST(BufferedWriting, OfEightThreadsToASlowReaderKeepsEveryFrameWhole) {
     for (unsigned int writer = 0; writer < kWriters; ++writer) {
         std::mt19937_64 random(seed + writer);
         for (unsigned int number = 0; number < frames; ++number) {
-            const std::size_t size = number == 0 ? 1
-                                     : number == 1 && writer < 2
-                                         ? 1U << 20U
-                                         : 1 + random() % (std::size_t{1} << (1 + random() % 18));
+            const std::size_t any = 1 + static_cast<std::size_t>(random()) % (std::size_t{1} << (1 + random() % 18));
+            const std::size_t size = number == 0 ? 1 : number == 1 && writer < 2 ? 1U << 20U : any;
             sizes[writer].push_back(size);
             total += size + 32;
         }

@@ -1,6 +1,9 @@
 #include "comms/CSMutex.h"
 
 #include <gtest/gtest.h>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -151,6 +154,11 @@ TEST(CSMutexStatus, UnlockIsZeroForSuccessAndTwoForEveryError) {
 }
 
 TEST(CSMutexStatus, LockReportsTheSystemsErrorsAsTwo) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    robust_list_head* list = nullptr;
+    std::size_t length = 0;
+    if (syscall(SYS_get_robust_list, 0, &list, &length) != 0) {
+        GTEST_SKIP() << "the system (an emulator?) does not tell a mutex that its holder has died";
+    }
     OpenMutex mutex;
     mutex.makeRobust();
     std::thread([&mutex]() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { mutex.lock(); }).join();

@@ -15,7 +15,7 @@ class NoStacks {
         pthread_getattr_default_np(&previous);
         pthread_attr_t huge;
         pthread_getattr_default_np(&huge);
-        pthread_attr_setstacksize(&huge, std::size_t{1} << (sizeof(std::size_t) * 8 - 2));
+        pthread_attr_setstacksize(&huge, kMoreThanThereIs);
         pthread_setattr_default_np(&huge);
         pthread_attr_destroy(&huge);
     }
@@ -27,6 +27,10 @@ class NoStacks {
     }
 
   private:
+    /// Seven eighths of 32 bits are not free in one piece, a quarter of 64 bits is beyond what processors address.
+    static constexpr std::size_t kMoreThanThereIs =
+        sizeof(std::size_t) > 4 ? std::size_t{1} << (sizeof(std::size_t) * 8 - 2) : std::size_t{0xE0000000U};
+
     pthread_attr_t previous;
 };
 

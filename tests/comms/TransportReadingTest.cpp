@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <new>
@@ -233,8 +234,9 @@ TEST_F(TransportReading, ThrowsWithoutReadingWhenTheMessageCannotGrow) {
     SystemCalls calls;
     {
         const AllocationLimit limit(1'000'000);
-        // The largest size that does fit 32 bits: nothing but the memory stands in its way.
-        EXPECT_THROW(open.transport.readMessage(0xFFFFFFFDU, message), std::bad_alloc);
+        // The largest size that does fit 32 bits, and a message: nothing but the memory stands in its way.
+        const std::size_t largest = std::min(std::size_t{0xFFFFFFFFU}, message.max_size());
+        EXPECT_THROW(open.transport.readMessage(static_cast<unsigned int>(largest - 2), message), std::bad_alloc);
     }
     EXPECT_EQ(calls.text(), "");
     EXPECT_EQ(hexText(message), "01 02");

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "tests/host/RawClient.h"
+#include "tests/support/Emulator.h"
 
 namespace com_tesk::host_test {
 
@@ -20,26 +20,11 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     if (::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(errors, O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::system_category(), "pipe");
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, errors[1], STDERR_FILENO);
-    std::vector<std::string> texts{program};
-    texts.insert(texts.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& text : texts) {
-        argv.push_back(text.data());
-    }
-    argv.push_back(nullptr);
-    const int error = ::posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    m_pid = test::startProgram(program, program, arguments, output[1], errors[1]);
     ::close(output[1]);
     ::close(errors[1]);
     m_output.descriptor = output[0];
     m_errors.descriptor = errors[0];
-    if (error != 0) {
-        throw std::system_error(error, std::system_category(), program);
-    }
 }
 
 ChildProcess::~ChildProcess() {

@@ -57,7 +57,7 @@ class BusyCallbacks : public CSClient::CallbackIface {
         : port(hostPort), coverage(sharedCoverage) {
         std::mt19937_64 random(seed);
         for (auto& each : next) {
-            each = random() % allOperations().size();
+            each = static_cast<std::size_t>(random()) % allOperations().size();
         }
         nextSeed = random();
     }

@@ -19,6 +19,9 @@ struct Levels {
 /// Before the first thread.
 void boundTheAllocator();
 
+/// A thread that has been joined may still be counted for a moment; this one is gone when the call returns.
+void startAndEndAThread();
+
 /// The levels once the threads and descriptors that are on their way out are gone: as soon as there are as few as in
 /// `expected`, at the latest after ten seconds.
 Levels settledLevels(const Levels& expected);

@@ -29,7 +29,7 @@ class OpenCloseStorm : public testing::TestWithParam<ClientKind> {
     void storm(unsigned int port, const std::function<bool()>& isQuiet) {
         const std::size_t cycles = sized<std::size_t>(1000, 20000);
         const std::uint64_t seed = newSeed();
-        std::thread([] {}).join();  // With the first, the thread sanitizer starts one of its own.
+        startAndEndAThread();  // With the first, the thread sanitizer starts one of its own.
         const Levels atRest = Levels::now();
         EXPECT_EQ(run(cycles / 10, seed, port), "");
         EXPECT_TRUE(isQuiet());

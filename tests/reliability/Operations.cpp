@@ -45,7 +45,7 @@ unsigned int anySeconds(std::mt19937_64& random) {
 
 RawMessage anyMessage(std::mt19937_64& random) {
     RawMessage message(static_cast<RawMessage::Type>(random() % 3));
-    message.resize(random() % 40);
+    message.resize(static_cast<std::size_t>(random()) % 40);
     return message;
 }
 

@@ -95,7 +95,8 @@ class SharedClientStorm : public testing::TestWithParam<ClientKind> {
         std::mt19937_64 random(ownSeed);
         const Surroundings with{random, port.number(), &own};
         while (Clock::now() < end) {
-            const Operation& operation = allOperations()[random() % allOperations().size()];
+            const auto index = static_cast<std::size_t>(random()) % allOperations().size();
+            const Operation& operation = allOperations()[index];
             // A close sleeps a second and forgets everything: about one in two seconds leaves room for the rest.
             if (std::string(operation.name) == "close" && random() % 2000 != 0) {
                 continue;

@@ -167,7 +167,7 @@ TEST(CommandLine, AnIdThatASimulatorCannotHaveIsPassedOn) {
 
 TEST(CommandLine, OfAnIdThatDoesNotFitTheLowBitsAreTaken) {
     // A long of 32 bits stops at its highest number.
-    const bool isWide = std::numeric_limits<long>::max() > 99'999'999'999LL;
+    const bool isWide = sizeof(long) > 4;
     EXPECT_EQ(idOf("99999999999"), isWide ? 1215752191U : 2147483647U);
 }
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,8 @@
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+
+#include "tests/support/Emulator.h"
 
 namespace com_tesk::test {
 
@@ -40,26 +41,10 @@ PublisherProcess::PublisherProcess(const std::vector<std::string>& arguments, co
         clog(outEnds[1]);
     }
 
-    std::vector<std::string> texts{setup.ownName};
-    texts.insert(texts.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, outEnds[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, errEnds[1], STDERR_FILENO);
-    const char* const program = setup.connectsSlowly ? SLOW_CSPUBLISH_PATH : CSPUBLISH_PATH;
-    const int error = posix_spawn(&process, program, &actions, nullptr, pointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    process = startProgram(setup.connectsSlowly ? SLOW_CSPUBLISH_PATH : CSPUBLISH_PATH, setup.ownName, arguments,
+                           outEnds[1], errEnds[1]);
     close(outEnds[1]);
     close(errEnds[1]);
-    if (error != 0) {
-        throw std::system_error(error, std::generic_category(), program);
-    }
 }
 
 PublisherProcess::~PublisherProcess() {
@@ -93,7 +78,7 @@ bool PublisherProcess::readMore(Clock::time_point deadline) {
         return false;
     }
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    const int ready = poll(entries, 2, static_cast<int>(std::max<long>(left, 0)));
+    const int ready = poll(entries, 2, static_cast<int>(std::max<std::chrono::milliseconds::rep>(left, 0)));
     if (ready <= 0) {
         return ready < 0 && errno == EINTR;
     }

@@ -220,9 +220,12 @@ class Interruption : public testing::Test {
 
 TEST_F(Interruption, EndsWithOpeningAndBeginsWithClosing) {
     const EndOnExit end(engine);
+    Latch isReading;
+    transport->onRead = [&isReading](unsigned int /*count*/) { isReading.open(); };
     ASSERT_EQ(engine.openConnection(0x0100007F, 55580, nullptr), 0);
     EXPECT_EQ(transport->interruptions(), Interruptions{false});
-    ASSERT_TRUE(waitForState(engine, CSClient::STATE_READY));
+    // The change to ready is over then. One that is not is interrupted by who closes and by who carries that out.
+    ASSERT_TRUE(isReading.wait());
     EXPECT_EQ(transport->interruptions(), Interruptions{false});
     engine.forceCloseConnection();
     EXPECT_EQ(transport->interruptions(), (Interruptions{false, true}));
