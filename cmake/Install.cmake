@@ -1,0 +1,72 @@
+# What `cmake --install` puts where. Three components, which become one Debian package each: runtime, development, tools.
+
+include(CMakePackageConfigHelpers)
+
+# The public headers: those for programs (client/, the transports), those for who derives an engine or writes a transport, and
+# what these include. Nothing else is installed; scripts/test-install compiles each by itself.
+set(public_headers
+    client/CSClient.h
+    client/SimClient.h
+    comms/CSCommsInterface.h
+    comms/CSCommsInterfaceTCP.h
+    comms/CSCommsInterfaceTCPBuffered.h
+    comms/CSMutex.h
+    comms/CSThread.h
+    comms/CSUseCount.h
+    comms/FrameProgress.h
+    comms/ReadAheadBuffer.h
+    comms/ThreadSafety.h
+    engine/CSClientProtocol.h
+    engine/EngineLocks.h
+    engine/EntryIndex.h
+    message/Export.h
+    message/FrameLayout.h
+    message/RawMessage.h
+    message/ReusableMessage.h
+    message/SpareMessage.h
+    simulator/SimulatorProtocol.h)
+foreach(header IN LISTS public_headers)
+    get_filename_component(room ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csclient/${room}
+        COMPONENT development)
+endforeach()
+
+install(TARGETS csclient_shared csclient_static EXPORT csclientTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+
+set(config_folder ${CMAKE_INSTALL_LIBDIR}/cmake/csclient)
+install(EXPORT csclientTargets NAMESPACE csclient:: DESTINATION ${config_folder} COMPONENT development)
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/csclientConfig.cmake.in ${PROJECT_BINARY_DIR}/csclientConfig.cmake
+    INSTALL_DESTINATION ${config_folder} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/csclientConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/csclientConfig.cmake ${PROJECT_BINARY_DIR}/csclientConfigVersion.cmake
+    DESTINATION ${config_folder} COMPONENT development)
+
+# The folders may be absolute, and then are no part of the prefix.
+foreach(folder IN ITEMS INCLUDEDIR LIBDIR)
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
+        set(pc_${folder} "${CMAKE_INSTALL_${folder}}")
+    else()
+        set(pc_${folder} "\${prefix}/${CMAKE_INSTALL_${folder}}")
+    endif()
+endforeach()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/csclient.pc.in ${PROJECT_BINARY_DIR}/csclient.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/csclient.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+install(FILES ${PROJECT_SOURCE_DIR}/man/csclient.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+
+# Tools that are linked to the shared library find it where it was installed with them, unless the system looks there anyway.
+if(BUILD_SHARED_LIBS AND NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
+    file(RELATIVE_PATH from_tools_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set(tools_rpath "$ORIGIN/${from_tools_to_libraries}")
+endif()
+foreach(tool IN ITEMS cspublish cshost)
+    if(TARGET ${tool})
+        set_target_properties(${tool} PROPERTIES INSTALL_RPATH "${tools_rpath}")
+        install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+        install(FILES ${PROJECT_SOURCE_DIR}/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+        install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/${tool}.bash RENAME ${tool}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    endif()
+endforeach()

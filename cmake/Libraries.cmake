@@ -1,0 +1,44 @@
+# The two libraries, made of the same objects: csclient::csclient_shared and csclient::csclient_static.
+# csclient::csclient is one of them, as BUILD_SHARED_LIBS says. The other one is built only when it is installed or somebody
+# links it.
+
+include(GNUInstallDirs)
+
+add_library(csclient_shared SHARED $<TARGET_OBJECTS:csclient_objects>)
+add_library(csclient_static STATIC $<TARGET_OBJECTS:csclient_objects>)
+target_link_libraries(csclient_objects PUBLIC Threads::Threads)
+target_compile_features(csclient_objects PUBLIC cxx_std_17)
+target_include_directories(csclient_objects PRIVATE ${PROJECT_SOURCE_DIR})
+
+foreach(library IN ITEMS csclient_shared csclient_static)
+    add_library(csclient::${library} ALIAS ${library})
+    target_compile_features(${library} PUBLIC cxx_std_17)
+    # Headers are included as <client/SimClient.h>, here and where they are installed.
+    target_include_directories(${library} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/csclient>)
+    target_link_libraries(${library} PUBLIC Threads::Threads)
+    set_target_properties(${library} PROPERTIES OUTPUT_NAME csclient)
+endforeach()
+
+set_target_properties(csclient_shared PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/ExportedSymbols.map)
+# Calls inside the library go straight to their target: smaller, and faster.
+target_link_options(csclient_shared PRIVATE
+    LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/ExportedSymbols.map
+    LINKER:-Bsymbolic-functions)
+
+if(BUILD_SHARED_LIBS)
+    set(CSCLIENT_KIND shared)
+    set(other_kind static)
+else()
+    set(CSCLIENT_KIND static)
+    set(other_kind shared)
+endif()
+add_library(csclient::csclient ALIAS csclient_${CSCLIENT_KIND})
+add_library(csclient ALIAS csclient_${CSCLIENT_KIND})
+if(NOT CSCLIENT_INSTALL)
+    set_target_properties(csclient_${other_kind} PROPERTIES EXCLUDE_FROM_ALL TRUE)
+endif()

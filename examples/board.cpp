@@ -1,0 +1,79 @@
+// A board: its switch is published as the output "switch", its lamp follows the input "lamp" and is dark without a connection.
+// Both are files that hold 0 or 1. Stops on SIGTERM and SIGINT.
+//   board <address> <port> <switch file> <lamp file>
+
+#include <client/SimClient.h>
+#include <comms/CSCommsInterfaceTCPBuffered.h>
+#include <signal.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+
+using com_tesk::CSClient;
+
+/// Values come on the client's worker thread, changes of state on any: hence the mutex.
+class Lamp : public CSClient::CallbackIface {
+  public:
+    explicit Lamp(const char* path) : file(path) { light(false); }
+    bool works() const { return file.good(); }
+
+    void connectionStateChanged(CSClient::State, CSClient::State newState) override {
+        std::cerr << "state " + std::to_string(newState) + "\n" << std::flush;
+        if (newState != CSClient::STATE_READY) {
+            light(false);
+        }
+    }
+    void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
+        for (const CSClient::Parameter& parameter : parameters) {
+            light(parameter.value.asInt != 0);  // The lamp is the only input.
+        }
+    }
+    void inputParametersConfirmed(const std::vector<CSClient::InputDef>&) override {}
+    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>&) override {}
+
+  private:
+    void light(bool isLit) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        file.seekp(0) << isLit << std::flush;
+    }
+    std::mutex mutex;
+    std::ofstream file;
+};
+
+int main(int argc, char** argv) {
+    if (argc != 5) {
+        std::cerr << "board <address> <port> <switch file> <lamp file>" << std::endl;
+        return EXIT_FAILURE;
+    }
+    // Blocked in every thread and taken by sigtimedwait below, so nothing is done in a signal handler.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    Lamp lamp(argv[4]);
+    com_tesk::SimClient client(/*simulatorId=*/3, CSClient::OPTION_AUTO_RECONNECT);
+    client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);
+    client.addCallbackInterface(&lamp);
+    if (!lamp.works() || client.registerOutputParameter({"switch", CSClient::TYPE_INT}) != 0 ||
+        client.registerInputParameter({"lamp", CSClient::TYPE_INT, /*subscriptionMode=*/1}) != 0 ||
+        client.open(argv[1], static_cast<unsigned int>(std::atoi(argv[2])), nullptr) != 0) {
+        return EXIT_FAILURE;
+    }
+
+    // Without a host the client keeps trying, and sends what was published meanwhile when there is one.
+    CSClient::Parameter position{"switch", {}, CSClient::TYPE_INT};
+    position.value.asInt = -1;
+    constexpr timespec kPeriod{0, 50'000'000};
+    while (sigtimedwait(&stopSignals, nullptr, &kPeriod) < 0) {
+        const std::int32_t now = std::ifstream(argv[3]).get() == '1' ? 1 : 0;
+        if (now != position.value.asInt) {
+            position.value.asInt = now;
+            std::cout << "switch " << now << ", result " << client.publishParameter(position) << std::endl;
+        }
+    }
+    return client.close() == CSClient::STATE_DISCONNECTED ? EXIT_SUCCESS : EXIT_FAILURE;
+}

@@ -1,0 +1,79 @@
+// Prints the values of inputs as they arrive, until so many have come or the program is ended.
+//
+//   follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]
+
+#include <client/SimClient.h>
+#include <comms/CSCommsInterfaceTCPBuffered.h>
+
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <string>
+
+using com_tesk::CSClient;
+using com_tesk::CSCommsInterfaceTCPBuffered;
+using com_tesk::SimClient;
+
+namespace {
+
+/// Prints what happens. The callbacks come on the client's worker thread, so they do little and never wait.
+class Follower : public CSClient::CallbackIface {
+  public:
+    explicit Follower(long count) : remaining(count) {}
+
+    void connectionStateChanged(CSClient::State, CSClient::State newState) override {
+        std::cerr << "state " + std::to_string(newState) + "\n" << std::flush;
+    }
+
+    void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
+        for (const CSClient::InputDef& input : inputs) {
+            std::cerr << "subscribed to " + input.name + "\n" << std::flush;
+        }
+    }
+
+    void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
+        for (const CSClient::Parameter& parameter : parameters) {
+            // The host says of each value how its 32 bits are to be read.
+            const bool isInteger = parameter.type == CSClient::TYPE_INT;
+            const std::string number = isInteger ? std::to_string(parameter.value.asInt)  //
+                                                 : std::to_string(parameter.value.asFloat);
+            std::cout << parameter.name + " = " + number + "\n" << std::flush;
+            if (--remaining == 0) {
+                allHaveCome.set_value();
+            }
+        }
+    }
+
+    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>&) override {}
+
+    void waitForAll() { allHaveCome.get_future().wait(); }
+
+  private:
+    long remaining;  // Below zero when there is no end. Worker thread.
+    std::promise<void> allHaveCome;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 5) {
+        std::cerr << "follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]" << std::endl;
+        return EXIT_FAILURE;
+    }
+    // Before the client, so that it outlives the callbacks.
+    Follower follower(std::atol(argv[3]));
+    SimClient client(/*simulatorId=*/2, CSClient::OPTION_AUTO_RECONNECT);
+    client.changeCommsInterface(new CSCommsInterfaceTCPBuffered);
+    client.addCallbackInterface(&follower);
+    for (int index = 4; index < argc; ++index) {
+        // Refused are a name of 32 or more characters and one that is there already.
+        if (client.registerInputParameter({argv[index], CSClient::TYPE_FLOAT, /*subscriptionMode=*/1}) != 0) {
+            return EXIT_FAILURE;
+        }
+    }
+    if (client.open(argv[1], static_cast<unsigned int>(std::atoi(argv[2])), nullptr) != 0) {
+        return EXIT_FAILURE;
+    }
+    follower.waitForAll();
+    client.close();
+}

@@ -1,0 +1,79 @@
+// Several clients in one process, in a ring: each publishes a value and waits for that of the next one.
+//   several_clients <address> [port] [clients]
+
+#include <client/SimClient.h>
+#include <comms/CSCommsInterfaceTCPBuffered.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <deque>
+#include <future>
+#include <iostream>
+#include <utility>
+
+using com_tesk::CSClient;
+
+constexpr unsigned int kPatienceSeconds = 5;
+
+/// One client and what listens to it. Each has its simulator id, its connection and its worker thread.
+class Station : private CSClient::CallbackIface {
+  public:
+    Station(unsigned int number, unsigned int next) : client(number, CSClient::OPTION_AUTO_RECONNECT) {
+        output = {"station." + std::to_string(number), {static_cast<float>(number) + 0.5F}, CSClient::TYPE_FLOAT};
+        expected = static_cast<float>(next) + 0.5F;
+        client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);
+        client.addCallbackInterface(this);
+        client.registerOutputParameter({output.name, output.type});
+        client.registerInputParameter(
+            {"station." + std::to_string(next), CSClient::TYPE_FLOAT, /*subscriptionMode=*/1});
+    }
+    bool open(const char* address, unsigned int port) { return client.open(address, port, nullptr) == 0; }
+    bool isReady() const {
+        return client.waitForConnectionState(CSClient::STATE_READY, kPatienceSeconds) &&
+               client.waitForOutputsToBeRegistered(kPatienceSeconds);
+    }
+    bool publish() { return client.publishParameter(output) == 0; }
+    bool hasHeard() {
+        return heard.get_future().wait_for(std::chrono::seconds(kPatienceSeconds)) == std::future_status::ready;
+    }
+
+  private:
+    void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
+        for (const CSClient::Parameter& parameter : parameters) {
+            std::cout << output.name + " hears " + std::to_string(parameter.value.asFloat) + "\n" << std::flush;
+            if (parameter.value.asFloat == expected && !std::exchange(isDone, true)) {
+                heard.set_value();
+            }
+        }
+    }
+    void connectionStateChanged(CSClient::State, CSClient::State) override {}
+    void inputParametersConfirmed(const std::vector<CSClient::InputDef>&) override {}
+    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>&) override {}
+
+    CSClient::Parameter output;
+    float expected;
+    bool isDone = false;  // Worker thread.
+    std::promise<void> heard;
+    com_tesk::SimClient client;  // Last, so that it is gone before what its callbacks use.
+};
+
+int main(int argc, char** argv) {
+    if (argc < 2 || argc > 4) {
+        std::cerr << "several_clients <address> [port] [clients]" << std::endl;
+        return EXIT_FAILURE;
+    }
+    const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::atoi(argv[2])) : 55580;
+    const unsigned int count = argc > 3 ? static_cast<unsigned int>(std::atoi(argv[3])) : 5;
+    std::deque<Station> stations;
+    bool isFine = true;
+    for (unsigned int number = 0; number < count; ++number) {
+        isFine = stations.emplace_back(number, (number + 1) % count).open(argv[1], port) && isFine;
+    }
+    const auto everyOne = [&stations](auto answer) { return std::all_of(stations.begin(), stations.end(), answer); };
+    isFine = isFine && everyOne([](Station& station) { return station.isReady(); }) &&
+             everyOne([](Station& station) { return station.publish(); }) &&
+             everyOne([](Station& station) { return station.hasHeard(); });
+    std::cout << (isFine ? "all have heard their neighbour" : "something went wrong") << std::endl;
+    return isFine ? EXIT_SUCCESS : EXIT_FAILURE;
+}

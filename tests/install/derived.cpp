@@ -1,0 +1,74 @@
+// What somebody writes who has a transport or a protocol of their own: derives from every class that is meant for it, with
+// installed headers and the shared library. Exits 0 when what is derived does its work.
+
+#include <client/CSClient.h>
+#include <comms/CSCommsInterfaceTCPBuffered.h>
+#include <engine/CSClientProtocol.h>
+#include <engine/EngineLocks.h>
+#include <simulator/SimulatorProtocol.h>
+
+#include <memory>
+#include <type_traits>
+
+using namespace com_tesk;
+
+namespace {
+
+class CountingTransport : public CSCommsInterfaceTCPBuffered {
+  public:
+    int writeMessage(const RawMessage& message) override {
+        ++writes;
+        return CSCommsInterfaceTCPBuffered::writeMessage(message);
+    }
+    int writes = 0;
+};
+
+class OwnProtocol : public CSClientProtocol {
+  public:
+    explicit OwnProtocol(unsigned int options) : CSClientProtocol(options) {}
+    void handleReceivedMessage(const RawMessage&) override {}
+    int requestSimulatorVersion() override { return 0; }
+    int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>&) override { return 0; }
+    int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>&) override { return 0; }
+    int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>&) override { return 0; }
+    int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>&) override { return 0; }
+    int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>&, PublishMode) override {
+        ++published;
+        return 0;
+    }
+    std::size_t outputs() {
+        const ParameterLock lock(*this);
+        return outputsByName.size();
+    }
+    int published = 0;
+};
+
+class ChattySimulatorProtocol : public SimulatorProtocol {
+  public:
+    using SimulatorProtocol::SimulatorProtocol;
+    void handleReceivedMessage(const RawMessage& message) override {
+        SimulatorProtocol::handleReceivedMessage(message);
+    }
+};
+
+class OwnClient : public CSClient {
+  public:
+    OwnClient() : CSClient(OPTION_SILENT) { engine = new OwnProtocol(OPTION_SILENT); }
+    OwnProtocol& protocol() { return dynamic_cast<OwnProtocol&>(*engine); }
+};
+
+}  // namespace
+
+int main() {
+    static_assert(!std::is_abstract<ChattySimulatorProtocol>::value, "complete");
+    OwnClient client;
+    auto* const transport = new CountingTransport;
+    RawMessage message(RawMessage::DATA);
+    message.write(1U);
+    const bool isRefused = transport->writeMessage(message) < 0 && transport->writes == 1;  // Nobody is connected.
+    const bool isTaken = client.changeCommsInterface(transport);
+    const bool isPublished = client.registerOutputParameter({"one", CSClient::TYPE_INT}) == 0 &&
+                             client.publishParameter({"one", {1.0F}, CSClient::TYPE_INT}) == 0 &&
+                             client.protocol().outputs() == 1 && client.protocol().published == 1;
+    return isRefused && isTaken && isPublished ? 0 : 1;
+}
