@@ -151,7 +151,7 @@ void HostProcess::serve(int socket) const {
     }
 }
 
-bool HostProcess::confirm(int socket) const {
+bool HostProcess::confirm(int socket) {
     host::Bytes frame;
     for (;;) {
         frame.resize(layout::kHeaderSize);
@@ -208,7 +208,7 @@ void HostProcess::update(int socket) const {
     }
 }
 
-void HostProcess::echo(int socket) const {
+void HostProcess::echo(int socket) {
     host::Bytes update = updateFrame(1);
     host::Bytes publication(kPublicationOfOne);
     while (receiveAll(socket, publication.data(), publication.size())) {

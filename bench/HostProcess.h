@@ -63,10 +63,10 @@ class HostProcess {
 
     [[noreturn]] void run(int listener) const;
     void serve(int socket) const;
-    bool confirm(int socket) const;
+    static bool confirm(int socket);
     void swallow(int socket) const;
     void update(int socket) const;
-    void echo(int socket) const;
+    static void echo(int socket);
 
     const HostTask task;
     Shared* shared;

@@ -23,10 +23,12 @@ struct Arguments {
 
 unsigned int roundsOf(const char* text, const char* program) {
     const std::size_t length = std::strlen(text);
-    if (length == 0 || length > 4 || std::strspn(text, "0123456789") != length || std::atoi(text) == 0) {
+    const bool isNumber = length > 0 && length <= 4 && std::strspn(text, "0123456789") == length;
+    const auto rounds = isNumber ? static_cast<unsigned int>(std::strtoul(text, nullptr, 10)) : 0U;
+    if (rounds == 0) {
         refuse(program);
     }
-    return static_cast<unsigned int>(std::atoi(text));
+    return rounds;
 }
 
 Arguments parse(int argc, char** argv) {

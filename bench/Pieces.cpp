@@ -44,7 +44,7 @@ void encodePublication(benchmark::State& state) {
         entry = Entry::of({"", CSClient::TYPE_FLOAT});
         batch.push_back(&entry);
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         engine.sendParameterPublishRequest(batch, CSClientProtocol::PUBLISH_DEFAULT);
     }
     countValues(state);
@@ -56,7 +56,7 @@ void publish(benchmark::State& state) {
     MemoryEngine engine;
     registerOutputs(engine, sizeOf(state));
     const auto values = parameters(0, sizeOf(state));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         engine.publishParameters(values.data(), sizeOf(state), CSClientProtocol::PUBLISH_DEFAULT);
     }
     countValues(state);
@@ -67,7 +67,7 @@ void decodeUpdate(benchmark::State& state) {
     MemoryEngine engine;
     confirmInputs(engine, sizeOf(state));
     const host::Bytes frame = updateFrame(sizeOf(state));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         engine.receive(frame);
     }
     countValues(state);
@@ -85,7 +85,7 @@ void decodeChangingUpdate(benchmark::State& state) {
     }
     const host::Bytes first = updateFrame(count);
     const host::Bytes second = host::encodeUpdate(1, reversed);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         engine.receive(first);
         engine.receive(second);
     }
@@ -98,7 +98,7 @@ void lookUpByName(benchmark::State& state) {
     registerOutputs(engine, sizeOf(state));
     const auto names = namesOf(outputDefinitions(sizeOf(state)));
     CSClient::Parameter found;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (const std::string& name : names) {
             engine.findPublishedParameter(name, found);
         }
@@ -111,7 +111,7 @@ void registerAndUnregister(benchmark::State& state) {
     MemoryEngine engine;
     const auto definitions = outputDefinitions(sizeOf(state));
     const auto names = namesOf(definitions);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         engine.registerOutputParameters(definitions.data(), sizeOf(state));
         engine.unregisterOutputParameters(names);
     }
@@ -123,7 +123,7 @@ void reregister(benchmark::State& state) {
     MemoryEngine engine;
     const auto definitions = inputDefinitions(sizeOf(state));
     engine.registerInputParameters(definitions.data(), sizeOf(state));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         engine.reregisterAllInputParameters();
     }
     countValues(state);

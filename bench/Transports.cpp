@@ -87,14 +87,13 @@ int main(int argc, char** argv) {
     using namespace com_tesk::bench;
     const std::size_t length = argc == 2 ? std::strlen(argv[1]) : 0;
     const bool isNumber = length > 0 && length <= 4 && std::strspn(argv[1], "0123456789") == length;
-    const int rounds = argc == 1 ? 5 : isNumber ? std::atoi(argv[1]) : 0;
+    const auto rounds = argc == 1 ? 5U : isNumber ? static_cast<unsigned int>(std::strtoul(argv[1], nullptr, 10)) : 0U;
     if (rounds == 0) {
         std::fprintf(stderr, "Syntax: %s [ROUNDS]\n", argv[0]);
         return 1;
     }
-    std::printf("%-40s %10s %10s %8s   medians of %d rounds\n", "", "standard", "buffered", "ratio", rounds);
-    const auto count = static_cast<unsigned int>(rounds);
-    compare(count, [](Transport transport) { return receiveRound(transport, 1); });
-    compare(count, [](Transport transport) { return receiveRound(transport, 1'000); });
-    compare(count, publishRound);
+    std::printf("%-40s %10s %10s %8s   medians of %u rounds\n", "", "standard", "buffered", "ratio", rounds);
+    compare(rounds, [](Transport transport) { return receiveRound(transport, 1); });
+    compare(rounds, [](Transport transport) { return receiveRound(transport, 1'000); });
+    compare(rounds, publishRound);
 }

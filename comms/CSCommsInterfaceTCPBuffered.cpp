@@ -303,7 +303,7 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::receive(Readin
     }
 }
 
-CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::waitInFrame(Reading& reading) {
+CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::waitInFrame(const Reading& reading) {
     const Clock::time_point now = Clock::now();
     if (now >= reading.deadline) {
         return Arrival::NOTHING_YET;

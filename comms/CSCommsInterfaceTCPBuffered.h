@@ -121,7 +121,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     /// Receives up to `room` bytes, as soon as there are any.
     Arrival receive(Reading& reading, char* target, std::size_t room, std::size_t& arrived);
     /// Waits for bytes in the middle of a frame.
-    Arrival waitInFrame(Reading& reading);
+    Arrival waitInFrame(const Reading& reading);
     Arrival arrivalAfterInterruption() const;
 
     bool isInsideFrame() const { return progress.isInsideBody() || buffer.size() > 0 || largeBodyFilled > 0; }

@@ -25,7 +25,7 @@ class Decimal {
 
   private:
     static constexpr std::size_t kLongest = sizeof "-2147483648";
-    char digits[kLongest];
+    char digits[kLongest] = {};
     std::size_t length;
 };
 

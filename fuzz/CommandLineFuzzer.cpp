@@ -1,6 +1,7 @@
 // The publisher's command line: the input is what stands behind the program's name, with a zero byte after each argument
 // but the last.
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -42,6 +43,15 @@ PublishCommandLine::Request requestOf(const std::vector<std::string>& arguments)
     return PublishCommandLine::PUBLISH_VALUES;
 }
 
+/// A text can be a NaN, which equals nothing.
+bool hasSameBytes(float one, float other) {
+    std::array<unsigned char, sizeof one> bytes{};
+    std::array<unsigned char, sizeof other> otherBytes{};
+    std::memcpy(bytes.data(), &one, sizeof one);
+    std::memcpy(otherBytes.data(), &other, sizeof other);
+    return bytes == otherBytes;
+}
+
 void checkRun(const PublishCommandLine& commandLine, const std::vector<std::string>& arguments) {
     const bool hasId = arguments[1] == "-csid";
     const std::size_t address = hasId ? 3 : 1;
@@ -54,8 +64,7 @@ void checkRun(const PublishCommandLine& commandLine, const std::vector<std::stri
         const std::size_t name = address + 1 + 2 * i;
         const auto expected = static_cast<float>(std::strtod(arguments[name + 1].c_str(), nullptr));
         FUZZ_CHECK(commandLine.values[i].name == arguments[name]);
-        // As bytes: a text can be a NaN.
-        FUZZ_CHECK(std::memcmp(&commandLine.values[i].value, &expected, sizeof expected) == 0);
+        FUZZ_CHECK(hasSameBytes(commandLine.values[i].value, expected));
     }
 }
 
@@ -64,6 +73,7 @@ void checkRun(const PublishCommandLine& commandLine, const std::vector<std::stri
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::vector<std::string> arguments = argumentsIn(data, size);
     std::vector<const char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         pointers.push_back(argument.c_str());
     }

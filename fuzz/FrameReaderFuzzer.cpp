@@ -94,8 +94,8 @@ class SplittingTransport : public CSCommsInterfaceTCP {
 /// An engine that connects without a worker and keeps the bodies that it is handed.
 class FrameEngine : public SimulatorProtocol {
   public:
-    explicit FrameEngine(Input& input) : SimulatorProtocol(1, CSClient::OPTION_SILENT), split(nullptr) {
-        split = new SplittingTransport(input);
+    explicit FrameEngine(Input& input)
+        : SimulatorProtocol(1, CSClient::OPTION_SILENT), split(new SplittingTransport(input)) {
         changeCommsInterface(split);
         state = CSClient::STATE_CONNECTING;
         startConnection();

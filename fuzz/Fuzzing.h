@@ -49,7 +49,7 @@ class Input {
     /// At most `count` bytes.
     Bytes bytes(std::size_t count) {
         const std::size_t taken = std::min(count, remaining);
-        const Bytes result(next, next + taken);
+        Bytes result(next, next + taken);
         next += taken;
         remaining -= taken;
         return result;

@@ -132,7 +132,7 @@ void HostCore::serve(Session& session, const Publish& request) {
     sendUpdates(updates);
 }
 
-void HostCore::serve(Session& session, const BadRequest& request) {
+void HostCore::serve(const Session& session, const BadRequest& request) {
     reportText(Kind::RequestIgnored, session, request.why);
 }
 

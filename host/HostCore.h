@@ -64,7 +64,7 @@ class HostCore {
     void serve(Session& session, const UnsubscribeInputs& request);
     void serve(Session& session, const UnregisterOutputs& request);
     void serve(Session& session, const Publish& request);
-    void serve(Session& session, const BadRequest& request);
+    void serve(const Session& session, const BadRequest& request);
 
     void noteSimulatorId(Session& session, std::uint16_t id);
     /// The stored value; 0 of the input's own type when there is none.

@@ -40,8 +40,11 @@ bool concernsOneClient(int error) {
 
 Listener::Listener(asio::io_context& context, const std::string& address, std::uint16_t port, OnClient onClient,
                    OnTrouble onTrouble)
-    : m_acceptor(context), m_retry(context), m_onClient(std::move(onClient)), m_onTrouble(std::move(onTrouble)) {
-    m_where = address + ":" + std::to_string(port);
+    : m_acceptor(context),
+      m_retry(context),
+      m_onClient(std::move(onClient)),
+      m_onTrouble(std::move(onTrouble)),
+      m_where(address + ":" + std::to_string(port)) {
     std::error_code error;
     const auto ip = asio::ip::make_address_v4(address, error);
     throwOn(error, m_where + " (not an IPv4 address)");

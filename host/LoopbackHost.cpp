@@ -121,7 +121,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
 
     void send(ClientNumber client, host::Bytes frame) override { m_connections.at(client)->send(std::move(frame)); }
 
-    void report(HostEvent event) override {
+    void report(HostEvent event) final {
         if (m_reporting && m_options.eventSink) {
             event.time = std::chrono::system_clock::now();
             m_options.eventSink(event);

@@ -64,6 +64,7 @@ void serveUntilSignalled(const com_tesk::HostOptions& options) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): CLI11 throws when the options contradict one another, not what was typed.
 int main(int argc, char** argv) {
     com_tesk::HostOptions options;
     options.port = kDefaultPort;

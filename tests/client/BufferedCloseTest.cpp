@@ -88,7 +88,7 @@ class Stuck {
     }
 
     /// Sends frame after frame, until the connection has ended.
-    void flood(std::function<Bytes(unsigned int)> frameNumber) {
+    void flood(const std::function<Bytes(unsigned int)>& frameNumber) {
         threads.emplace_back([this, frameNumber] {
             try {
                 for (unsigned int i = 0; !isOver; ++i) {

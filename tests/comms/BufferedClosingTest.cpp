@@ -37,7 +37,7 @@ constexpr char kHeaderOfTen[] =
 /// Something that another thread is doing when this one ends it.
 class Underway {
   public:
-    explicit Underway(std::function<ReadResult()> operation)
+    explicit Underway(const std::function<ReadResult()>& operation)
         : result(std::async(std::launch::async, [this, operation] {
               task = thisTask();
               return operation();
@@ -83,7 +83,7 @@ class BufferedEnding : public testing::TestWithParam<Ending> {
         reading.waitUntilItBlocks();
         const StopwatchSince watch;
         end();
-        const ReadResult read = reading.get();
+        ReadResult read = reading.get();
         EXPECT_LT(watch.seconds(), kAtOnce);
         EXPECT_EQ(read.bytes, "");
         return read;

@@ -54,7 +54,7 @@ bool ChildProcess::readMore(Stream& stream) {
 std::string ChildProcess::lineWith(const std::string& part) {
     do {
         for (std::size_t end; (end = m_output.buffer.find('\n')) != std::string::npos;) {
-            const std::string line = m_output.buffer.substr(0, end);
+            std::string line = m_output.buffer.substr(0, end);
             m_output.buffer.erase(0, end + 1);
             if (line.find(part) != std::string::npos) {
                 return line;

@@ -65,7 +65,7 @@ TEST_F(ClientFailures, AClientThatResetsIsToldAndTheOthersAreServedOn) {
 }
 
 TEST_F(ClientFailures, WhatAClientSentBeforeItLeftUnreadAnswersBehindStillCounts) {
-    LoopbackHost& host = start();
+    const LoopbackHost& host = start();
     for (int round = 0; round < 20; ++round) {
         RawClient client(host.port());
         client.ask(registerInteger("A"));

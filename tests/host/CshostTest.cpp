@@ -26,7 +26,7 @@ std::string ownAddress() {
            std::to_string(pid & 0xFFU);
 }
 
-ChildProcess cshost(std::vector<std::string> arguments) {
+ChildProcess cshost(const std::vector<std::string>& arguments) {
     return {CSHOST_PROGRAM, arguments};
 }
 

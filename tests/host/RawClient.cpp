@@ -80,7 +80,7 @@ Bytes RawClient::receive(std::size_t count) {
 }
 
 Bytes RawClient::receiveFrame() {
-    const Bytes header = receive(32);
+    Bytes header = receive(32);
     if (header.size() < 32) {
         return header;
     }

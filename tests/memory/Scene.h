@@ -173,7 +173,7 @@ class PrintedLines : private std::streambuf {
   private:
     int_type overflow(int_type character) override;
 
-    char room[4096];
+    char room[4096] = {};
     std::size_t used = 0;
     std::streambuf* previousOut;
     std::streambuf* previousErr;

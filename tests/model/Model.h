@@ -92,8 +92,8 @@ class Model {
     std::uint32_t sendOutputSubscription(const std::vector<std::string>& names);
     std::uint32_t sendUnsubscription(char code, const std::vector<std::uint32_t>& ids);
     std::uint32_t sendPublication(const std::vector<std::string>& names, std::uint32_t mode);
-    std::uint32_t sendBatch(std::string body);
-    std::uint32_t sendData(std::string body);
+    std::uint32_t sendBatch(const std::string& body);
+    std::uint32_t sendData(const std::string& body);
     std::uint32_t write(const std::string& frame);
 
     void print(const char* stream, const std::string& line);

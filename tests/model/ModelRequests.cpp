@@ -78,12 +78,12 @@ std::uint32_t Model::sendPublication(const std::vector<std::string>& names, std:
     return names.empty() ? 0 : sendBatch(body);
 }
 
-std::uint32_t Model::sendBatch(std::string body) {
-    const std::uint32_t result = sendData(std::move(body));
+std::uint32_t Model::sendBatch(const std::string& body) {
+    const std::uint32_t result = sendData(body);
     return result == 1 ? 0 : result;
 }
 
-std::uint32_t Model::sendData(std::string body) {
+std::uint32_t Model::sendData(const std::string& body) {
     return sendRaw(1, body);
 }
 

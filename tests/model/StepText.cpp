@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
@@ -205,7 +206,7 @@ Life lifeFrom(const std::string& text) {
     std::istringstream lines(text);
     std::string line;
     while (std::getline(lines, line)) {
-        line = line.substr(0, line.find('#'));
+        line.resize(std::min(line.find('#'), line.size()));
         std::istringstream words(line);
         std::string word;
         if (!(words >> word)) {

@@ -95,8 +95,8 @@ std::vector<std::string> ParameterEngine::inputTable() const {
     std::vector<std::string> lines;
     for (const auto& keyAndEntry : inputsByName) {
         const InputParameterEntry& entry = *keyAndEntry.second;
-        lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) + " mode " +
-                        std::to_string(entry.subscriptionMode) + " " + status(entry.serverId));
+        lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) +
+                        " mode " + std::to_string(entry.subscriptionMode) + " " + status(entry.serverId));
     }
     return lines;
 }
@@ -106,8 +106,8 @@ std::vector<std::string> ParameterEngine::outputTable() const {
     std::vector<std::string> lines;
     for (const auto& keyAndEntry : outputsByName) {
         const OutputParameterEntry& entry = *keyAndEntry.second;
-        lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) + " " +
-                        status(entry.serverId) + (entry.published ? " published " : " ") +
+        lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) +
+                        " " + status(entry.serverId) + (entry.published ? " published " : " ") +
                         hexDigits(bitsOf(entry.value)));
     }
     return lines;
