@@ -4,8 +4,8 @@
 
 #include <client/SimClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
-#include <signal.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
     client.addCallbackInterface(&lamp);
     if (!lamp.works() || client.registerOutputParameter({"switch", CSClient::TYPE_INT}) != 0 ||
         client.registerInputParameter({"lamp", CSClient::TYPE_INT, /*subscriptionMode=*/1}) != 0 ||
-        client.open(argv[1], static_cast<unsigned int>(std::atoi(argv[2])), nullptr) != 0) {
+        client.open(argv[1], static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)), nullptr) != 0) {
         return EXIT_FAILURE;
     }
 

@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
         return EXIT_FAILURE;
     }
     // Before the client, so that it outlives the callbacks.
-    Follower follower(std::atol(argv[3]));
+    Follower follower(std::strtol(argv[3], nullptr, 10));
     SimClient client(/*simulatorId=*/2, CSClient::OPTION_AUTO_RECONNECT);
     client.changeCommsInterface(new CSCommsInterfaceTCPBuffered);
     client.addCallbackInterface(&follower);
@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
             return EXIT_FAILURE;
         }
     }
-    if (client.open(argv[1], static_cast<unsigned int>(std::atoi(argv[2])), nullptr) != 0) {
+    if (client.open(argv[1], static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)), nullptr) != 0) {
         return EXIT_FAILURE;
     }
     follower.waitForAll();

@@ -32,9 +32,9 @@ int main(int argc, char** argv) {
     if (argc < 2 || argc > 4) {
         return fail("give me <address> [port] [seconds]");
     }
-    const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::atoi(argv[2])) : 55580;
+    const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)) : 55580;
     const bool endless = argc < 4;
-    const std::chrono::seconds duration{endless ? 0 : std::atoi(argv[3])};
+    const std::chrono::seconds duration{endless ? 0 : std::strtol(argv[3], nullptr, 10)};
 
     SimClient client(/*simulatorId=*/1, CSClient::OPTION_AUTO_RECONNECT);
     client.changeCommsInterface(new CSCommsInterfaceTCPBuffered);
@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
     for (long turn = 0; endless || turn * kPeriod < duration; ++turn) {
         std::this_thread::sleep_until(start + turn * kPeriod);
         const double seconds = std::chrono::duration<double>(turn * kPeriod).count();
-        const float value = static_cast<float>(std::sin(kRadiansPerSecond * seconds));
+        const auto value = static_cast<float>(std::sin(kRadiansPerSecond * seconds));
         // 2 says that the write failed: the value is kept, and sent when the connection is back.
         if (client.publishParameter({"sine", {value}, CSClient::TYPE_FLOAT}) == 0) {
             ++published;

@@ -13,15 +13,15 @@
 #include <utility>
 
 using com_tesk::CSClient;
-
 constexpr unsigned int kPatienceSeconds = 5;
 
 /// One client and what listens to it. Each has its simulator id, its connection and its worker thread.
 class Station : private CSClient::CallbackIface {
   public:
-    Station(unsigned int number, unsigned int next) : client(number, CSClient::OPTION_AUTO_RECONNECT) {
-        output = {"station." + std::to_string(number), {static_cast<float>(number) + 0.5F}, CSClient::TYPE_FLOAT};
-        expected = static_cast<float>(next) + 0.5F;
+    Station(unsigned int number, unsigned int next)
+        : output{"station." + std::to_string(number), {static_cast<float>(number) + 0.5F}, CSClient::TYPE_FLOAT},
+          expected(static_cast<float>(next) + 0.5F),
+          client(number, CSClient::OPTION_AUTO_RECONNECT) {
         client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);
         client.addCallbackInterface(this);
         client.registerOutputParameter({output.name, output.type});
@@ -63,15 +63,15 @@ int main(int argc, char** argv) {
         std::cerr << "several_clients <address> [port] [clients]" << std::endl;
         return EXIT_FAILURE;
     }
-    const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::atoi(argv[2])) : 55580;
-    const unsigned int count = argc > 3 ? static_cast<unsigned int>(std::atoi(argv[3])) : 5;
+    const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)) : 55580;
+    const unsigned int count = argc > 3 ? static_cast<unsigned int>(std::strtoul(argv[3], nullptr, 10)) : 5;
     std::deque<Station> stations;
     bool isFine = true;
     for (unsigned int number = 0; number < count; ++number) {
         isFine = stations.emplace_back(number, (number + 1) % count).open(argv[1], port) && isFine;
     }
     const auto everyOne = [&stations](auto answer) { return std::all_of(stations.begin(), stations.end(), answer); };
-    isFine = isFine && everyOne([](Station& station) { return station.isReady(); }) &&
+    isFine = isFine && everyOne([](const Station& station) { return station.isReady(); }) &&
              everyOne([](Station& station) { return station.publish(); }) &&
              everyOne([](Station& station) { return station.hasHeard(); });
     std::cout << (isFine ? "all have heard their neighbour" : "something went wrong") << std::endl;
