@@ -58,7 +58,8 @@ void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
 }
 
 bool SimulatorProtocol::isLastUpdateAgain(const char* first, unsigned int records) const {
-    if (!isUpdateKept || updateNamesVersion != inputNamesVersion || records != updateIds.size() || records != updateValues.size()) {
+    if (!isUpdateKept || updateNamesVersion != inputNamesVersion || records != updateIds.size() ||
+        records != updateValues.size()) {
         return false;
     }
     for (unsigned int i = 0; i < records; ++i) {
