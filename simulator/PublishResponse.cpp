@@ -1,5 +1,7 @@
 // The host confirms outputs.
 
+#include <algorithm>
+
 #include "comms/CSLockGuard.h"
 #include "comms/Diagnostics.h"
 #include "engine/EngineLocks.h"
@@ -21,7 +23,7 @@ void SimulatorProtocol::handlePublishResponse(const RawMessage& message) {
         const CSLockGuard lock(parameterMutex);
         const unsigned int records = layout::wholeRecords(message.size(), layout::kRecordsOffset, kRecordLength,
                                                           message.getDoubleWord(layout::kCountOffset));
-        confirmed.reserve(records);
+        confirmed.reserve(std::min<std::size_t>(records, outputsByName.size()));
         auto guess = outputsByName.begin();
         for (unsigned int i = 0; i < records; ++i) {
             const unsigned int record = layout::kRecordsOffset + i * kRecordLength;

@@ -1,5 +1,7 @@
 // The host confirms inputs.
 
+#include <algorithm>
+
 #include "comms/CSLockGuard.h"
 #include "engine/RegistrationBatch.h"
 #include "simulator/MessageLayout.h"
@@ -17,8 +19,9 @@ void SimulatorProtocol::handleSubscribeResponse(const RawMessage& message) {
         const CSLockGuard lock(parameterMutex);
         const unsigned int records = layout::wholeRecords(message.size(), layout::kRecordsOffset, kRecordLength,
                                                           message.getDoubleWord(layout::kCountOffset));
-        confirmed.reserve(records);
-        values.reserve(records);
+        const std::size_t expected = std::min<std::size_t>(records, inputsByName.size());
+        confirmed.reserve(expected);
+        values.reserve(expected);
         inputNamesChange();
         auto guess = inputsByName.begin();
         for (unsigned int i = 0; i < records; ++i) {
