@@ -18,7 +18,8 @@ set(public_headers
     comms/ThreadSafety.h
     engine/CSClientProtocol.h
     engine/EngineLocks.h
-    engine/EntryIndex.h
+    engine/LookupIndex.h
+    engine/NameBytes.h
     message/Export.h
     message/FrameLayout.h
     message/RawMessage.h
