@@ -171,11 +171,13 @@ bool HostProcess::confirm(int socket) {
 
 void HostProcess::swallow(int socket) const {
     static std::uint8_t bytes[64U << 10U];
-    constexpr timespec kPause{0, 1'000'000};
+    if (task.readsRarely) {
+        // It sleeps until there is that much. Otherwise each frame would wake it, at the expense of the sender: a slower
+        // sender, which finds it asleep more often, would pay for more of that.
+        constexpr int kAll = sizeof bytes;
+        check(setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &kAll, sizeof kAll) == 0, "SO_RCVLOWAT");
+    }
     while (::recv(socket, bytes, sizeof bytes, task.readsRarely ? MSG_WAITALL : 0) > 0) {
-        if (task.readsRarely) {
-            nanosleep(&kPause, nullptr);
-        }
     }
 }
 

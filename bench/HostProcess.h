@@ -20,16 +20,13 @@ struct HostTask {
     Kind kind = CONFIRM;
     unsigned int registrations = 0;
 
-    /// SWALLOW: whether it reads 64 KiB at a time, and so rarely that the client's queue does not run empty: a write
-    /// then costs nothing but itself. Otherwise it reads what there is as soon as it is there.
+    /// SWALLOW: whether it sleeps until there are 64 KiB to read, and takes them at once: a write then hardly ever has to
+    /// wake it. Otherwise it reads what there is as soon as it is there.
     bool readsRarely = false;
 
     /// UPDATE: the values of each update.
     unsigned int valuesPerUpdate = 1;
 };
-
-/// Bytes that fill the queue of a client whose host reads rarely.
-constexpr std::size_t kFullQueue = 256U << 10U;
 
 /// The receive buffer that a burst of updates needs.
 constexpr int kReceiveBuffer = 1 << 20;

@@ -88,13 +88,9 @@ Row measureCalls(Row row, const Effort& effort, Transport transport, Pace pace, 
         parameters.back().value.asInt = static_cast<std::int32_t>(number);
         client->publishParameters(parameters.data(), static_cast<unsigned int>(parameters.size()));
     };
-    const auto filling = static_cast<unsigned int>(kFullQueue / publications.front().frame.size());
     const auto repeat = [=](const auto& call) {
         if (pace == Pace::WAITING) {
             return usageOfWaitedFor(calls, call);
-        }
-        for (unsigned int i = 0; hostReadsRarely && i < filling; ++i) {
-            call(i);
         }
         const Meter meter;
         for (unsigned int i = 0; i < calls; ++i) {

@@ -12,7 +12,9 @@ namespace {
 
 /// The sides take turns this often within a round, so that both have their share of every disturbance.
 constexpr unsigned int kTurns = 10;
-constexpr unsigned int kTripsPerTurn = 200;
+constexpr unsigned int kTripsPerTurn = 500;
+/// The first trips of a turn do not count: the other side has just had the processors, and both threads are asleep.
+constexpr unsigned int kWarmUp = 20;
 
 class Player : public WaitingCallbacks {
   public:
@@ -20,7 +22,8 @@ class Player : public WaitingCallbacks {
         client = &newClient;
         times = &newTimes;
         isOver = false;
-        tripsLeft = trips;
+        tripsThatCount = trips;
+        tripsLeft = kWarmUp + trips;
         publish();
         waitUntil([this] { return isOver; });
     }
@@ -29,7 +32,9 @@ class Player : public WaitingCallbacks {
         if (tripsLeft == 0) {
             return;  // The value that comes with the confirmation.
         }
-        times->push_back(wallSeconds() - begin);
+        if (tripsLeft <= tripsThatCount) {
+            times->push_back(wallSeconds() - begin);
+        }
         --tripsLeft;
         if (tripsLeft > 0) {
             publish();
@@ -48,6 +53,7 @@ class Player : public WaitingCallbacks {
     std::vector<double>* times = nullptr;
     CSClient::Parameter parameter{parameterName(0), {1.0F}, CSClient::TYPE_FLOAT};
     double begin = 0;
+    unsigned int tripsThatCount = 0;
     std::atomic<unsigned int> tripsLeft{0};
     bool isOver = false;
 };
@@ -55,13 +61,15 @@ class Player : public WaitingCallbacks {
 void playRaw(const RawSocket& socket, unsigned int trips, bool hasTwoReads, std::vector<double>& times) {
     const host::Bytes publication = publicationFrame({1});
     host::Bytes update(publication.size());
-    for (unsigned int i = 0; i < trips; ++i) {
+    for (unsigned int i = 0; i < kWarmUp + trips; ++i) {
         const double begin = wallSeconds();
         socket.writeAll(publication.data(), publication.size());
         const std::size_t first = hasTwoReads ? host::layout::kHeaderSize : update.size();
         socket.readAll(update.data(), first);
         socket.readAll(update.data() + first, update.size() - first);
-        times.push_back(wallSeconds() - begin);
+        if (i >= kWarmUp) {
+            times.push_back(wallSeconds() - begin);
+        }
     }
 }
 
