@@ -16,7 +16,8 @@ class Receiver : public WaitingCallbacks {
     explicit Receiver(HostProcess& newHost) : host(newHost) {}
 
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
-        if (updatesLeft == 0) {
+        const unsigned int left = updatesLeft.load(std::memory_order_relaxed);
+        if (left == 0) {
             return;  // The values that come with the confirmation.
         }
         for (const CSClient::Parameter& parameter : parameters) {
@@ -27,8 +28,8 @@ class Receiver : public WaitingCallbacks {
             host.waitUntilSent();
             meter = Meter();
         }
-        --updatesLeft;
-        if (updatesLeft == 0) {
+        updatesLeft.store(left - 1, std::memory_order_relaxed);
+        if (left == 1) {
             const Usage burst = meter.stop();
             tell([this, &burst] {
                 usage += burst;
