@@ -15,8 +15,6 @@
 namespace com_tesk::test {
 namespace {
 
-constexpr unsigned int kAnyAddress = 0x0100007FU;
-
 /// A connected client whose worker is held up in a read.
 class HeldUpClient {
   public:

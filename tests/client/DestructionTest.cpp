@@ -18,8 +18,6 @@
 namespace com_tesk::test {
 namespace {
 
-constexpr unsigned int kAnyAddress = 0x0100007FU;
-
 /// Counts how often it is destroyed, and in which state.
 class MortalEngine : public TestEngine {
   public:

@@ -15,7 +15,6 @@
 namespace com_tesk::test {
 namespace {
 
-constexpr unsigned int kAnyAddress = 0x0100007FU;
 constexpr int kRounds = 40;
 
 /// Takes its time over the end of the connection.

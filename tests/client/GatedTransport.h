@@ -7,6 +7,9 @@
 
 namespace com_tesk::test {
 
+/// Where a client with a transport of these connects to: it never gets as far as the network.
+constexpr unsigned int kAnyAddress = 0x0100007FU;
+
 /// Lets nobody through until it is opened; a bound keeps a failing test from hanging.
 class Gate {
   public:

@@ -7,8 +7,8 @@ namespace {
 
 using InputDefs = std::vector<CSClient::InputDef>;
 
-const CSClient::InputDef kFloatA{"A", CSClient::TYPE_FLOAT, 1};
-const CSClient::InputDef kFloatB{"B", CSClient::TYPE_FLOAT, 2};
+const CSClient::InputDef kInputA{"A", CSClient::TYPE_FLOAT, 1};
+const CSClient::InputDef kInputB{"B", CSClient::TYPE_FLOAT, 2};
 
 /// A protocol may replace the engine's operations on inputs, so the client has to go through them.
 class InputForwarding : public testing::Test {
@@ -21,13 +21,13 @@ class InputForwarding : public testing::Test {
 };
 
 TEST_F(InputForwarding, OneInputIsRegisteredThroughTheVirtualOperation) {
-    EXPECT_EQ(client.registerInputParameter(kFloatA), 0);
+    EXPECT_EQ(client.registerInputParameter(kInputA), 0);
     EXPECT_EQ(calls(), Lines{"register inputs 1: A"});
-    EXPECT_EQ(client.probed->lastDefinitions, &kFloatA);
+    EXPECT_EQ(client.probed->lastDefinitions, &kInputA);
 }
 
 TEST_F(InputForwarding, AnArrayOfInputsIsRegisteredThroughTheVirtualOperation) {
-    const CSClient::InputDef definitions[] = {kFloatB, kFloatA, {"unseen", CSClient::TYPE_FLOAT, 1}};
+    const CSClient::InputDef definitions[] = {kInputB, kInputA, {"unseen", CSClient::TYPE_FLOAT, 1}};
     EXPECT_EQ(client.registerInputParameters(definitions, 2), 0);
     EXPECT_EQ(calls(), Lines{"register inputs 2: B A"});
     EXPECT_EQ(client.probed->lastDefinitions, definitions);
@@ -40,7 +40,7 @@ TEST_F(InputForwarding, AnEmptyArrayOfInputsIsForwarded) {
 }
 
 TEST_F(InputForwarding, AVectorOfInputsIsRegisteredFromItsFirstElementOn) {
-    const InputDefs definitions{kFloatB, kFloatA};
+    const InputDefs definitions{kInputB, kInputA};
     EXPECT_EQ(client.registerInputParameters(definitions), 0);
     EXPECT_EQ(calls(), Lines{"register inputs 2: B A"});
     EXPECT_EQ(client.probed->lastDefinitions, definitions.data());
@@ -54,9 +54,9 @@ TEST_F(InputForwarding, AnEmptyVectorOfInputsReturnsZeroWithoutCallingTheEngine)
 
 TEST_F(InputForwarding, EachFormOfRegistrationHandsTheResultOnUnchanged) {
     client.probed->inputResult = -5;
-    EXPECT_EQ(client.registerInputParameter(kFloatA), -5);
-    EXPECT_EQ(client.registerInputParameters(&kFloatA, 1), -5);
-    EXPECT_EQ(client.registerInputParameters(InputDefs{kFloatA}), -5);
+    EXPECT_EQ(client.registerInputParameter(kInputA), -5);
+    EXPECT_EQ(client.registerInputParameters(&kInputA, 1), -5);
+    EXPECT_EQ(client.registerInputParameters(InputDefs{kInputA}), -5);
 }
 
 TEST_F(InputForwarding, OneNameIsUnregisteredAsAListOfOne) {
@@ -79,12 +79,12 @@ TEST_F(InputForwarding, EachFormOfUnregistrationHandsTheResultOnUnchanged) {
     client.probed->inputResult = -5;
     EXPECT_EQ(client.unregisterInputParameter("A"), -5);
     EXPECT_EQ(client.unregisterInputParameters(Lines{"A"}), -5);
-    EXPECT_EQ(client.unregisterInputParameters(&kFloatA, 1), -5);
+    EXPECT_EQ(client.unregisterInputParameters(&kInputA, 1), -5);
 }
 
 TEST_F(InputForwarding, AllInputsAreUnregisteredThroughTheVirtualOperationInNameOrder) {
     client.probed->interceptsInputs = false;
-    client.registerInputParameters(InputDefs{kFloatB, kFloatA});
+    client.registerInputParameters(InputDefs{kInputB, kInputA});
     client.probed->interceptsInputs = true;
     client.unregisterAllInputParameters();
     EXPECT_EQ(calls().back(), "unregister inputs 2: A B");
@@ -107,7 +107,7 @@ TEST(InputRegistration, ARefusedInputIsReported) {
 
 TEST(InputRegistration, UnregisteringAllInputsLeavesTheOutputsAlone) {
     ProbedClient client;
-    client.registerInputParameter(kFloatA);
+    client.registerInputParameter(kInputA);
     client.registerOutputParameter({"A", CSClient::TYPE_FLOAT});
     client.unregisterAllInputParameters();
     EXPECT_EQ(client.getNumberOfUnregisteredInputParameters(), 0);

@@ -8,12 +8,12 @@ namespace {
 
 using OutputDefs = std::vector<CSClient::OutputDef>;
 
-const CSClient::OutputDef kFloatA{"A", CSClient::TYPE_FLOAT};
-const CSClient::OutputDef kFloatB{"B", CSClient::TYPE_FLOAT};
+const CSClient::OutputDef kOutputA{"A", CSClient::TYPE_FLOAT};
+const CSClient::OutputDef kOutputB{"B", CSClient::TYPE_FLOAT};
 
 TEST(OutputForwarding, OneOutputIsRegisteredInARequestOfItsOwn) {
     ProbedClient client;
-    EXPECT_EQ(client.registerOutputParameter(kFloatA), 0);
+    EXPECT_EQ(client.registerOutputParameter(kOutputA), 0);
     EXPECT_EQ(client.probed->calls, Lines{"send outputs: A"});
     EXPECT_TRUE(client.probed->knowsOutput("A"));
 }
@@ -26,7 +26,7 @@ TEST(OutputForwarding, TheTypeOfOneOutputIsKept) {
 
 TEST(OutputForwarding, AnArrayOfOutputsIsRegisteredInOneRequestInItsOrder) {
     ProbedClient client;
-    const CSClient::OutputDef definitions[] = {kFloatB, kFloatA, {"unseen", CSClient::TYPE_FLOAT}};
+    const CSClient::OutputDef definitions[] = {kOutputB, kOutputA, {"unseen", CSClient::TYPE_FLOAT}};
     EXPECT_EQ(client.registerOutputParameters(definitions, 2), 0);
     EXPECT_EQ(client.probed->calls, Lines{"send outputs: B A"});
 }
@@ -39,7 +39,7 @@ TEST(OutputForwarding, AnEmptyArrayOfOutputsIsAccepted) {
 
 TEST(OutputForwarding, AVectorOfOutputsIsRegisteredInOneRequest) {
     ProbedClient client;
-    EXPECT_EQ(client.registerOutputParameters(OutputDefs{kFloatB, kFloatA}), 0);
+    EXPECT_EQ(client.registerOutputParameters(OutputDefs{kOutputB, kOutputA}), 0);
     EXPECT_EQ(client.probed->calls, Lines{"send outputs: B A"});
 }
 
@@ -53,8 +53,8 @@ TEST(OutputForwarding, AnEmptyVectorOfOutputsReturnsZeroAndSendsNothing) {
 TEST(OutputForwarding, EachFormOfRegistrationHandsTheResultOnUnchanged) {
     ProbedClient client;
     client.probed->senderResult = 2;
-    EXPECT_EQ(client.registerOutputParameter(kFloatA), 2);
-    EXPECT_EQ(client.registerOutputParameters(&kFloatB, 1), 2);
+    EXPECT_EQ(client.registerOutputParameter(kOutputA), 2);
+    EXPECT_EQ(client.registerOutputParameters(&kOutputB, 1), 2);
     EXPECT_EQ(client.registerOutputParameters(OutputDefs{{"C", CSClient::TYPE_FLOAT}}), 2);
 }
 
@@ -77,7 +77,7 @@ TEST(OutputForwarding, ARefusalOfAClientThatIsNotSilentIsOneLineOnStandardError)
 
 TEST(OutputForwarding, OneNameIsUnregisteredInARequestOfItsOwn) {
     ProbedClient client;
-    client.registerOutputParameters(OutputDefs{kFloatA, kFloatB});
+    client.registerOutputParameters(OutputDefs{kOutputA, kOutputB});
     EXPECT_EQ(client.unregisterOutputParameter("B"), 0);
     EXPECT_EQ(client.probed->calls.back(), "send end of outputs: B");
     EXPECT_TRUE(client.probed->knowsOutput("A"));
@@ -86,7 +86,7 @@ TEST(OutputForwarding, OneNameIsUnregisteredInARequestOfItsOwn) {
 
 TEST(OutputForwarding, AListOfNamesIsUnregisteredInOneRequestInItsOrder) {
     ProbedClient client;
-    client.registerOutputParameters(OutputDefs{kFloatA, kFloatB});
+    client.registerOutputParameters(OutputDefs{kOutputA, kOutputB});
     EXPECT_EQ(client.unregisterOutputParameters(Lines{"B", "unknown", "A"}), 0);
     EXPECT_EQ(client.probed->calls.back(), "send end of outputs: B A");
 }
@@ -100,17 +100,17 @@ TEST(OutputForwarding, AnEmptyListOfNamesIsAccepted) {
 
 TEST(OutputForwarding, EachFormOfUnregistrationHandsTheResultOnUnchanged) {
     ProbedClient client;
-    client.registerOutputParameter(kFloatA);
+    client.registerOutputParameter(kOutputA);
     client.probed->senderResult = 2;
     EXPECT_EQ(client.unregisterOutputParameter("A"), 2);
     EXPECT_EQ(client.unregisterOutputParameters(Lines{"A"}), 2);
-    EXPECT_EQ(client.unregisterOutputParameters(&kFloatA, 1), 2);
+    EXPECT_EQ(client.unregisterOutputParameters(&kOutputA, 1), 2);
     EXPECT_TRUE(client.probed->knowsOutput("A")) << "a failed write forgets nothing";
 }
 
 TEST(OutputForwarding, AllOutputsAreUnregisteredInOneRequestInNameOrder) {
     ProbedClient client;
-    client.registerOutputParameters(OutputDefs{kFloatB, kFloatA});
+    client.registerOutputParameters(OutputDefs{kOutputB, kOutputA});
     client.unregisterAllOutputParameters();
     EXPECT_EQ(client.probed->calls.back(), "send end of outputs: A B");
     EXPECT_EQ(client.getNumberOfUnregisteredOutputParameters(), 0);
@@ -118,7 +118,7 @@ TEST(OutputForwarding, AllOutputsAreUnregisteredInOneRequestInNameOrder) {
 
 TEST(OutputForwarding, UnregisteringAllOutputsLeavesTheInputsAlone) {
     ProbedClient client;
-    client.registerOutputParameter(kFloatA);
+    client.registerOutputParameter(kOutputA);
     client.registerInputParameter({"A", CSClient::TYPE_FLOAT, 1});
     client.unregisterAllOutputParameters();
     EXPECT_TRUE(client.probed->knowsInput("A"));

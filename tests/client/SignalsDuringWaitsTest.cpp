@@ -41,7 +41,6 @@ class Interruptions {
     std::thread sender;
 };
 
-constexpr unsigned int kAnyAddress = 0x0100007FU;
 /// Fewer would not show that the sleep was interrupted again and again.
 constexpr int kManyInterruptions = 5;
 

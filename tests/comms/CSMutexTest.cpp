@@ -257,10 +257,10 @@ TEST(CSMutexLockWithin, TakesAFreeLockAtOnce) {
 
 TEST(CSMutexLockWithin, TriesOnceWhenThereIsNoTime) {
     OpenMutex mutex;
-    for (const int milliseconds : {0, -1}) {
-        EXPECT_TRUE(mutex.takeWithin(std::chrono::milliseconds(milliseconds)));
+    for (const int noTime : {0, -1}) {
+        EXPECT_TRUE(mutex.takeWithin(std::chrono::milliseconds(noTime)));
         bool isLocked = true;
-        std::thread([&] { isLocked = mutex.takeWithin(std::chrono::milliseconds(milliseconds)); }).join();
+        std::thread([&] { isLocked = mutex.takeWithin(std::chrono::milliseconds(noTime)); }).join();
         EXPECT_FALSE(isLocked);
         mutex.release();
     }

@@ -17,11 +17,6 @@ namespace {
 /// What stands for a piece of a line that is no constant text.
 constexpr const char* kPiece = "<>";
 
-std::string trimmed(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(" \n");
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \n") - first + 1);
-}
-
 /// The line with each <word> made <>.
 std::string withoutWords(const std::string& line) {
     static const std::regex word("<[^>]+>");

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <sstream>
 #include <string>
 
@@ -25,12 +23,6 @@
 
 namespace com_tesk::test {
 namespace {
-
-std::string withoutBlanks(std::string text) {
-    const auto isBlank = [](unsigned char character) { return std::isspace(character) != 0; };
-    text.erase(std::remove_if(text.begin(), text.end(), isBlank), text.end());
-    return text;
-}
 
 /// The literal block of a section of csclient(3), without blanks.
 std::string blockUnder(const std::string& section) {

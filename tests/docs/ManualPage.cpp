@@ -1,5 +1,7 @@
 #include "tests/docs/ManualPage.h"
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -9,11 +11,6 @@
 namespace com_tesk::test {
 
 namespace {
-
-std::string trimmed(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(' ');
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
 
 /// The cells of a line such as "| a | b |".
 std::vector<std::string> cells(const std::string& line) {
@@ -126,6 +123,17 @@ std::vector<std::string> codeSpans(const std::string& text) {
         open = text.find('`', close + quotes.size());
     }
     return spans;
+}
+
+std::string trimmed(const std::string& text) {
+    const std::size_t first = text.find_first_not_of(" \n");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \n") - first + 1);
+}
+
+std::string withoutBlanks(std::string text) {
+    const auto isBlank = [](unsigned char character) { return std::isspace(character) != 0; };
+    text.erase(std::remove_if(text.begin(), text.end(), isBlank), text.end());
+    return text;
 }
 
 }  // namespace com_tesk::test

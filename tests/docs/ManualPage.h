@@ -31,6 +31,12 @@ std::string sourceFile(const std::string& name);
 /// The sections of a page under docs/manual/.
 std::vector<ManualSection> manualPage(const std::string& name);
 
+/// The text without blanks and newlines at its ends.
+std::string trimmed(const std::string& text);
+
+/// The text without any blanks and newlines.
+std::string withoutBlanks(std::string text);
+
 /// What stands between backquotes: between one and one, or between two and two.
 std::vector<std::string> codeSpans(const std::string& text);
 

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -21,11 +20,6 @@
 
 namespace com_tesk::test {
 namespace {
-
-std::string withoutBlanks(std::string text) {
-    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    return text;
-}
 
 /// A call in the page's words, but for blanks, and the call itself.
 #define CALL(...)                                                         \

@@ -12,8 +12,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::size_t kVersionReplySize = 184;
-
 class ClientFailures : public testing::Test {
   protected:
     LoopbackHost& start(HostOptions options = {}) {

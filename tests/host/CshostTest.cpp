@@ -17,7 +17,6 @@ namespace com_tesk::host_test {
 namespace {
 
 constexpr std::uint16_t kDefaultPort = 55580;
-constexpr std::size_t kVersionReplySize = 184;
 
 /// A loopback address of this process's own, so that tests side by side may use one port.
 std::string ownAddress() {

@@ -7,8 +7,6 @@
 namespace com_tesk::host_test {
 namespace {
 
-constexpr std::size_t kVersionReplySize = 184;
-
 struct Ignored {
     const char* name;
     Bytes frame;

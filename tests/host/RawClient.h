@@ -12,6 +12,9 @@ namespace com_tesk::host_test {
 /// How long a test waits for what must come. Generous: it is only used up when the test fails.
 constexpr std::chrono::milliseconds kPatience{10000};
 
+/// A frame with the version reply.
+constexpr std::size_t kVersionReplySize = 184;
+
 /// A client that is nothing but a socket. Throws std::system_error when it cannot connect.
 class RawClient {
   public:

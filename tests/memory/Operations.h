@@ -7,6 +7,9 @@
 
 namespace com_tesk::test {
 
+constexpr unsigned int kNoOptions = 0;
+constexpr unsigned int kReconnect = CSClient::OPTION_AUTO_RECONNECT;
+
 /// One operation that is let run out of memory, and what may come of it.
 ///
 /// `operate` itself allocates nothing. After it either everything is as if memory had sufficed, or nothing has

@@ -4,9 +4,6 @@ namespace com_tesk::test {
 
 namespace {
 
-constexpr unsigned int kNoOptions = 0;
-constexpr unsigned int kReconnect = CSClient::OPTION_AUTO_RECONNECT;
-
 void prepareNothing(Scene& /*scene*/) {}
 
 void prepareOutputs(Scene& scene) {

@@ -4,7 +4,6 @@ namespace com_tesk::test {
 
 namespace {
 
-constexpr unsigned int kNoOptions = 0;
 constexpr unsigned int kSilent = CSClient::OPTION_SILENT;
 
 void connect(Scene& scene) {

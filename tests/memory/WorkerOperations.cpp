@@ -5,10 +5,9 @@ namespace com_tesk::test {
 namespace {
 
 constexpr unsigned int kOnce = 0;
-constexpr unsigned int kReconnect = CSClient::OPTION_AUTO_RECONNECT;
 
 /// Ready, with the engine's version response of before, three inputs and three outputs of which two are published.
-void connectWithAll(Scene& scene) {
+void connectWithCallbacks(Scene& scene) {
     scene.connect();
     scene.engine.addCallbackInterface(&scene.callbacks[0]);
     scene.engine.addCallbackInterface(&scene.callbacks[1]);
@@ -18,14 +17,14 @@ void connectWithAll(Scene& scene) {
 }
 
 void connectWithConfirmed(Scene& scene) {
-    connectWithAll(scene);
+    connectWithCallbacks(scene);
     scene.receive(inputsConfirmed(scene, 3));
     scene.receive(outputsConfirmed(scene, 3));
 }
 
 template <std::string (*Body)(const Scene&, std::size_t)>
 void prepareToReceive(Scene& scene) {
-    connectWithAll(scene);
+    connectWithCallbacks(scene);
     scene.transport->queueFrame(Body(scene, 3));
 }
 
@@ -179,7 +178,7 @@ std::vector<Operation> workerOperations() {
          recoverVersion<7>},
         {"ReceivingAForeignMessage", Operation::MEMORY, kReconnect,
          [](Scene& scene) {
-             connectWithAll(scene);
+             connectWithCallbacks(scene);
              scene.transport->queueFrame(std::string(40, 'x'));
          },
          takeTurn,

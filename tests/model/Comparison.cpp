@@ -13,7 +13,6 @@ namespace com_tesk::test {
 
 namespace {
 
-constexpr std::uint32_t kWaiting = 0xFFFFF;
 constexpr std::size_t kFullLookEvery = 64;
 constexpr std::size_t kFewNames = 3;
 

@@ -6,7 +6,6 @@ namespace com_tesk::test {
 
 namespace {
 
-constexpr std::uint32_t kWaiting = 0xFFFFF;
 constexpr std::uint32_t kRefused = 3;
 
 bool isTooLong(const std::string& name) {

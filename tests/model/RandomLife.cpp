@@ -9,7 +9,6 @@ namespace com_tesk::test {
 
 namespace {
 
-constexpr std::uint32_t kWaiting = 0xFFFFF;
 constexpr std::uint32_t kMinusOne = 0xFFFFFFFF;
 
 class Drawing {

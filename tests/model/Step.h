@@ -7,6 +7,9 @@
 
 namespace com_tesk::test {
 
+/// The id of what the host has not confirmed.
+constexpr std::uint32_t kWaiting = 0xFFFFF;
+
 /// One thing that happens in the life of an engine, as data: what the application calls, what the host sends, what
 /// becomes of the connection. It has a text form of one line, so that a life can be written down and replayed.
 struct Step {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -79,6 +80,10 @@ class SharedClientStorm : public testing::TestWithParam<ClientKind> {
         }
     }
 
+    bool haveAllBeenCalled() const {
+        return std::all_of(interfaces.begin(), interfaces.end(), [](const auto& each) { return each.calls > 0; });
+    }
+
     const std::uint64_t seed;
     const ReservedPort port;
     std::unique_ptr<LoopbackHost> host;
@@ -121,18 +126,20 @@ TEST_P(SharedClientStorm, NeitherBlocksNorLeavesAnythingBehind) {
     storm(first, 1);
     const Levels before = settledLevels(atRest);
     storm(sized(milliseconds(7000), milliseconds(540'000)), 2);
+    // On a busy machine an interface may have been out each time that something happened: then it goes on.
+    for (unsigned int phase = 3; phase < 13 && !haveAllBeenCalled(); ++phase) {
+        storm(milliseconds(3000), phase);
+    }
     EXPECT_EQ(growth(before, settledLevels(before)), "");
     // A failed write sleeps one second, a close two, and a wait one; the rest is patience with a busy machine.
     EXPECT_LT(slowest, 15'000);
     EXPECT_GT(operations, 1000);
     EXPECT_GT(whileReady, 100);
-    for (const CountingCallbacks& each : interfaces) {
-        EXPECT_GT(each.calls, 0);
-    }
+    EXPECT_TRUE(haveAllBeenCalled());
 }
 
 TEST_P(SharedClientStorm, LeavesTheClientUsable) {
-    storm(milliseconds(2500), 3);
+    storm(milliseconds(2500), 1);
     RecordingCallbacks heard;
     client->addCallbackInterface(&heard);
     ASSERT_EQ(client->open(kHostAddress, port.number(), nullptr), 0);

@@ -16,8 +16,8 @@ namespace com_tesk {
 namespace test {
 namespace {
 
-const CSClient::InputDef kInput{"I", CSClient::TYPE_FLOAT, 1};
-const CSClient::OutputDef kOutput{"O", CSClient::TYPE_INT};
+const CSClient::InputDef kFirstInput{"I", CSClient::TYPE_FLOAT, 1};
+const CSClient::OutputDef kFirstOutput{"O", CSClient::TYPE_INT};
 const CSClient::InputDef kOtherInput{"I2", CSClient::TYPE_FLOAT, 1};
 const CSClient::OutputDef kOtherOutput{"O2", CSClient::TYPE_INT};
 
@@ -55,8 +55,8 @@ std::string nameOf(const testing::TestParamInfo<Operation>& info) {
 class FailedWriteUnderParameterLock : public testing::TestWithParam<Operation> {
   protected:
     void connect(ConnectionEngine& engine) {
-        EXPECT_EQ(engine.registerInputParameters(&kInput, 1), 0);
-        EXPECT_EQ(engine.registerOutputParameters(&kOutput, 1), 0);
+        EXPECT_EQ(engine.registerInputParameters(&kFirstInput, 1), 0);
+        EXPECT_EQ(engine.registerOutputParameters(&kFirstOutput, 1), 0);
         EXPECT_EQ(engine.connect(), 0);
         engine.addCallbackInterface(&callbacks);
         out = captured.out();
@@ -153,7 +153,7 @@ TEST(FailedWrites, NeverDeadlockWithStateChangesOnOtherThreads) {
         ASSERT_TRUE(waitUntil([&engine] { return engine.getState() == CSClient::STATE_READY; }));
         engine.probe().failWrites(-1, EPIPE, 1);
         auto writing = std::async(std::launch::async, [&engine] {
-            engine.registerOutputParameters(&kOutput, 1);
+            engine.registerOutputParameters(&kFirstOutput, 1);
             engine.unregisterAllOutputParameters();
         });
         auto closing = std::async(std::launch::async, [&engine] { engine.forceCloseConnection(); });

@@ -14,7 +14,7 @@ namespace com_tesk {
 namespace test {
 namespace {
 
-const CSClient::OutputDef kOutput{"A", CSClient::TYPE_INT};
+const CSClient::OutputDef kAnyOutput{"A", CSClient::TYPE_INT};
 
 /// Opens while no thread can be started.
 int openWithoutThread(ConnectionEngine& engine) {
@@ -27,7 +27,7 @@ TEST(FailedThreadCreation, WithoutReconnectLeavesTheEngineDisconnecting) {
     RecordingCallbacks callbacks;
     ConnectionEngine engine;
     engine.addCallbackInterface(&callbacks);
-    EXPECT_EQ(engine.registerOutputParameters(&kOutput, 1), 0);
+    EXPECT_EQ(engine.registerOutputParameters(&kAnyOutput, 1), 0);
     const int refusals = NoMoreThreads::refusals();
     const Stopwatch stopwatch;
     EXPECT_EQ(openWithoutThread(engine), 2);
@@ -92,7 +92,7 @@ TEST(FailedThreadCreation, WithReconnectItsSecondIsSleptWithoutAnyLock) {
     });
     ASSERT_TRUE(waitUntil([refusals] { return NoMoreThreads::refusals() == refusals + 1; }));
     engine.forceCloseConnection();
-    EXPECT_EQ(engine.registerOutputParameters(&kOutput, 1), 0);
+    EXPECT_EQ(engine.registerOutputParameters(&kAnyOutput, 1), 0);
     EXPECT_FALSE(returned) << "a lock was held during the sleep";
     EXPECT_EQ(callbacks.states(), "0->1 1->3");
 }

@@ -11,10 +11,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string kName31(31, 'x');
-const std::string kName32(32, 'x');
-const std::string kName33(33, 'x');
-
 const char kALine[] = "Parameter 'A' already registered.\n";
 const char kATwice[] = "Parameter 'A' is requested more than once in the same subscription call.\n";
 

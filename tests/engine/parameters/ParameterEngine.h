@@ -12,6 +12,11 @@
 namespace com_tesk {
 namespace test {
 
+/// The longest name, and two that are too long.
+inline const std::string kName31(31, 'x');
+inline const std::string kName32(32, 'x');
+inline const std::string kName33(33, 'x');
+
 CSClient::InputDef input(const std::string& name, CSClient::ParameterType type = 1, std::uint32_t mode = 1);
 CSClient::OutputDef output(const std::string& name, CSClient::ParameterType type = 1);
 

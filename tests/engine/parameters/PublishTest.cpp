@@ -11,8 +11,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string kName32(32, 'x');
-
 /// A, a float, and B, an integer, are confirmed as 7 and 8; C, a float, waits.
 class Publish : public testing::Test {
   protected:
