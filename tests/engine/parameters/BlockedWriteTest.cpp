@@ -69,6 +69,25 @@ class BlockedWrite : public testing::Test {
         }
     }
 
+    /// Runs each user on a thread of its own: none may finish before the gate opens, and all must then.
+    void expectAllToBeHeldUp(const std::vector<std::function<void()>>& users) {
+        std::atomic<int> finished{0};
+        std::vector<std::thread> threads;
+        for (const auto& user : users) {
+            threads.emplace_back([&user, &finished] {
+                user();
+                ++finished;
+            });
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(finished.load(), 0);
+        gate.open();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(finished.load(), static_cast<int>(users.size()));
+    }
+
     ListingEngine engine{1, CSClient::OPTION_SILENT};
     Gate gate;
     std::thread writer;
@@ -124,7 +143,7 @@ TEST_F(BlockedWrite, DoesNotHoldUpCallsThatSayNothing) {
 TEST_F(BlockedWrite, HoldsUpEverythingThatUsesTheTables) {
     ASSERT_TRUE(isBlocked);
     const std::string name = longName('A');
-    const std::vector<std::function<void()>> users = {
+    expectAllToBeHeldUp({
         [&] { engine.getNumberOfInputParameters(false); },
         [&] { engine.getNumberOfOutputParameters(true); },
         [&] { engine.getNumberOfInputParametersWaitingForConfirmation(); },
@@ -150,25 +169,13 @@ TEST_F(BlockedWrite, HoldsUpEverythingThatUsesTheTables) {
         [&] {
             engine.receive(outputsConfirmed({{7, name}}));
         },
-        [&] {
-            engine.receive(inputsConfirmed({{7, name}}));
-        },
-    };
-    std::atomic<int> finished{0};
-    std::vector<std::thread> threads;
-    for (const auto& user : users) {
-        threads.emplace_back([&user, &finished] {
-            user();
-            ++finished;
-        });
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(finished.load(), 0);
-    gate.open();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(finished.load(), static_cast<int>(users.size()));
+    });
+}
+
+// A test of its own: frames come from one thread, the worker.
+TEST_F(BlockedWrite, HoldsUpAConfirmationOfInputs) {
+    ASSERT_TRUE(isBlocked);
+    expectAllToBeHeldUp({[this] { engine.receive(inputsConfirmed({{7, longName('A')}})); }});
 }
 
 /// Many threads at once. What goes wrong here shows under the thread and address sanitizers.
