@@ -56,27 +56,33 @@ bool sendAll(int socket, const std::uint8_t* source, std::size_t size) {
     return true;
 }
 
-/// The reply to a request to register, or nothing for any other message.
-host::Bytes replyTo(const host::Bytes& body) {
+/// What a request to register is answered with, frames one after another; nothing for any other message. No frame has
+/// more records than arrive at once: the standard transport wants it whole.
+std::vector<host::Bytes> repliesTo(const host::Bytes& body) {
+    constexpr unsigned int kMostRecords = 250;
     const unsigned int count = body.size() >= layout::kRecordsOffset ? host::wordAt(body, layout::kCountOffset) : 0;
-    if (body[layout::kCodeOffset] == layout::kSubscribeInputs) {
-        std::vector<host::InputConfirmation> inputs;
-        for (unsigned int i = 0; i < count; ++i) {
-            const std::size_t name = layout::kRecordsOffset + i * layout::kInputRequestSize + layout::kInputRequestName;
-            inputs.push_back({i + 1, 0, 0, HostValue::real(1.0F), host::textAt(body, name, layout::kNameSize)});
+    std::vector<host::Bytes> replies;
+    for (unsigned int first = 0; first < count; first += kMostRecords) {
+        const unsigned int end = std::min(first + kMostRecords, count);
+        if (body[layout::kCodeOffset] == layout::kSubscribeInputs) {
+            std::vector<host::InputConfirmation> inputs;
+            for (unsigned int i = first; i < end; ++i) {
+                const std::size_t name =
+                    layout::kRecordsOffset + i * layout::kInputRequestSize + layout::kInputRequestName;
+                inputs.push_back({i + 1, 0, 0, HostValue::real(1.0F), host::textAt(body, name, layout::kNameSize)});
+            }
+            replies.push_back(host::encodeInputsReply(1, inputs));
+        } else if (body[layout::kCodeOffset] == layout::kRegisterOutputs) {
+            std::vector<host::OutputConfirmation> outputs;
+            for (unsigned int i = first; i < end; ++i) {
+                const std::size_t name =
+                    layout::kRecordsOffset + i * layout::kOutputRequestSize + layout::kOutputRequestName;
+                outputs.push_back({i + 1, 0, 0, host::textAt(body, name, layout::kNameSize)});
+            }
+            replies.push_back(host::encodeOutputsReply(1, outputs));
         }
-        return host::encodeInputsReply(1, inputs);
     }
-    if (body[layout::kCodeOffset] == layout::kRegisterOutputs) {
-        std::vector<host::OutputConfirmation> outputs;
-        for (unsigned int i = 0; i < count; ++i) {
-            const std::size_t name =
-                layout::kRecordsOffset + i * layout::kOutputRequestSize + layout::kOutputRequestName;
-            outputs.push_back({i + 1, 0, 0, host::textAt(body, name, layout::kNameSize)});
-        }
-        return host::encodeOutputsReply(1, outputs);
-    }
-    return {};
+    return replies;
 }
 
 }  // namespace
@@ -162,9 +168,11 @@ bool HostProcess::confirm(int socket) {
         if (!receiveAll(socket, frame.data(), frame.size())) {
             return false;
         }
-        const host::Bytes reply = replyTo(frame);
-        if (!reply.empty()) {
-            return sendAll(socket, reply.data(), reply.size());
+        const std::vector<host::Bytes> replies = repliesTo(frame);
+        if (!replies.empty()) {
+            return std::all_of(replies.begin(), replies.end(), [socket](const host::Bytes& reply) {
+                return sendAll(socket, reply.data(), reply.size());
+            });
         }
     }
 }

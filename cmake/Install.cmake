@@ -20,6 +20,7 @@ set(public_headers
     engine/EngineLocks.h
     engine/LookupIndex.h
     engine/NameBytes.h
+    message/BigEndian.h
     message/Export.h
     message/FrameLayout.h
     message/RawMessage.h

@@ -35,13 +35,16 @@ bool setSocketOption(int descriptor, int level, int name, const Value& value) {
     return setsockopt(descriptor, level, name, &value, sizeof value) == 0;
 }
 
-/// Closes a descriptor that `users` may still be reading or writing. Shutting the socket down wakes them.
-int closeWhenUnused(int descriptor, const CSUseCount& users) {
-    if (users.isInUse()) {
-        shutdown(descriptor, SHUT_RDWR);
-        users.waitUntilUnused();
+/// Appends `count` bytes. Most reads are for a header or for a message of a value or two: where there is room for more, so
+/// few are appended by growing by a constant, which compiles to a few stores, and shrinking again, which is another one.
+[[gnu::flatten]] void grow(RawMessage& message, std::size_t count) {
+    constexpr std::size_t kFew = 64;
+    if (count <= kFew && message.capacity() - message.size() >= kFew) {
+        message.resize(message.size() + kFew);
+        message.erase(message.end() - static_cast<std::ptrdiff_t>(kFew - count), message.end());
+    } else {
+        message.resize(message.size() + count);
     }
-    return ::close(descriptor);
 }
 
 }  // namespace
@@ -53,7 +56,7 @@ CSCommsInterfaceTCP::CSCommsInterfaceTCP(const Options& initialOptions) : option
 CSCommsInterfaceTCP::~CSCommsInterfaceTCP() {
     const int descriptor = socketHandle.exchange(kNoSocket);
     if (descriptor != kNoSocket) {
-        closeWhenUnused(descriptor, users);
+        closeWhenUnused(descriptor);
     }
 }
 
@@ -66,7 +69,21 @@ int CSCommsInterfaceTCP::close() {
     if (descriptor == kNoSocket) {
         return kError;
     }
-    return closeWhenUnused(descriptor, users);
+    return closeWhenUnused(descriptor);
+}
+
+int CSCommsInterfaceTCP::closeWhenUnused(int descriptor) const {
+    if (readers.isInUse() || writers.isInUse()) {
+        // Wakes them.
+        shutdown(descriptor, SHUT_RDWR);
+        waitUntilUnused();
+    }
+    return ::close(descriptor);
+}
+
+void CSCommsInterfaceTCP::waitUntilUnused() const {
+    readers.waitUntilUnused();
+    writers.waitUntilUnused();
 }
 
 bool CSCommsInterfaceTCP::openConnection(unsigned int address, unsigned int port) {
@@ -150,11 +167,11 @@ int CSCommsInterfaceTCP::readMessage(unsigned int count, RawMessage& message) {
         errno = EMSGSIZE;
         return kError;
     }
-    message.resize(oldSize + count);
+    grow(message, count);
 
     ssize_t received = kError;
     if (isOpen()) {
-        const CSUseCount::Use use(users);
+        const CSUseCount::Use use(readers);
         received = read(socketHandle, message.data() + oldSize, count);
     }
     if (received < 0) {
@@ -172,7 +189,7 @@ int CSCommsInterfaceTCP::writeMessage(const RawMessage& message) {
     if (!isOpen()) {
         return kError;
     }
-    const CSUseCount::Use use(users);
+    const CSUseCount::Use use(writers);
     return static_cast<int>(write(socketHandle, message.data(), message.size()));
 }
 

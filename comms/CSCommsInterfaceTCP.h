@@ -94,22 +94,32 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// @return whether it has succeeded; otherwise `errno` says more.
     static bool connectSocket(int descriptor, unsigned int address, unsigned int port);
 
-    /// Whether there is a socket; sets `errno` to EBADF when there is none. Asked before a thread is counted in
-    /// `users`, so that late comers cannot hold up the thread that closes.
+    /// Whether there is a socket; sets `errno` to EBADF when there is none. Asked before a thread is counted
+    /// as a user, so that late comers cannot hold up the thread that closes.
     bool isOpen() const;
+
+    /// Waits until no thread is inside. Only after the socket was taken away.
+    void waitUntilUnused() const;
 
     /// One line on standard error, unless `options` say `quiet`.
     void report(std::string_view line) const;
 
     /// The connected socket, or -1. Taken by one thread, in `close` or the destructor; that thread closes it once
-    /// `users` has drained.
+    /// `readers` and `writers` have left.
     std::atomic<int> socketHandle{-1};
 
     /// Opening thread only.
     Options options;
 
-    /// Reads and writes under way.
-    CSUseCount users;
+    /// Reads under way.
+    CSUseCount readers;
+
+    /// Writes under way. Counted by themselves: while one thread waits in a read, the one that writes is the first.
+    CSUseCount writers;
+
+  private:
+    /// Closes a descriptor that was taken away and that other threads may still be reading or writing.
+    int closeWhenUnused(int descriptor) const;
 };
 
 }  // namespace com_tesk

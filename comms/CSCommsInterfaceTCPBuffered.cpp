@@ -72,13 +72,13 @@ CSCommsInterfaceTCPBuffered::CSCommsInterfaceTCPBuffered(const Options& initialO
 CSCommsInterfaceTCPBuffered::~CSCommsInterfaceTCPBuffered() {
     // Here and not in the base class: what is under way needs this class's members.
     CSCommsInterfaceTCP::close();
-    users.waitUntilUnused();
+    waitUntilUnused();
 }
 
 void CSCommsInterfaceTCPBuffered::setInterrupted(bool interrupted) {
     isInterrupted = interrupted;
     if (interrupted) {
-        const CSUseCount::Use use(users);
+        const CSUseCount::Use use(readers);
         shutdown(socketHandle, SHUT_RDWR);  // Without a socket it fails, and nobody minds.
     }
 }
@@ -100,7 +100,7 @@ bool CSCommsInterfaceTCPBuffered::openConnection(unsigned int address, unsigned 
     }
     bool isOpened = false;
     {
-        const CSUseCount::Use use(users);
+        const CSUseCount::Use use(readers);
         connectingHandle = descriptor;
         socketHandle = descriptor;
         if (configureSocket(descriptor)) {
@@ -190,7 +190,7 @@ int CSCommsInterfaceTCPBuffered::readMessage(unsigned int count, RawMessage& mes
         errno = EMSGSIZE;
         return kError;
     }
-    const CSUseCount::Use use(users);
+    const CSUseCount::Use use(readers);
     Reading reading;
     reading.descriptor = connectedSocket();
     if (reading.descriptor == kNoSocket) {
@@ -339,7 +339,7 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::arrivalAfterIn
 // Writing.
 
 int CSCommsInterfaceTCPBuffered::writeMessage(const RawMessage& message) {
-    const CSUseCount::Use use(users);
+    const CSUseCount::Use use(writers);
     const CSLockGuard oneFrameAtATime(writeMutex);
     const int descriptor = connectedSocket();
     if (descriptor == kNoSocket) {

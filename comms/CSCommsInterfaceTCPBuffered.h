@@ -102,7 +102,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
         Clock::time_point deadline;
     };
 
-    /// The connected socket, or -1 with EBADF. For threads counted in `users`.
+    /// The connected socket, or -1 with EBADF. For threads counted in `readers` or `writers`.
     int connectedSocket() const;
 
     /// Has the system ask a peer from which nothing comes whether it is there.

@@ -13,23 +13,36 @@ class CSUseCount {
     /// Counts the calling thread as a user for a scope. Never blocks.
     class Use {
       public:
-        explicit Use(CSUseCount& useCount) : count(useCount) { count.users.fetch_add(1); }
+        explicit Use(CSUseCount& useCount) : count(useCount), isFirst(!count.first.exchange(true)) {
+            if (!isFirst) {
+                count.others.fetch_add(1);
+            }
+        }
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;
-        ~Use() { count.users.fetch_sub(1); }
+        ~Use() {
+            if (isFirst) {
+                count.first.store(false, std::memory_order_release);
+            } else {
+                count.others.fetch_sub(1);
+            }
+        }
 
       private:
         CSUseCount& count;
+        const bool isFirst;
     };
 
-    bool isInUse() const { return users.load() != 0; }
+    bool isInUse() const { return first.load() || others.load() != 0; }
 
-    /// Blocks until a moment at which nobody is counted. Looks every 50 microseconds, so that users of a lower
-    /// real-time priority get to run.
+    /// Blocks until all who are counted when it is called have left; who comes later can prolong it. Looks every 50
+    /// microseconds, so that users of a lower real-time priority get to run.
     void waitUntilUnused() const;
 
   private:
-    std::atomic<unsigned int> users{0};
+    /// A user that meets nobody only sets this, as a plain store is cheaper to leave by than a subtraction.
+    std::atomic<bool> first{false};
+    std::atomic<unsigned int> others{0};
 };
 
 }  // namespace com_tesk

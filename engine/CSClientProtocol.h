@@ -313,6 +313,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// The interfaces to notify, in ascending pointer order. Allocates nothing.
     std::shared_ptr<const CallbackList> callbacksToNotify() const CSCLIENT_EXCLUDES(callbackMutex);
 
+    /// `interfaces = callbacksToNotify()`, kept out of what is done for every update.
+    [[gnu::cold]] void renewCallbacks(std::shared_ptr<const CallbackList>& interfaces) const
+        CSCLIENT_EXCLUDES(callbackMutex);
+
     /// Calls `notify(interface)` for each interface, with no lock taken meanwhile.
     template <typename Notify>
     void notifyCallbacks(const Notify& notify) const {
@@ -324,12 +328,13 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void notifyFromWorker(const Notify& notify) {
         const std::uint32_t version = callbackListVersion;
         // Taken out meanwhile: what a callback does must not change the list that it is called from.
-        std::shared_ptr<const CallbackList> interfaces = std::move(workerCallbacks);
+        std::shared_ptr<const CallbackList> interfaces;
+        interfaces.swap(workerCallbacks);
         if (interfaces == nullptr || version != workerCallbacksVersion) {
-            interfaces = callbacksToNotify();
+            renewCallbacks(interfaces);
         }
         notifyAll(*interfaces, notify);
-        workerCallbacks = std::move(interfaces);
+        workerCallbacks.swap(interfaces);
         workerCallbacksVersion = version;
     }
 
@@ -395,7 +400,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @return false after an error, which has closed the connection.
     bool readBody(unsigned int bodyLength, RawMessage& message) CSCLIENT_EXCLUDES(connectionMutex);
     /// Reports a failed read, unless silent, and closes the connection.
-    void failRead(std::initializer_list<std::string_view> line) CSCLIENT_EXCLUDES(connectionMutex);
+    [[gnu::cold, gnu::noinline]] void failRead(std::initializer_list<std::string_view> line)
+        CSCLIENT_EXCLUDES(connectionMutex);
 
     /// The name of the input that the host has confirmed under `id`. Null when there is none.
     const std::string* findInputName(std::uint32_t id) CSCLIENT_REQUIRES(parameterMutex);

@@ -71,4 +71,8 @@ std::shared_ptr<const CSClientProtocol::CallbackList> CSClientProtocol::callback
     return callbackList;
 }
 
+void CSClientProtocol::renewCallbacks(std::shared_ptr<const CallbackList>& interfaces) const {
+    interfaces = callbacksToNotify();
+}
+
 }  // namespace com_tesk

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "message/BigEndian.h"
+
 namespace com_tesk {
 
 namespace {
@@ -20,20 +22,6 @@ bool isReadable(std::size_t size, std::size_t index, std::size_t width) {
 /// The byte at `index`, where the byte just past the end counts as 0.
 unsigned int byteAt(const std::vector<char>& bytes, std::size_t index) {
     return index < bytes.size() ? static_cast<unsigned char>(bytes[index]) : 0U;
-}
-
-void storeBigEndian(unsigned int value, char (&bytes)[kDoubleWordWidth]) {
-    bytes[0] = static_cast<char>(value >> 24U & 0xFFU);
-    bytes[1] = static_cast<char>(value >> 16U & 0xFFU);
-    bytes[2] = static_cast<char>(value >> 8U & 0xFFU);
-    bytes[3] = static_cast<char>(value & 0xFFU);
-}
-
-unsigned int loadBigEndian(const char* at) {
-    unsigned char bytes[kDoubleWordWidth];
-    std::memcpy(bytes, at, sizeof bytes);
-    return static_cast<unsigned int>(bytes[0]) << 24U | static_cast<unsigned int>(bytes[1]) << 16U |
-           static_cast<unsigned int>(bytes[2]) << 8U | bytes[3];
 }
 
 }  // namespace
@@ -68,7 +56,7 @@ std::uint16_t RawMessage::getWord(unsigned int index) const {
 unsigned int RawMessage::getDoubleWord(unsigned int index) const {
     const std::size_t at = index;
     if (at < size() && size() - at >= kDoubleWordWidth) {
-        return loadBigEndian(data() + at);
+        return big_endian::wordAt(data() + at);
     }
     if (!isReadable(size(), at, kDoubleWordWidth)) {
         return 0;
@@ -92,9 +80,7 @@ void RawMessage::writeAt(unsigned int index, unsigned int value) {
     if (size() <= kDoubleWordWidth || index >= size() - kDoubleWordWidth) {
         return;
     }
-    char bytes[kDoubleWordWidth];
-    storeBigEndian(value, bytes);
-    std::memcpy(data() + index, bytes, sizeof bytes);
+    big_endian::putWord(data() + index, value);
 }
 
 void RawMessage::writeAt(unsigned int index, unsigned char value) {
@@ -109,7 +95,7 @@ void RawMessage::write(unsigned char value) {
 
 void RawMessage::write(unsigned int value) {
     char bytes[kDoubleWordWidth];
-    storeBigEndian(value, bytes);
+    big_endian::putWord(bytes, value);
     insert(end(), bytes, bytes + sizeof bytes);
 }
 

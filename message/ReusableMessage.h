@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
+#include "message/BigEndian.h"
 #include "message/RawMessage.h"
 
 namespace com_tesk {
@@ -16,6 +18,12 @@ class ReusableMessage : public RawMessage {
     void begin(Type newType) {
         clear();
         type = newType;
+    }
+
+    /// As `getDoubleWord`, and quicker where all four bytes are there.
+    std::uint32_t wordAt(std::size_t index) const {
+        return size() >= 4 && index <= size() - 4 ? big_endian::wordAt(data() + index)
+                                                  : getDoubleWord(static_cast<unsigned int>(index));
     }
 
     /// Gives back what one huge message has needed. Its bytes may be gone after this.

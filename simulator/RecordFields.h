@@ -6,32 +6,11 @@
 #include <string_view>
 
 #include "client/CSClient.h"
+#include "message/BigEndian.h"
 #include "message/RawMessage.h"
 #include "simulator/MessageLayout.h"
 
 namespace com_tesk::layout {
-
-/// Reading and writing words where the caller has made sure that there are four bytes.
-/// @{
-
-/// The word at `at`.
-inline std::uint32_t wordAt(const char* at) {
-    unsigned char bytes[4];
-    std::memcpy(bytes, at, sizeof bytes);
-    return std::uint32_t{bytes[0]} << 24U | std::uint32_t{bytes[1]} << 16U | std::uint32_t{bytes[2]} << 8U |
-           std::uint32_t{bytes[3]};
-}
-
-/// Writes a word.
-/// @return the place behind it.
-inline char* putWord(char* at, std::uint32_t word) {
-    const unsigned char bytes[4] = {static_cast<unsigned char>(word >> 24U), static_cast<unsigned char>(word >> 16U),
-                                    static_cast<unsigned char>(word >> 8U), static_cast<unsigned char>(word)};
-    std::memcpy(at, bytes, sizeof bytes);
-    return at + sizeof bytes;
-}
-
-/// @}
 
 inline std::uint32_t bitsOf(CSClient::Value value) {
     std::uint32_t bits = 0;
@@ -54,8 +33,8 @@ inline std::string_view textAt(const RawMessage& message, std::size_t offset, st
 
 /// Sets a parameter's value, by the integer flag beside it. The caller has made sure that both words are there.
 inline void readValue(const char* flag, const char* value, CSClient::Parameter& parameter) {
-    parameter.type = wordAt(flag) != 0 ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
-    parameter.value = valueOf(wordAt(value));
+    parameter.type = big_endian::wordAt(flag) != 0 ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
+    parameter.value = valueOf(big_endian::wordAt(value));
 }
 
 }  // namespace com_tesk::layout

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "message/BigEndian.h"
 #include "message/FrameLayout.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
@@ -30,7 +31,7 @@ unsigned int integerFlag(CSClient::ParameterType type) {
 }
 
 char* putCount(char* at, std::size_t count) {
-    return layout::putWord(at, static_cast<std::uint32_t>(count));
+    return big_endian::putWord(at, static_cast<std::uint32_t>(count));
 }
 
 /// Writes a field of 32 bytes, zero after the name. A zero byte inside the name ends it.
@@ -43,14 +44,14 @@ char* putName(char* at, const std::string& name) {
 
 /// Writes one record of a publication.
 char* putValueRecord(char* at, const CSClientProtocol::OutputParameterEntry& entry) {
-    at = layout::putWord(at, entry.serverId);
+    at = big_endian::putWord(at, entry.serverId);
     switch (entry.type) {
         case CSClient::TYPE_FLOAT:
-            return layout::putWord(layout::putWord(at, 0), layout::bitsOf(entry.value));
+            return big_endian::putWord(big_endian::putWord(at, 0), layout::bitsOf(entry.value));
         case CSClient::TYPE_INT:
-            return layout::putWord(layout::putWord(at, 1), layout::bitsOf(entry.value));
+            return big_endian::putWord(big_endian::putWord(at, 1), layout::bitsOf(entry.value));
         case CSClient::TYPE_UNDEFINED:
-            return layout::putWord(layout::putWord(at, 0), 0);
+            return big_endian::putWord(big_endian::putWord(at, 0), 0);
         default:
             // An unknown type has a short record, as intended: what a host that expects 12 bytes makes of the rest is
             // the business of whoever registered such a type.
@@ -65,15 +66,15 @@ char* SimulatorProtocol::beginRequest(RawMessage& request, const unsigned char (
     request.resize(frame::kHeaderLength + layout::kSimulatorWordOffset + layout::kWordLength + longestRest);
     char* at = std::copy(std::begin(frame::kDataHeader), std::end(frame::kDataHeader), request.data());
     at = std::copy(std::begin(subHeader), std::end(subHeader), at);
-    return layout::putWord(at, getSimulatorId() << layout::kSimulatorIdShift);
+    return big_endian::putWord(at, getSimulatorId() << layout::kSimulatorIdShift);
 }
 
 unsigned int SimulatorProtocol::sendRequest(RawMessage& request, const char* end) {
     const auto length = static_cast<std::size_t>(end - request.data());
     request.resize(length);
-    layout::putWord(request.data() + frame::kFrameLengthOffset, static_cast<std::uint32_t>(length));
-    layout::putWord(request.data() + frame::kBodyLengthOffset,
-                    static_cast<std::uint32_t>(length - frame::kHeaderLength));
+    big_endian::putWord(request.data() + frame::kFrameLengthOffset, static_cast<std::uint32_t>(length));
+    big_endian::putWord(request.data() + frame::kBodyLengthOffset,
+                        static_cast<std::uint32_t>(length - frame::kHeaderLength));
     return sendFrame(request);
 }
 
@@ -86,7 +87,7 @@ int SimulatorProtocol::requestSimulatorVersion() {
     static const unsigned char sPubHeader[] = {0x04, 0x02, 0x7F, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7F, 0x00, 0x06};
     const SpareMessage::Loan request(spareFrame);
     char* const at = beginRequest(*request, sPubHeader, layout::kWordLength);
-    return static_cast<int>(sendRequest(*request, layout::putWord(at, 0)));
+    return static_cast<int>(sendRequest(*request, big_endian::putWord(at, 0)));
 }
 
 int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
@@ -100,9 +101,9 @@ int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParam
     at = putCount(at, entries.size());
     for (const InputParameterEntry* const entry : entries) {
         const unsigned int rate = rateCode(entry->subscriptionMode);
-        at = layout::putWord(at, rate);
-        at = layout::putWord(at, rate);  // Deliberately twice.
-        at = layout::putWord(at, integerFlag(entry->type));
+        at = big_endian::putWord(at, rate);
+        at = big_endian::putWord(at, rate);  // Deliberately twice.
+        at = big_endian::putWord(at, integerFlag(entry->type));
         at = putName(at, entry->name);
     }
     return sendBatchRequest(*request, at);
@@ -118,8 +119,8 @@ int SimulatorProtocol::sendOutputSubscriptionRequest(const std::vector<OutputPar
     char* at = beginRequest(*request, sPubHeader, layout::kWordLength + entries.size() * kRecordLength);
     at = putCount(at, entries.size());
     for (const OutputParameterEntry* const entry : entries) {
-        at = layout::putWord(at, kOutputRateCode);
-        at = layout::putWord(at, integerFlag(entry->type));
+        at = big_endian::putWord(at, kOutputRateCode);
+        at = big_endian::putWord(at, integerFlag(entry->type));
         at = putName(at, entry->name);
     }
     return sendBatchRequest(*request, at);
@@ -135,7 +136,7 @@ int SimulatorProtocol::sendUnregistration(const unsigned char (&subHeader)[layou
     char* at = beginRequest(*request, subHeader, (1 + entries.size()) * layout::kWordLength);
     at = putCount(at, entries.size());
     for (const Entry* const entry : entries) {
-        at = layout::putWord(at, entry->serverId);
+        at = big_endian::putWord(at, entry->serverId);
     }
     return sendBatchRequest(*request, at);
 }
@@ -162,7 +163,7 @@ int SimulatorProtocol::sendParameterPublishRequest(const std::vector<OutputParam
     const SpareMessage::Loan request(spareFrame);
     char* at =
         beginRequest(*request, sUpdateHeader, 2 * layout::kWordLength + entries.size() * layout::update::kRecordLength);
-    at = layout::putWord(at, mode);
+    at = big_endian::putWord(at, mode);
     at = putCount(at, entries.size());
     for (const OutputParameterEntry* const entry : entries) {
         at = putValueRecord(at, *entry);

@@ -1,5 +1,6 @@
 #include "simulator/SimulatorProtocol.h"
 
+#include "message/BigEndian.h"
 #include "simulator/MessageLayout.h"
 
 namespace com_tesk {
@@ -23,11 +24,11 @@ int SimulatorProtocol::setSimulatorId(unsigned int id) {
 }
 
 void SimulatorProtocol::handleReceivedMessage(const RawMessage& message) {
-    if (message.size() < layout::kSubHeaderLength || message.getProtocol() != layout::kProtocol ||
-        message.getSubprotocol() != layout::kSubprotocol) {
+    constexpr unsigned int kProtocols = layout::kProtocol << 8U | layout::kSubprotocol;
+    if (message.size() < layout::kSubHeaderLength || big_endian::halfWordAt(message.data()) != kProtocols) {
         return;
     }
-    switch (message.getWord(layout::kMessageCodeOffset)) {
+    switch (big_endian::halfWordAt(message.data() + layout::kMessageCodeOffset)) {
         case layout::kOutputRegistrationConfirmed:
             handlePublishResponse(message);
             break;

@@ -73,6 +73,9 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// Reads the records from `first` on into `updateValues`, without those that are unknown.
     void readNewUpdate(const char* first, unsigned int records) CSCLIENT_REQUIRES(parameterMutex);
 
+    /// Gives back what a huge update has needed.
+    [[gnu::cold]] void forgetUpdate();
+
     /// Sends the current values of those of the named outputs that still are registered and published.
     void publishAgain(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
 

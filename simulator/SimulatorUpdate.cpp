@@ -1,6 +1,7 @@
 // The host sends new values of inputs.
 
 #include "comms/CSLockGuard.h"
+#include "message/BigEndian.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
 #include "simulator/SimulatorProtocol.h"
@@ -19,7 +20,7 @@ const char* recordAt(const char* first, std::size_t index) {
 }
 
 std::uint32_t idAt(const char* first, std::size_t index) {
-    return layout::wordAt(recordAt(first, index) + kId);
+    return big_endian::wordAt(recordAt(first, index) + kId);
 }
 
 void readValueAt(const char* first, std::size_t index, CSClient::Parameter& parameter) {
@@ -30,7 +31,10 @@ void readValueAt(const char* first, std::size_t index, CSClient::Parameter& para
 }  // namespace
 
 void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
-    const unsigned int announced = message.getDoubleWord(kUpdateCountOffset);
+    if (message.size() < kUpdateRecordsOffset) {
+        return;
+    }
+    const std::uint32_t announced = big_endian::wordAt(message.data() + kUpdateCountOffset);
     const unsigned int records = layout::wholeRecords(message.size(), kUpdateRecordsOffset, kRecordLength, announced);
     if (records == 0) {
         return;
@@ -52,9 +56,13 @@ void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
         });
     }
     if (records > kMostKept) {
-        std::vector<std::uint32_t>().swap(updateIds);
-        std::vector<CSClient::Parameter>().swap(updateValues);
+        forgetUpdate();
     }
+}
+
+void SimulatorProtocol::forgetUpdate() {
+    std::vector<std::uint32_t>().swap(updateIds);
+    std::vector<CSClient::Parameter>().swap(updateValues);
 }
 
 bool SimulatorProtocol::isLastUpdateAgain(const char* first, unsigned int records) const {

@@ -36,6 +36,22 @@ TEST(CSUseCount, IsInUseUntilTheLastUseEnds) {
     EXPECT_FALSE(count.isInUse());
 }
 
+TEST(CSUseCount, CountsAlsoThoseWhoComeAfterTheFirstHasLeft) {
+    CSUseCount count;
+    auto first = std::make_unique<CSUseCount::Use>(count);
+    auto second = std::make_unique<CSUseCount::Use>(count);
+    auto third = std::make_unique<CSUseCount::Use>(count);
+    first.reset();
+    auto fourth = std::make_unique<CSUseCount::Use>(count);
+    second.reset();
+    third.reset();
+    EXPECT_TRUE(count.isInUse());
+    fourth.reset();
+    EXPECT_FALSE(count.isInUse());
+    const CSUseCount::Use fifth(count);
+    EXPECT_TRUE(count.isInUse());
+}
+
 TEST(CSUseCount, WaitReturnsAtOnceWhenNobodyIsCounted) {
     const CSUseCount count;
     count.waitUntilUnused();
