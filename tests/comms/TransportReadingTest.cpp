@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <new>
+#include <string>
 
 #include "tests/comms/OpenTransport.h"
 #include "tests/comms/SystemCalls.h"
@@ -98,6 +99,35 @@ TEST_F(TransportReading, OverwritesLeftoversOfALongerMessageWithZeros) {
     message.clear();
     EXPECT_EQ(open.transport.readMessage(4, message), 1);
     EXPECT_EQ(hexText(message), "A1 00 00 00");
+}
+
+// Where there is room to spare a few bytes are appended in another way than many.
+TEST_F(TransportReading, FillsAMessageWithRoomToSpareLikeAnyOther) {
+    constexpr unsigned int kCounts[] = {1, 4, 32, 36, 63, 64, 65, 100};
+    for (const unsigned int count : kCounts) {
+        for (const unsigned int before : {0U, 1U, 32U}) {
+            SCOPED_TRACE(std::to_string(count) + " bytes behind " + std::to_string(before));
+            open.peer->send(Bytes(count, 0xA1));
+            waitForArrival(open);
+            RawMessage message(RawMessage::DATA);
+            message.assign(300, '\xEE');
+            message.resize(before);
+            EXPECT_EQ(open.transport.readMessage(count, message), static_cast<int>(count));
+            const std::string expected = std::string(before, '\xEE') + std::string(count, '\xA1');
+            EXPECT_EQ(std::string(message.begin(), message.end()), expected);
+        }
+    }
+}
+
+TEST_F(TransportReading, LeavesZerosBehindAShortReadIntoRoomToSpare) {
+    for (const unsigned int count : {2U, 36U, 64U, 65U}) {
+        arrive("A1");
+        RawMessage message(RawMessage::DATA);
+        message.assign(300, '\xEE');
+        message.clear();
+        EXPECT_EQ(open.transport.readMessage(count, message), 1);
+        EXPECT_EQ(std::string(message.begin(), message.end()), '\xA1' + std::string(count - 1, '\0'));
+    }
 }
 
 TEST_F(TransportReading, MakesOneCall) {
