@@ -33,6 +33,9 @@ set_target_properties(csclient_shared PROPERTIES
 target_link_options(csclient_shared PRIVATE
     LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/ExportedSymbols.map
     LINKER:-Bsymbolic-functions)
+# The library stays loaded when an application unloads a plugin that uses it: the detached worker thread of a connection still
+# runs a few instructions of the library after it has announced STATE_DISCONNECTED.
+target_link_options(csclient_shared PRIVATE LINKER:-z,nodelete)
 
 if(BUILD_SHARED_LIBS)
     set(CSCLIENT_KIND shared)

@@ -1,0 +1,48 @@
+// A plugin of an application: the only module of the test's process that is linked to the client's shared library.
+
+#include <arpa/inet.h>
+
+#include <chrono>
+#include <thread>
+
+#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "simulator/SimulatorProtocol.h"
+
+namespace {
+
+using com_tesk::CSClient;
+using com_tesk::SimulatorProtocol;
+
+constexpr std::chrono::seconds kBound{10};
+
+bool waitForState(const SimulatorProtocol& engine, CSClient::State wanted) {
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
+    while (engine.getState() != wanted) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(1));
+    }
+    return true;
+}
+
+}  // namespace
+
+/// Opens a connection to a port of 127.0.0.1, closes it, and deletes the engine as soon as `STATE_DISCONNECTED` is seen.
+/// @param untilReady  whether the connection is closed only after it was made.
+/// @return false when the connection was not made, or did not end, within the bound.
+extern "C" __attribute__((visibility("default"))) bool useConnection(unsigned int port, bool untilReady) {
+    // Kept after a failure: the worker still uses it then.
+    auto* const engine = new SimulatorProtocol(1, CSClient::OPTION_SILENT);
+    engine->changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);
+    if (engine->openConnection(htonl(INADDR_LOOPBACK), port, nullptr) != 0 ||
+        (untilReady && !waitForState(*engine, CSClient::STATE_READY))) {
+        return false;
+    }
+    engine->forceCloseConnection();
+    if (!waitForState(*engine, CSClient::STATE_DISCONNECTED)) {
+        return false;
+    }
+    delete engine;
+    return true;
+}
