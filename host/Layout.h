@@ -10,13 +10,13 @@ namespace com_tesk::host::layout {
 
 // ---- Frame: what every message travels in, both ways ----------------------------------------------------------
 //
-//   0              4              8              12             16                  31         32
-//   +--------------+--------------+--------------+--------------+-------------------+----------+------
-//   | frame length | header length| kind         | sub-kind     | filler, 15 x FF   | end mark |
-//   body | header + body| always 32    | 0 data       | 0            |                   | FF | ...
-//   +--------------+--------------+--------------+--------------+-------------------+----------+------
+//   0              4               8          12         16               31         32
+//   +--------------+---------------+----------+----------+----------------+----------+------
+//   | frame length | header length | kind     | sub-kind | filler         | end mark | body
+//   | of both      | always 32     | 0 data   | 0        | 15 bytes of FF | FF       | ...
+//   +--------------+---------------+----------+----------+----------------+----------+------
 //
-// Sub-kind, filler and end mark are not looked at on receipt.
+// The frame length counts the header and the body. Sub-kind, filler and end mark are not read on receipt.
 
 constexpr std::size_t kFrameLengthOffset = 0;
 constexpr std::size_t kHeaderLengthOffset = 4;
@@ -64,12 +64,12 @@ constexpr std::uint8_t kVersion = 0x06;
 
 // ---- Requests: sub-header, simulator word, then ---------------------------------------------------------------
 //
-//   version        16 zero
-//   inputs         16 count   20 records of 44:  0 rate, 4 the same rate, 8 integer flag, 12 name
-//   (32) outputs        16 count   20 records of 40:  0 rate, 4 integer flag, 8 name (32)
-//   unsubscribe,
-//   unregister     16 count   20 records of  4:  0 id
-//   publish        16 mode    20 count   24 records of 12:  0 id, 4 integer flag, 8 value
+//   version       16 zero
+//   inputs        16 count   20 records of 44:  0 rate, 4 same rate, 8 integer flag, 12 name (32)
+//   outputs       16 count   20 records of 40:  0 rate, 4 integer flag, 8 name (32)
+//   publish       16 mode    20 count   24 records of 12:  0 id, 4 integer flag, 8 value
+//   unsubscribe   16 count   20 records of  4:  0 id
+//   unregister    16 count   20 records of  4:  0 id
 
 constexpr std::size_t kVersionRequestSize = 20;
 
@@ -101,10 +101,12 @@ constexpr std::size_t kValueRecordValue = 8;
 // ---- Replies and updates: sub-header, simulator word, then ----------------------------------------------------
 //
 //   version reply  16 version text (128)   144 protocol version   148 status, 1 accepted
-//   inputs reply   16 count   20 records of 52:  0 id, 4 rate, 8 rate, 12 integer flag, 16 value,
-//   20 name (32) outputs reply  16 count   20 records of 48:  0 id, 4 rate, 8 integer flag, 12
-//   zero, 16 name (32) update         16 zero    20 count   24 records of 12:  0 id, 4 integer
-//   flag, 8 value
+//   inputs reply   16 count   20 records of 52:
+//                             0 id, 4 rate, 8 rate, 12 integer flag, 16 value, 20 name (32)
+//   outputs reply  16 count   20 records of 48:
+//                             0 id, 4 rate, 8 integer flag, 12 zero, 16 name (32)
+//   update         16 zero    20 count   24 records of 12:
+//                             0 id, 4 integer flag, 8 value
 //
 // The rates and the flag of the outputs reply are the request's own words; no client reads them.
 
