@@ -41,8 +41,8 @@ struct HostEvent {
     std::string text;
 };
 
-/// The event in words, without its time, for example client 2 published ALT = 12.5 (float, output id 4) One line
-/// without a newline, whatever the peer sent: a name that is empty, or has anything but printable characters
+/// The event in words, without its time, for example: client 2 published ALT = 12.5 (float, output id 4).
+/// One line without a newline, whatever the peer sent: a name that is empty, or has anything but printable characters
 /// without blanks and quotes, stands in double quotes with its odd bytes as \xNN.
 std::string describe(const HostEvent& event);
 
