@@ -16,10 +16,15 @@ namespace com_tesk {
 /// A simulation host for desks that have none: it serves any number of clients over TCP, keeps one store of named
 /// values, and passes every published value on to whoever subscribed to its name.
 ///
-///     LoopbackHost host({});                        // 127.0.0.1, a port that the system picks
-///     client.open("127.0.0.1", host.port());
-///     ...
-///     host.waitForValue("ALT", HostValue::real(12.5F), std::chrono::seconds(5));
+///     LoopbackHost host({});  // On 127.0.0.1, on a port that the system picks.
+///     SimClient client(1, CSClient::OPTION_SILENT);
+///     client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT});
+///     client.open("127.0.0.1", host.port(), nullptr);
+///     client.waitForOutputsToBeRegistered(5);
+///     client.publishParameter({"ALT", {12.5F}, CSClient::TYPE_FLOAT});
+///     const bool isStored = host.waitForValue("ALT", HostValue::real(12.5F), std::chrono::seconds(5));
+///
+/// (tests/docs/HostExampleTest.cpp compiles and runs these lines.)
 ///
 /// What it answers
 /// - A version request: status 1, the version text, the protocol version and the client's own simulator id, or the
