@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
+#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "message/FrameLayout.h"
+#include "simulator/MessageLayout.h"
 #include "tests/docs/ManualPage.h"
 
 namespace com_tesk::test {
@@ -28,6 +32,14 @@ TEST(Limits, EachStandsInTheCodeAsThePageSays) {
         }
     }
     EXPECT_GT(limits, 30);
+}
+
+TEST(Limits, PageSaysHowManyInputsOneConfirmationHolds) {
+    const std::size_t largestFrame = CSCommsInterfaceTCPBuffered::Bounds().largestFrame;
+    const std::size_t records = largestFrame - frame::kHeaderLength - layout::kRecordsOffset;
+    EXPECT_EQ(records / layout::input_confirmation::kRecordLength, 322'637U);
+    EXPECT_NE(sourceFile("docs/manual/limits.md").find("| 322,637 with the default largest frame |"),
+              std::string::npos);
 }
 
 }  // namespace
