@@ -12,10 +12,15 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/PackageFiles.cmake)
 set(CPACK_CSCLIENT_PACKAGING ${PROJECT_SOURCE_DIR}/packaging)
 
+# Packages of sources that were changed after a release are newer than those of the release: 4.4.132+unreleased. The changelog
+# says which they are.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog)
 file(STRINGS ${PROJECT_SOURCE_DIR}/packaging/changelog newest_entry LIMIT_COUNT 1)
-if(NOT newest_entry MATCHES "^csclient \\(${PROJECT_VERSION}\\) ")
+if(NOT newest_entry MATCHES "^csclient \\((${PROJECT_VERSION}(\\+unreleased)?)\\) ")
     message(FATAL_ERROR "packaging/changelog begins with \"${newest_entry}\", and the project is ${PROJECT_VERSION}")
 endif()
+set(package_version ${CMAKE_MATCH_1})
+set(CPACK_DEBIAN_PACKAGE_VERSION ${package_version})
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development tools)
@@ -45,7 +50,7 @@ ${description}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libcsclient-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_PRIORITY "optional\nMulti-Arch: same")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${package_version})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "client library for a simulation host - development files
 ${description}
 
@@ -55,7 +60,7 @@ pkg-config, and the manual.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME csclient-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_PRIORITY "optional\nMulti-Arch: foreign")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION}), ${CSCLIENT_SYSTEM_PACKAGES}")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library_package} (= ${package_version}), ${CSCLIENT_SYSTEM_PACKAGES}")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "publishes values to a simulation host, and is one for tests
 cspublish publishes values from a command line. cshost is a simulation host
 for the desk: it stores what clients publish, passes it on to whoever has
