@@ -39,17 +39,27 @@ unsigned int CSMutex::lock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 bool CSMutex::lockWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-    // By looking again and again: the system's own timed lock goes by the clock that an unattended board sets.
+    // Polls, because the system's own timed lock uses the clock that an unattended board sets.
     constexpr timespec kLookAgain{0, 1'000'000};
+    if (tryLock()) {
+        return true;
+    }
     if (isHeldByThisThread()) {
         return false;
     }
     const auto deadline = std::chrono::steady_clock::now() + longest;
-    while (pthread_mutex_trylock(&mutex) != 0) {
+    do {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
         nanosleep(&kLookAgain, nullptr);
+    } while (!tryLock());
+    return true;
+}
+
+bool CSMutex::tryLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    if (pthread_mutex_trylock(&mutex) != 0) {
+        return false;
     }
     holder.store(pthread_self(), std::memory_order_relaxed);
     return true;

@@ -26,10 +26,14 @@ class CSCLIENT_EXPORT CSCLIENT_CAPABILITY("mutex") CSMutex {
     /// @return 0 locked; 1 the system said that it is busy; 2 any other error.
     unsigned int lock() CSCLIENT_ACQUIRE();
 
-    /// As `lock`, but waits at most `longest`, looking once a millisecond; with 0 it looks once. False at once when it
-    /// is this thread that holds the mutex.
+    /// As `lock`, but waits at most `longest`, polling once a millisecond. Returns false at once when the calling thread
+    /// already holds the mutex.
     /// @return whether the mutex is now held.
     bool lockWithin(std::chrono::milliseconds longest) CSCLIENT_TRY_ACQUIRE(true);
+
+    /// Takes the mutex when no thread holds it. Never blocks.
+    /// @return whether the mutex is now held.
+    bool tryLock() CSCLIENT_TRY_ACQUIRE(true);
 
     /// Never blocks. To be called by the thread that holds the mutex.
     /// @return 0 unlocked; 2 any error.

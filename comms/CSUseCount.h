@@ -1,48 +1,61 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+
+#include "comms/CSMutex.h"
 
 namespace com_tesk {
 
-/// Counts the threads that are using something, so that whoever takes it away can wait until the last has let go.
+/// Counts the threads that use something, so that a thread that takes it away can wait until they have left.
 ///
-/// The pattern: users enter first and look second (`Use`, then read the thing); the taker takes it away first and
-/// waits second. A user that enters too late then finds it gone.
+/// A user increments the count before it reads the thing (`Use`). The closer clears the thing, then waits
+/// (`waitForUsers`). A user that comes later finds the thing cleared, and the closer does not wait for it.
+///
+/// There are two counts, and users take the current one. A closer makes the other count current and then waits for the
+/// first to reach zero, so users that come later cannot prolong the wait.
 class CSUseCount {
   public:
     /// Counts the calling thread as a user for a scope. Never blocks.
     class Use {
       public:
-        explicit Use(CSUseCount& useCount) : count(useCount), isFirst(!count.first.exchange(true)) {
-            if (!isFirst) {
-                count.others.fetch_add(1);
-            }
-        }
+        explicit Use(CSUseCount& useCount) : count(useCount.enter()) {}
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;
-        ~Use() {
-            if (isFirst) {
-                count.first.store(false, std::memory_order_release);
-            } else {
-                count.others.fetch_sub(1);
-            }
-        }
+        ~Use() { count.fetch_sub(1); }
 
       private:
-        CSUseCount& count;
-        const bool isFirst;
+        std::atomic<unsigned int>& count;
     };
 
-    bool isInUse() const { return first.load() || others.load() != 0; }
+    /// Whether any thread is counted. Never blocks.
+    bool isInUse() const { return counts[0].load() != 0 || counts[1].load() != 0; }
 
-    /// Blocks until all who are counted when it is called have left; who comes later can prolong it. Looks every 50
-    /// microseconds, so that users of a lower real-time priority get to run.
-    void waitUntilUnused() const;
+    /// Blocks until all users that were counted when it was called have left. Users that come later do not count. Polls
+    /// every 50 microseconds, so that users of a lower real-time priority get to run. Not a cancellation point.
+    void waitForUsers() CSCLIENT_EXCLUDES(closersMutex);
 
   private:
-    /// A user that meets nobody only sets this, as a plain store is cheaper to leave by than a subtraction.
-    std::atomic<bool> first{false};
-    std::atomic<unsigned int> others{0};
+    std::atomic<unsigned int>& countOf(unsigned int ofEra) { return counts[ofEra % 2]; }
+
+    std::atomic<unsigned int>& enter() {
+        for (;;) {
+            const unsigned int current = era.load();
+            std::atomic<unsigned int>& count = countOf(current);
+            count.fetch_add(1);
+            if (era.load() == current) {
+                return count;
+            }
+            // A closer has moved on between the two lines and may have missed this thread.
+            count.fetch_sub(1);
+        }
+    }
+
+    /// Counts the calls of `waitForUsers`; says which count is current.
+    std::atomic<unsigned int> era{0};
+    std::array<std::atomic<unsigned int>, 2> counts{};
+    /// One closer at a time: the count that it makes current is zero.
+    CSMutex closersMutex;
 };
 
 }  // namespace com_tesk

@@ -53,8 +53,8 @@ TEST(CSUseCount, CountsAlsoThoseWhoComeAfterTheFirstHasLeft) {
 }
 
 TEST(CSUseCount, WaitReturnsAtOnceWhenNobodyIsCounted) {
-    const CSUseCount count;
-    count.waitUntilUnused();
+    CSUseCount count;
+    count.waitForUsers();
     EXPECT_FALSE(count.isInUse());
 }
 
@@ -66,7 +66,7 @@ TEST(CSUseCount, WaitLastsUntilTheLastUseEnds) {
     std::atomic<bool> hasWaited{false};
     std::thread waiter([&] {
         isWaiting = true;
-        count.waitUntilUnused();
+        count.waitForUsers();
         hasWaited = true;
     });
     EXPECT_TRUE(eventually([&] { return isWaiting.load(); }));
@@ -76,6 +76,41 @@ TEST(CSUseCount, WaitLastsUntilTheLastUseEnds) {
     second.reset();
     EXPECT_TRUE(eventually([&] { return hasWaited.load(); }));
     waiter.join();
+}
+
+TEST(CSUseCount, WaitIsNotProlongedByUsesThatBeginLater) {
+    CSUseCount count;
+    auto first = std::make_unique<CSUseCount::Use>(count);
+    std::atomic<bool> hasWaited{false};
+    std::thread waiter([&] {
+        count.waitForUsers();
+        hasWaited = true;
+    });
+    EXPECT_FALSE(eventually([&] { return hasWaited.load(); }, std::chrono::milliseconds(50)));
+    const CSUseCount::Use later(count);
+    first.reset();
+    EXPECT_TRUE(eventually([&] { return hasWaited.load(); }));
+    EXPECT_TRUE(count.isInUse());
+    waiter.join();
+}
+
+TEST(CSUseCount, TwoWaitsAtOnceBothEnd) {
+    CSUseCount count;
+    auto first = std::make_unique<CSUseCount::Use>(count);
+    std::atomic<int> ended{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 2; ++i) {
+        waiters.emplace_back([&] {
+            count.waitForUsers();
+            ++ended;
+        });
+    }
+    EXPECT_FALSE(eventually([&] { return ended > 0; }, std::chrono::milliseconds(50)));
+    first.reset();
+    EXPECT_TRUE(eventually([&] { return ended == 2; }));
+    for (std::thread& waiter : waiters) {
+        waiter.join();
+    }
 }
 
 TEST(CSUseCount, NobodyUsesWhatWasTakenAway) {
@@ -105,7 +140,7 @@ TEST(CSUseCount, NobodyUsesWhatWasTakenAway) {
         thing = round;
         std::this_thread::yield();
         thing = 0;
-        count.waitUntilUnused();
+        count.waitForUsers();
         closed = round;
     }
     isOver = true;
