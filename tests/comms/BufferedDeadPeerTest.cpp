@@ -105,6 +105,34 @@ TEST(BufferedDeadPeer, IsNotOneThatIsMerelySlowToRead) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, bounds.writeTimeout);
 }
 
+TEST(BufferedDeadPeer, EndsAWriteThatWaits) {
+    BufferedPair pair;
+    tcp_info info{};
+    info.tcpi_retransmits = 2;
+    info.tcpi_last_ack_recv = 8'000;
+    {
+        SystemCalls calls;
+        calls.pretendTcpInfo(info);
+        const StopwatchSince start;
+        EXPECT_EQ(pair.transport.writeMessage(messageOfBytes(Bytes(16U << 20U))), -1);
+        EXPECT_EQ(errno, ETIMEDOUT);
+        EXPECT_GE(start.seconds(), 0.9);
+        EXPECT_LT(start.seconds(), 5.0);
+    }
+    EXPECT_EQ(readOnce(pair.transport, 1).result, 0);
+}
+
+TEST(BufferedDeadPeer, IsAskedOftenOnceConnected) {
+    ScriptedHost host;
+    VisibleBuffered transport;
+    SystemCalls calls;
+    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
+    const std::string text = calls.text();
+    const std::size_t limit = text.find("setsockopt #1 level 6 option 44 2250\n");
+    ASSERT_NE(limit, std::string::npos) << text;
+    EXPECT_GT(limit, text.find("connect #1"));
+}
+
 TEST(BufferedDeadPeer, WithoutTheOptionsIsALineOnStandardErrorAndTheConnectionWorks) {
     for (const bool quiet : {false, true}) {
         const CapturedStreams streams;
