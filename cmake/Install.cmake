@@ -14,7 +14,10 @@ set(public_headers
     comms/CSThread.h
     comms/CSUseCount.h
     comms/FrameProgress.h
+    comms/InterruptiblePause.h
+    comms/PeerWatch.h
     comms/ReadAheadBuffer.h
+    comms/ReceiveBacklog.h
     comms/ThreadSafety.h
     engine/CSClientProtocol.h
     engine/EngineLocks.h

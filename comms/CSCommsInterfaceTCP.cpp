@@ -1,7 +1,6 @@
 #include "comms/CSCommsInterfaceTCP.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -13,6 +12,8 @@
 #include <csignal>
 #include <limits>
 
+#include "comms/AtScopeEnd.h"
+#include "comms/CancellationDisabled.h"
 #include "comms/Diagnostics.h"
 #include "message/RawMessage.h"
 
@@ -72,18 +73,18 @@ int CSCommsInterfaceTCP::close() {
     return closeWhenUnused(descriptor);
 }
 
-int CSCommsInterfaceTCP::closeWhenUnused(int descriptor) const {
-    if (readers.isInUse() || writers.isInUse()) {
-        // Wakes them.
-        shutdown(descriptor, SHUT_RDWR);
-        waitUntilUnused();
-    }
+int CSCommsInterfaceTCP::closeWhenUnused(int descriptor) {
+    // A cancellation halfway would leave the descriptor open for ever.
+    const CancellationDisabled untilClosed;
+    // Wakes reads and writes, and ends the connection for the host also while a forked child holds a copy of the socket.
+    shutdown(descriptor, SHUT_RDWR);
+    waitForUsers();
     return ::close(descriptor);
 }
 
-void CSCommsInterfaceTCP::waitUntilUnused() const {
-    readers.waitUntilUnused();
-    writers.waitUntilUnused();
+void CSCommsInterfaceTCP::waitForUsers() {
+    readers.waitForUsers();
+    writers.waitForUsers();
 }
 
 bool CSCommsInterfaceTCP::openConnection(unsigned int address, unsigned int port) {
@@ -96,18 +97,21 @@ bool CSCommsInterfaceTCP::openConnection(unsigned int address, unsigned int port
         report("Failed to remove signal on broken pipe.");
     }
 
-    const int descriptor = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    if (descriptor < 0) {
-        report("Unable to create socket");
+    const int descriptor = createSocket();
+    if (descriptor == kNoSocket) {
         return false;
     }
-    if (configureSocket(descriptor) && connectSocket(descriptor, address, port)) {
-        socketHandle = descriptor;
-        return true;
+    bool isConnected = false;
+    {
+        // Not before the end, so that no other thread uses a socket that is not connected; but also after a cancellation.
+        const AtScopeEnd handOver([this, descriptor] { socketHandle = descriptor; });
+        isConnected =
+            configureSocket(descriptor) && connectSocket(descriptor, address, port) && !isConnectedToItself(descriptor);
     }
-    socketHandle = descriptor;
-    close();
-    return false;
+    if (!isConnected) {
+        close();
+    }
+    return isConnected;
 }
 
 bool CSCommsInterfaceTCP::openConnection(const char* address, unsigned int port) {
@@ -116,10 +120,17 @@ bool CSCommsInterfaceTCP::openConnection(const char* address, unsigned int port)
 
 void CSCommsInterfaceTCP::setInterrupted(bool /*interrupted*/) {}
 
-bool CSCommsInterfaceTCP::configureSocket(int descriptor) const {
-    // Programs that the application starts must not keep the connection open behind its back.
-    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+int CSCommsInterfaceTCP::createSocket() const {
+    // Close-on-exec in the same call: a program that another thread starts in between would keep the connection open.
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
+    if (descriptor < 0) {
+        report("Unable to create socket");
+        return kNoSocket;
+    }
+    return descriptor;
+}
 
+bool CSCommsInterfaceTCP::configureSocket(int descriptor) const {
     if (!setSocketOption(descriptor, SOL_SOCKET, SO_RCVTIMEO, kReceiveTimeoutValue)) {
         report("Unable to set socket options");
         return false;
@@ -128,7 +139,7 @@ bool CSCommsInterfaceTCP::configureSocket(int descriptor) const {
         report("Unable to set socket timeout options");
         return false;
     }
-    // Deliberately not fatal: without it small frames leave late, but they leave.
+    // Not fatal: without it small frames leave late, but they leave.
     if (!setSocketOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1)) {
         report("Unable to disable Nagle algorithm");
     }
@@ -150,6 +161,24 @@ bool CSCommsInterfaceTCP::connectSocket(int descriptor, unsigned int address, un
     server.sin_port = htons(static_cast<std::uint16_t>(port & 0xFFFFU));
     server.sin_addr.s_addr = address;
     return connect(descriptor, reinterpret_cast<const sockaddr*>(&server), sizeof server) == 0;
+}
+
+bool CSCommsInterfaceTCP::isConnectedToItself(int descriptor) {
+    sockaddr_in own{};
+    sockaddr_in peer{};
+    socklen_t ownLength = sizeof own;
+    socklen_t peerLength = sizeof peer;
+    const bool isItself = getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &ownLength) == 0 &&
+                          getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0 &&
+                          own.sin_port == peer.sin_port && own.sin_addr.s_addr == peer.sin_addr.s_addr;
+    if (isItself) {
+        // Dissolved with a reset, so that no closed connection keeps the host from the port.
+        sockaddr nobody{};
+        nobody.sa_family = AF_UNSPEC;
+        static_cast<void>(connect(descriptor, &nobody, sizeof nobody));
+        errno = ECONNREFUSED;
+    }
+    return isItself;
 }
 
 bool CSCommsInterfaceTCP::isOpen() const {

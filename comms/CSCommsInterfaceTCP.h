@@ -55,7 +55,8 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     ///         in which no byte could leave.
     int writeMessage(const RawMessage& message) override;
 
-    /// Closes the socket. Wakes a read or write that blocks on it and waits until that has returned.
+    /// Shuts the connection down and closes the socket. Wakes a read or write that blocks on it and waits until that has
+    /// returned; operations that begin later do not prolong it. Not a cancellation point.
     /// @return the system's result; -1 when no socket was open.
     int close() override;
 
@@ -63,6 +64,8 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     ///
     /// The socket's receive time-out is 1 second, its send time-out 30 seconds, Nagle's algorithm is off.
     /// Blocks until the connection stands or has failed: at most 30 seconds; `close` cannot end it meanwhile.
+    /// Being connected to itself is a failure: where no host listens on a port from which the system takes a client's own
+    /// port, the two can be the same.
     /// @param address  in network order.
     /// @param port     only its low 16 bits count.
     /// @return whether it is connected. A failure other than the connect itself is reported on standard error, unless
@@ -86,6 +89,10 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     static std::string convertIPOctetToAddress(unsigned int octet);
 
   protected:
+    /// A TCP socket that programs started by the application do not inherit.
+    /// @return -1 after a failure, which has been reported.
+    int createSocket() const;
+
     /// Sets what must be set before connecting.
     /// @return false after a failure that forbids going on.
     bool configureSocket(int descriptor) const;
@@ -94,12 +101,15 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// @return whether it has succeeded; otherwise `errno` says more.
     static bool connectSocket(int descriptor, unsigned int address, unsigned int port);
 
-    /// Whether there is a socket; sets `errno` to EBADF when there is none. Asked before a thread is counted
-    /// as a user, so that late comers cannot hold up the thread that closes.
+    /// Whether the connection's two ends are the same socket. Then dissolves the connection and sets `errno` to
+    /// ECONNREFUSED.
+    static bool isConnectedToItself(int descriptor);
+
+    /// Whether there is a socket; sets `errno` to EBADF when there is none.
     bool isOpen() const;
 
-    /// Waits until no thread is inside. Only after the socket was taken away.
-    void waitUntilUnused() const;
+    /// Waits until the threads that are inside have left. Only after the socket was taken away.
+    void waitForUsers();
 
     /// One line on standard error, unless `options` say `quiet`.
     void report(std::string_view line) const;
@@ -119,7 +129,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
 
   private:
     /// Closes a descriptor that was taken away and that other threads may still be reading or writing.
-    int closeWhenUnused(int descriptor) const;
+    int closeWhenUnused(int descriptor);
 };
 
 }  // namespace com_tesk

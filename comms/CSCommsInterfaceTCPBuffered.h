@@ -9,7 +9,9 @@
 #include "comms/CSCommsInterfaceTCP.h"
 #include "comms/CSMutex.h"
 #include "comms/FrameProgress.h"
+#include "comms/PeerWatch.h"
 #include "comms/ReadAheadBuffer.h"
+#include "comms/ReceiveBacklog.h"
 #include "message/Export.h"
 
 namespace com_tesk {
@@ -23,13 +25,16 @@ namespace com_tesk {
 ///   - It reads ahead: a stream of small frames costs a small fraction of a system call each.
 ///   - A frame is written whole or the connection ends, and frames of concurrent writers never interleave.
 ///   - Every wait has a bound, and so has the size of a frame. A peer that is gone is noticed.
+///   - A write that waits for room takes in what arrives meanwhile, up to the largest frame, so that a peer that answers
+///     before it reads on can go on.
 ///   - Closing from another thread, or `setInterrupted`, ends a read, a write or a connect under way at once.
 ///   - Writing never raises SIGPIPE, and the process's signal settings stay as they are.
 ///
 /// Threads: as the base class. One thread opens and reads; any thread writes, closes or interrupts at any time.
 class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
   public:
-    /// Every bound on time and memory. Constant after construction.
+    /// Every bound on time and memory. Constant after construction. A negative time counts as zero; a time of more than a
+    /// century, `milliseconds::max()` too, counts as a century.
     struct Bounds {
         /// Bytes of the largest frame that is accepted, its header included. What announces more is no host: 16 MiB
         /// hold more than a million values. It is a read error before anything is allocated.
@@ -47,8 +52,10 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
         std::chrono::milliseconds writeTimeout{30'000};
 
         /// Seconds within which a peer that has gone without a word is noticed, on an idle connection as well as on one
-        /// with bytes under way; one that is merely slow is not given up. At least 4; 0 leaves it to the system, which
-        /// takes hours. An idle connection costs a packet and its answer every quarter of it.
+        /// with bytes under way, while a thread reads or a write waits; one that is merely slow is not given up. At
+        /// least 4; 0 leaves it to the system, which takes hours. An idle connection costs a packet and its answer
+        /// every quarter of it. Before Linux 6.15, a peer that had stopped reading before it was gone is noticed late:
+        /// in up to about three times the time for which it had not read.
         unsigned int deadPeerSeconds = 9;
 
         /// Bytes read at once, ahead of what is asked for. 16 KiB hold hundreds of small frames, or one update of a
@@ -76,13 +83,17 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
 
     /// Writes all of `message`. Blocks while other threads' frames are being written, and while the socket's send
     /// buffer is full: for each frame at most `Bounds::writeTimeout`.
-    /// @return the size of `message`; -1 with `errno` when it could not be written whole. The connection has then
-    ///         ended: other writes fail at once, and the reader finds the end of the stream.
+    /// @return the size of `message`; -1 with `errno` when it could not be written whole: EAGAIN after
+    ///         `Bounds::writeTimeout`, ETIMEDOUT when the peer is gone. The connection has then ended: other writes fail
+    ///         at once, and the reader finds the end of the stream. It has also ended when the thread was cancelled inside.
     int writeMessage(const RawMessage& message) override;
+
+    /// As the base class. Gives back what a frame that was received in part has needed.
+    int close() override;
 
     /// As the base class, but blocks for at most `Bounds::connectTimeout`, fails at once when another thread closes or
     /// interrupts, and leaves SIGPIPE alone. It also has the system ask an idle peer whether it is there; when that is
-    /// refused, a line says so and the connection is made all the same.
+    /// refused, a line says so and the connection is made nevertheless.
     bool openConnection(unsigned int address, unsigned int port) override;
     using CSCommsInterfaceTCP::openConnection;
 
@@ -103,32 +114,50 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     };
 
     /// The connected socket, or -1 with EBADF. For threads counted in `readers` or `writers`.
-    int connectedSocket() const;
+    CSCLIENT_INTERNAL int connectedSocket() const;
 
-    /// Has the system ask a peer from which nothing comes whether it is there.
-    void askIdlePeer(int descriptor) const;
-    /// Whether bytes under way have not been acknowledged for too long.
-    bool isPeerGone(int descriptor) const;
-    bool connectWithin(int descriptor, unsigned int address, unsigned int port) const;
+    CSCLIENT_INTERNAL bool connectWithin(int descriptor, unsigned int address, unsigned int port) const;
 
     /// Whether another thread has closed or interrupted meanwhile.
     bool isGivenUp(int descriptor) const { return isInterrupted || socketHandle != descriptor; }
 
     /// Brings together `count` bytes in the buffer, or in `largeBody`.
-    Arrival gatherAhead(Reading& reading, std::size_t count);
-    Arrival gatherLargeBody(Reading& reading, std::size_t count);
+    CSCLIENT_INTERNAL Arrival gatherAhead(Reading& reading, std::size_t count);
+    CSCLIENT_INTERNAL Arrival gatherLargeBody(Reading& reading, std::size_t count);
 
     /// Receives up to `room` bytes, as soon as there are any.
-    Arrival receive(Reading& reading, char* target, std::size_t room, std::size_t& arrived);
+    CSCLIENT_INTERNAL Arrival receive(Reading& reading, char* target, std::size_t room, std::size_t& arrived);
+    /// Ends a connection from which nothing more can be read.
+    /// @return -1, with `error` in `errno`.
+    CSCLIENT_INTERNAL int failReading(int descriptor, int error);
+
+    /// Prepares for a new connection.
+    CSCLIENT_INTERNAL void beginReading();
+
+    /// Drops what has been received of a large body, and what writes have taken in, and gives back the memory.
+    CSCLIENT_INTERNAL void releaseReceived();
+
+    /// Waits until a writer has finished taking in. For a thread counted in `readers`.
+    CSCLIENT_INTERNAL void waitForWriterToTakeIn() const;
+
+    /// Takes in what has arrived, for a write that waits, unless the reader is inside.
+    /// @return whether anything was taken in.
+    CSCLIENT_INTERNAL bool takeIn(int descriptor);
+
+    /// Waits until more can be written, and takes in what arrives meanwhile.
+    /// @return false when the deadline has passed (EAGAIN), the peer is gone (ETIMEDOUT) or the system cannot wait.
+    CSCLIENT_INTERNAL bool waitForRoom(int descriptor, Clock::time_point deadline);
+
     /// Waits for bytes in the middle of a frame.
-    Arrival waitInFrame(const Reading& reading);
-    Arrival arrivalAfterInterruption() const;
+    CSCLIENT_INTERNAL Arrival waitInFrame(const Reading& reading);
+    CSCLIENT_INTERNAL Arrival arrivalAfterInterruption() const;
 
     bool isInsideFrame() const { return progress.isInsideBody() || buffer.size() > 0 || largeBodyFilled > 0; }
 
     // Constant after construction.
 
     const Bounds bounds;
+    const PeerWatch peerWatch;
 
     // Any thread.
 
@@ -138,14 +167,20 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     std::atomic<bool> isInterrupted{false};
     /// Held while one frame is written.
     CSMutex writeMutex;
+    /// Set by a thread, other than the reader, that uses what the reader owns: the backlog and the large body. It sets the
+    /// flag first and checks `readers` second; a reader counts itself first and checks the flag second.
+    std::atomic<bool> isTakingIn{false};
 
-    // Opening and reading thread only.
+    // Opening and reading thread only, but for `isTakingIn`.
 
+    /// Whether a read has failed on this connection: all later ones find the end of the stream.
+    bool hasReadingFailed = false;
     FrameProgress progress;
     ReadAheadBuffer buffer;
     /// What has arrived of a body that is larger than the buffer: its first `largeBodyFilled` bytes.
     std::vector<char> largeBody;
     std::size_t largeBodyFilled = 0;
+    ReceiveBacklog backlog;
     /// How long the reader has waited in the middle of a frame since the last byte came.
     Clock::duration silence{0};
 };

@@ -5,11 +5,15 @@
 #include <new>
 #include <string>
 
+#include "comms/CancellationDisabled.h"
+
 namespace com_tesk::diagnostics {
 
 namespace {
 
 void writeLine(std::ostream& stream, std::initializer_list<std::string_view> pieces) {
+    // A stream that is left by a cancellation counts as broken: every later line of the process would be lost.
+    const CancellationDisabled untilWritten;
     try {
         std::size_t length = 1;
         for (const std::string_view piece : pieces) {

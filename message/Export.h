@@ -7,3 +7,10 @@
 #else
 #define CSCLIENT_EXPORT
 #endif
+
+/// Marks a member of such a class that only the library itself calls: it is not part of the binary interface.
+#if defined(__GNUC__)
+#define CSCLIENT_INTERNAL __attribute__((visibility("hidden")))
+#else
+#define CSCLIENT_INTERNAL
+#endif

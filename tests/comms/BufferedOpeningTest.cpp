@@ -55,6 +55,15 @@ TEST(BufferedOpening, LeavesABlockingSocketThatProgramsDoNotInherit) {
     EXPECT_EQ(fcntl(pair.transport.descriptor(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
+TEST(BufferedOpening, MarksTheSocketForProgramsInTheCallThatMakesIt) {
+    ScriptedHost host;
+    VisibleBuffered transport;
+    SystemCalls calls;
+    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
+    EXPECT_EQ(calls.textOf("socket AF"), "socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP\n");
+    EXPECT_EQ(calls.textOf("FD"), "");
+}
+
 TEST(BufferedOpening, OfARefusingPortFailsAndLeavesNoSocket) {
     VisibleBuffered transport;
     const CapturedStreams streams;
@@ -94,9 +103,8 @@ TEST(BufferedOpening, MakesNoSecondAttemptAndLeaksNoDescriptor) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(transport.openConnection(ScriptedHost::address(), port));
     }
-    EXPECT_EQ(calls.textOf("socket AF"),
-              "socket AF_INET SOCK_STREAM IPPROTO_TCP\nsocket AF_INET SOCK_STREAM IPPROTO_TCP\n"
-              "socket AF_INET SOCK_STREAM IPPROTO_TCP\n");
+    const std::string creation = "socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP\n";
+    EXPECT_EQ(calls.textOf("socket AF"), creation + creation + creation);
     EXPECT_EQ(calls.textOf("close #1") + calls.textOf("close #2") + calls.textOf("close #3"),
               "close #1\nclose #2\nclose #3\n");
 }

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
 
 namespace com_tesk {
@@ -99,6 +101,28 @@ std::string textOfAddress(const sockaddr* address, socklen_t length) {
     return (record.sin_family == AF_INET ? std::string("AF_INET ")
                                          : "family " + std::to_string(record.sin_family) + " ") +
            dotted + ":" + std::to_string(ntohs(record.sin_port)) + (isPadded ? " padding=zero" : " padding=rubbish");
+}
+
+std::string nameOfSocketType(int type) {
+    constexpr int kFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
+    const int kind = type & ~kFlags;
+    return (kind == SOCK_STREAM ? std::string("SOCK_STREAM") : std::to_string(kind)) +
+           ((type & SOCK_CLOEXEC) != 0 ? "|SOCK_CLOEXEC" : "") + ((type & SOCK_NONBLOCK) != 0 ? "|SOCK_NONBLOCK" : "");
+}
+
+std::string nameOfCommand(int command) {
+    switch (command) {
+        case F_GETFD:
+            return "F_GETFD";
+        case F_SETFD:
+            return "F_SETFD";
+        case F_GETFL:
+            return "F_GETFL";
+        case F_SETFL:
+            return "F_SETFL";
+        default:
+            return std::to_string(command);
+    }
 }
 
 std::string textOfAction(const struct sigaction* action) {
@@ -206,13 +230,28 @@ PROGRAM_WIDE int socket(int domain, int type, int protocol) noexcept {
     }
     const Pause pause;
     const std::string line = "socket " + (domain == AF_INET ? std::string("AF_INET") : std::to_string(domain)) + " " +
-                             (type == SOCK_STREAM ? std::string("SOCK_STREAM") : std::to_string(type)) + " " +
+                             com_tesk::test::nameOfSocketType(type) + " " +
                              (protocol == IPPROTO_TCP ? std::string("IPPROTO_TCP") : std::to_string(protocol));
     const int descriptor = answered<int>(pause.calls(), line, [&] { return real(domain, type, protocol); });
     if (descriptor >= 0) {
         pause.calls().socketCreated(descriptor);
     }
     return descriptor;
+}
+
+/// Its third argument is an int or a pointer; both arrive in a long.
+PROGRAM_WIDE int fcntl(int descriptor, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    static const auto real = systemFunction<decltype(&fcntl)>("fcntl");
+    if (current == nullptr) {
+        return real(descriptor, command, argument);
+    }
+    const Pause pause;
+    const std::string line = "fcntl " + pause.calls().nameOf(descriptor) + " " + com_tesk::test::nameOfCommand(command);
+    return answered<int>(pause.calls(), line, [&] { return real(descriptor, command, argument); });
 }
 
 PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value, socklen_t length) noexcept {
@@ -285,6 +324,17 @@ PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int 
     const Pause pause;
     const std::string line = "send " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
     return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
+}
+
+PROGRAM_WIDE int shutdown(int descriptor, int how) noexcept {
+    static const auto real = systemFunction<decltype(&shutdown)>("shutdown");
+    if (current == nullptr) {
+        return real(descriptor, how);
+    }
+    const Pause pause;
+    const std::string line = "shutdown " + pause.calls().nameOf(descriptor) + " " +
+                             (how == SHUT_RDWR ? std::string("SHUT_RDWR") : std::to_string(how));
+    return answered<int>(pause.calls(), line, [&] { return real(descriptor, how); });
 }
 
 PROGRAM_WIDE int close(int descriptor) {

@@ -17,7 +17,8 @@ namespace test {
 ///
 /// Sockets are named #1, #2 ... in the order of their creation; a descriptor from before is "#?". The lines are
 ///   sigaction SIGPIPE SIG_IGN mask=empty flags=0 old=none
-///   socket AF_INET SOCK_STREAM IPPROTO_TCP
+///   socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP
+///   fcntl #1 F_SETFL
 ///   setsockopt #1 SOL_SOCKET SO_RCVTIMEO 1 s 0 us
 ///   setsockopt #1 IPPROTO_TCP TCP_NODELAY 1
 ///   connect #1 AF_INET 127.0.0.1:4464 padding=zero
@@ -25,6 +26,7 @@ namespace test {
 ///   write #1 44
 ///   recv #1 16384
 ///   send #1 44
+///   shutdown #1 SHUT_RDWR
 ///   close #1
 class SystemCalls {
   public:

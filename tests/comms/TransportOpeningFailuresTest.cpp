@@ -30,8 +30,8 @@ class TransportOpeningFailure : public testing::Test {
             calls.fail(part, EPERM);
         }
         hasConnected = transport.openConnection(ScriptedHost::address(), host.port());
-        isSocketLeft = !calls.descriptors().empty() && isOpenDescriptor(calls.descriptors().front());
         lastLine = calls.lines().back();
+        isSocketLeft = !calls.descriptors().empty() && isOpenDescriptor(calls.descriptors().front());
         closes = calls.textOf("close");
         connects = calls.textOf("connect");
     }
@@ -79,7 +79,7 @@ TEST_F(TransportOpeningFailure, OfCreatingTheSocketEndsTheOpening) {
     EXPECT_FALSE(hasConnected);
     EXPECT_EQ(streams.err(), "Unable to create socket\n");
     EXPECT_EQ(streams.out(), "");
-    EXPECT_EQ(lastLine, "socket AF_INET SOCK_STREAM IPPROTO_TCP");
+    EXPECT_EQ(lastLine, "socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP");
     EXPECT_EQ(transport.descriptor(), -1);
     EXPECT_EQ(transport.close(), -1);
 }

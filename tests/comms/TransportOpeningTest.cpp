@@ -34,7 +34,7 @@ CSCommsInterfaceTCP::Options optionsOf(std::uint32_t receiveBufferSize, std::uin
 /// The calls of an opening without buffer sizes, up to the connect.
 std::string preparation(const std::string& socketName) {
     return "sigaction SIGPIPE SIG_IGN mask=empty flags=0 old=none\n"
-           "socket AF_INET SOCK_STREAM IPPROTO_TCP\n"
+           "socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP\n"
            "setsockopt " +
            socketName +
            " SOL_SOCKET SO_RCVTIMEO 1 s 0 us\n"
@@ -165,8 +165,9 @@ TEST(TransportOpening, ClosesTheOldSocketFirst) {
     ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
     const std::size_t before = calls.text().size();
     ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.text().substr(before), "close #1\n" + preparation("#2") + "connect #2 AF_INET 127.0.0.1:" +
-                                               std::to_string(host.port()) + " padding=zero\n");
+    EXPECT_EQ(calls.text().substr(before), "shutdown #1 SHUT_RDWR\nclose #1\n" + preparation("#2") +
+                                               "connect #2 AF_INET 127.0.0.1:" + std::to_string(host.port()) +
+                                               " padding=zero\n");
 }
 
 TEST(TransportOpening, EndsTheOldConnection) {

@@ -1,5 +1,8 @@
 #include "tests/message/AllocationLimit.h"
 
+#include <malloc.h>
+
+#include <atomic>
 #include <cstdlib>
 #include <limits>
 #include <new>
@@ -10,8 +13,21 @@ constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 
 thread_local std::size_t limit = kUnlimited;
 
+/// Bytes that have been allocated and not been given back.
+std::atomic<std::size_t> held{0};
+
+void* counted(void* memory) noexcept {
+    held += malloc_usable_size(memory);
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    held -= malloc_usable_size(memory);
+    std::free(memory);
+}
+
 void* allocate(std::size_t size) noexcept {
-    return size > limit ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return size > limit ? nullptr : counted(std::malloc(size == 0 ? 1 : size));
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -38,26 +54,30 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return allocate(size);
 }
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 
 namespace com_tesk {
 namespace test {
+
+std::size_t allocatedBytes() {
+    return held;
+}
 
 AllocationLimit::AllocationLimit(std::size_t largest) {
     limit = largest;

@@ -6,6 +6,9 @@
 namespace com_tesk {
 namespace test {
 
+/// Bytes that `operator new` has given to this process and that have not been given back.
+std::size_t allocatedBytes();
+
 /// Lets `operator new` throw std::bad_alloc on the creating thread, from construction to destruction, for everything
 /// larger than the limit. Not nestable. Needs AllocationLimit.cpp in the program.
 class AllocationLimit {

@@ -9,8 +9,8 @@
 #include "tests/reliability/HostileFixtures.h"
 #include "tests/reliability/LargestAllocation.h"
 #include "tests/reliability/Levels.h"
-#include "tests/reliability/Sanitizers.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Sanitizers.h"
 
 namespace com_tesk::test {
 namespace {

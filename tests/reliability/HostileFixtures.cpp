@@ -80,9 +80,13 @@ void expectPublishingAtOnce(CSClient& client, const std::string& name) {
               kAtOnce);
 }
 
-CSClient::State closeInTime(CSClient& client) {
+CSClient::State closeInTime(CSClient& client, const ClientKind& kind) {
+    return closeInTime(client, kind.endsAtOnce ? kClosingAtOnce : kClosing);
+}
+
+CSClient::State closeInTime(CSClient& client, double bound) {
     CSClient::State state = CSClient::STATE_READY;
-    EXPECT_LT(secondsOf([&client, &state] { state = client.close(); }), kClosing);
+    EXPECT_LT(secondsOf([&client, &state] { state = client.close(); }), bound);
     return state;
 }
 

@@ -21,6 +21,8 @@ namespace com_tesk::test {
 constexpr double kAtOnce = 2.5;
 /// Closing sleeps two seconds at most.
 constexpr double kClosing = 2.0 + kAtOnce;
+/// Closing sleeps one second when the worker ends at once, and another one when it does not.
+constexpr double kClosingAtOnce = 1.9;
 
 double secondsOf(const std::function<void()>& action);
 
@@ -58,6 +60,9 @@ void expectAllQueriesAtOnce(const CSClient& client);
 void expectPublishingAtOnce(CSClient& client, const std::string& name);
 
 /// Closing keeps its bound. @return the state that it gave.
-CSClient::State closeInTime(CSClient& client);
+CSClient::State closeInTime(CSClient& client, double bound = kClosing);
+
+/// As `closeInTime`, for a client of that kind that does nothing on another thread.
+CSClient::State closeInTime(CSClient& client, const ClientKind& kind);
 
 }  // namespace com_tesk::test

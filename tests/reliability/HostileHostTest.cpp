@@ -56,7 +56,7 @@ TEST_P(HostileHost, ThatStallsInMidFrameHoldsUpNobodyButTheEndOfTheConnection) {
         }
         expectAllQueriesAtOnce(*victim.client);
         expectPublishingAtOnce(*victim.client, "OUT");
-        const CSClient::State state = closeInTime(*victim.client);
+        const CSClient::State state = closeInTime(*victim.client, GetParam());
         if (state != CSClient::STATE_DISCONNECTED &&
             (state != CSClient::STATE_DISCONNECTING || GetParam().endsAtOnce)) {
             return "close gave " + std::to_string(state);
@@ -106,7 +106,7 @@ TEST_P(HostileHost, ThatSendsUpdatesFasterThanCallbacksRunFillsNoMemory) {
     }
     EXPECT_EQ(growth(before, Levels::now()), "");
     EXPECT_GT(slow.updates, updatesBefore);
-    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+    EXPECT_EQ(closeInTime(*victim.client, GetParam()), CSClient::STATE_DISCONNECTED);
     EXPECT_TRUE(victim.isEmpty());
 }
 
@@ -133,7 +133,7 @@ TEST_P(HostileHost, ThatAssignsAnotherSimulatorIdForEverCanBeLeft) {
     // While inputs are rebuilt, none is there.
     EXPECT_TRUE(eventually([&victim] { return victim.client->getNumberOfUnregisteredInputParameters() == 2; }));
     EXPECT_EQ(victim.client->getNumberOfUnregisteredOutputParameters(), 1);
-    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+    EXPECT_EQ(closeInTime(*victim.client, GetParam()), CSClient::STATE_DISCONNECTED);
     EXPECT_TRUE(victim.isEmpty());
     EXPECT_EQ(victim.heard.states(), "0->1 1->2 2->4 4->3 3->0");
 }
@@ -157,7 +157,7 @@ TEST_P(HostileHost, ThatSendsGarbageForEverIsLeftAndTriedAgainOnceASecond) {
     expectAllQueriesAtOnce(*victim.client);
     EXPECT_EQ(victim.client->registerOutputParameter({"OUT", CSClient::TYPE_FLOAT}), 0);
     EXPECT_EQ(growth(before, settledLevels(before)), "");
-    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+    EXPECT_EQ(closeInTime(*victim.client, GetParam()), CSClient::STATE_DISCONNECTED);
     EXPECT_TRUE(victim.isEmpty());
 }
 
@@ -193,7 +193,7 @@ TEST_P(HostileHost, ThatSaysNothingLeavesEverythingWaitingAndCanBeLeft) {
     EXPECT_FALSE(victim.client->waitForInputsToBeRegistered(1));
     expectAllQueriesAtOnce(*victim.client);
     EXPECT_EQ(victim.client->getServerVersion(), "UNKNOWN");
-    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+    EXPECT_EQ(closeInTime(*victim.client, GetParam()), CSClient::STATE_DISCONNECTED);
     EXPECT_TRUE(victim.isEmpty());
 }
 
@@ -215,7 +215,7 @@ TEST_P(HostileHost, ThatResetsAtOnceForEverIsTriedAgainOnceASecond) {
     expectAllQueriesAtOnce(*victim.client);
     EXPECT_EQ(growth(before, settledLevels(before)), "");
     EXPECT_EQ(victim.client->getNumberOfUnregisteredInputParameters(), 1);
-    EXPECT_EQ(closeInTime(*victim.client), CSClient::STATE_DISCONNECTED);
+    EXPECT_EQ(closeInTime(*victim.client, GetParam()), CSClient::STATE_DISCONNECTED);
     EXPECT_TRUE(victim.isEmpty());
 }
 

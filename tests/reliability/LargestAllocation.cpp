@@ -1,5 +1,7 @@
 #include "tests/reliability/LargestAllocation.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <limits>
@@ -12,13 +14,26 @@ constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 std::atomic<std::size_t> limit{kUnlimited};
 std::atomic<std::size_t> largest{0};
 
+/// Bytes that have been allocated and not been given back.
+std::atomic<std::size_t> held{0};
+
+void* counted(void* memory) noexcept {
+    held += malloc_usable_size(memory);
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    held -= malloc_usable_size(memory);
+    std::free(memory);
+}
+
 void* allocate(std::size_t size) noexcept {
     const std::size_t allowed = limit;
     if (allowed != kUnlimited) {
         for (std::size_t known = largest; size > known && !largest.compare_exchange_weak(known, size);) {
         }
     }
-    return size > allowed ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return size > allowed ? nullptr : counted(std::malloc(size == 0 ? 1 : size));
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -45,25 +60,29 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return allocate(size);
 }
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(memory);
+    release(memory);
 }
 
 namespace com_tesk::test {
+
+std::size_t allocatedBytes() {
+    return held;
+}
 
 AllocationsAtMost::AllocationsAtMost(std::size_t largestAllowed) {
     largest = 0;

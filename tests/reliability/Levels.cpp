@@ -9,8 +9,8 @@
 #include <fstream>
 #include <thread>
 
-#include "tests/reliability/Sanitizers.h"
 #include "tests/support/Emulator.h"
+#include "tests/support/Sanitizers.h"
 
 namespace com_tesk::test {
 

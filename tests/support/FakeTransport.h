@@ -65,6 +65,12 @@ class FakeTransport : public CSCommsInterfaceTCP {
         return frames;
     }
 
+    /// The type of the message object of each frame written.
+    std::vector<RawMessage::Type> writtenTypes() const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return types;
+    }
+
     int closeCount() const {
         const std::lock_guard<std::mutex> lock(mutex);
         return closes;
@@ -110,6 +116,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
             errno = failure.error;
             return failure.result;
         }
+        types.push_back(message.getType());
         frames.push_back(hexText(carrier ? carrier->write(message) : message));
         return static_cast<int>(message.size());
     }
@@ -127,6 +134,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
     std::deque<Read> reads;
     std::deque<Read> failures;
     std::vector<std::string> frames;
+    std::vector<RawMessage::Type> types;
     std::vector<unsigned int> counts;
     int closes = 0;
 };

@@ -143,6 +143,10 @@ void ScriptedHost::Peer::close() {
     }
 }
 
+void ScriptedHost::Peer::endSending() {
+    shutdown(descriptor, SHUT_WR);
+}
+
 void ScriptedHost::Peer::reset() {
     const linger atOnce{1, 0};
     setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
@@ -152,6 +156,11 @@ void ScriptedHost::Peer::reset() {
 void ScriptedHost::Peer::shrinkReceiveBuffer() {
     const int smallest = 1;
     setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &smallest, sizeof smallest);
+}
+
+void ScriptedHost::Peer::shrinkSendBuffer() {
+    const int small = 16'384;
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
 }
 
 ScriptedHost::ScriptedHost() : listener(listenOn(0)), portNumber(portOf(listener)) {}

@@ -46,11 +46,17 @@ class ScriptedHost {
         /// Ends the stream in order.
         void close();
 
+        /// Ends the stream in order in this direction; receiving goes on.
+        void endSending();
+
         /// Ends the connection with a reset.
         void reset();
 
         /// Shrinks the receive buffer, for a host that does not read: the client's writes block soon.
         void shrinkReceiveBuffer();
+
+        /// Shrinks the send buffer to some ten kilobytes, for a host whose own writes block soon.
+        void shrinkSendBuffer();
 
       private:
         int descriptor;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "comms/CSLockGuard.h"
+#include "engine/EngineLocks.h"
 #include "message/RawMessage.h"
 #include "simulator/SimulatorProtocol.h"
 #include "tests/support/FakeTransport.h"
@@ -30,8 +31,7 @@ class TestEngine : public SimulatorProtocol {
 
     /// A real change of state, under the lock that it needs.
     void changeState(CSClient::State newState) {
-        const CSLockGuard lock(connectionMutex);
-        setState(newState);
+        underConnectionLock([this, newState]() CSCLIENT_REQUIRES(connectionMutex) { setState(newState); });
     }
 
     /// Hands over a message body, as the worker does.

@@ -1,0 +1,116 @@
+// The writing side of the buffered transport.
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "comms/AtScopeEnd.h"
+#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "comms/CSLockGuard.h"
+#include "comms/SocketWait.h"
+#include "message/FrameLayout.h"
+#include "message/RawMessage.h"
+
+namespace com_tesk {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kNoSocket = -1;
+constexpr int kError = -1;
+
+/// How often a write that waits asks whether the peer is still there.
+constexpr milliseconds kPeerCheckInterval{1'000};
+
+/// How soon a write that waits tries again to take in what has arrived, when the reader was reading it.
+constexpr milliseconds kTakeInInterval{5};
+
+}  // namespace
+
+int CSCommsInterfaceTCPBuffered::writeMessage(const RawMessage& message) {
+    const CSUseCount::Use use(writers);
+    const CSLockGuard oneFrameAtATime(writeMutex);
+    const int descriptor = connectedSocket();
+    if (descriptor == kNoSocket) {
+        return kError;
+    }
+    bool isWhole = false;
+    // After a failure as after a cancellation: what may have left is the beginning of a frame, and nothing can follow it.
+    const AtScopeEnd endUnlessWhole([&isWhole, descriptor] {
+        if (!isWhole) {
+            const int error = errno;
+            shutdown(descriptor, SHUT_RDWR);
+            errno = error;
+        }
+    });
+    bool hasDeadline = false;
+    Clock::time_point deadline;
+    std::size_t written = 0;
+    while (written < message.size()) {
+        const ssize_t sent =
+            send(descriptor, message.data() + written, message.size() - written, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent > 0) {
+            written += static_cast<std::size_t>(sent);
+            continue;
+        }
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent == 0 || errno != EAGAIN) {
+            return kError;
+        }
+        if (!hasDeadline) {
+            hasDeadline = true;
+            deadline = Clock::now() + bounds.writeTimeout;
+        }
+        if (!waitForRoom(descriptor, deadline)) {
+            return kError;
+        }
+    }
+    isWhole = true;
+    return static_cast<int>(message.size());
+}
+
+bool CSCommsInterfaceTCPBuffered::waitForRoom(int descriptor, Clock::time_point deadline) {
+    Clock::time_point peerCheck = Clock::now() + kPeerCheckInterval;
+    bool isInputAwaited = true;
+    for (;;) {
+        const Clock::time_point now = Clock::now();
+        const Clock::time_point slice = isInputAwaited ? peerCheck : now + kTakeInInterval;
+        const short events = isInputAwaited ? POLLIN | POLLOUT : POLLOUT;
+        const short ready = waitUntilReady(descriptor, events, std::min(slice, deadline));
+        if (ready < 0) {
+            return false;
+        }
+        if ((ready & ~POLLIN) != 0) {
+            return true;  // Also after an error: the next send tells which.
+        }
+        // The peer may wait until this side reads, while the reader waits for a lock that this thread holds.
+        isInputAwaited = ready == 0 || takeIn(descriptor);
+        if (now >= deadline) {
+            errno = EAGAIN;
+            return false;
+        }
+        if (now >= peerCheck) {
+            peerCheck = now + kPeerCheckInterval;
+            if (peerWatch.isGone(descriptor)) {
+                errno = ETIMEDOUT;
+                return false;
+            }
+        }
+    }
+}
+
+bool CSCommsInterfaceTCPBuffered::takeIn(int descriptor) {
+    const std::size_t limit = std::max(bounds.largestFrame, frame::kHeaderLength);
+    if (isTakingIn.exchange(true)) {
+        return false;
+    }
+    const AtScopeEnd letReadersIn([this] { isTakingIn = false; });
+    return !readers.isInUse() && backlog.takeIn(descriptor, limit);
+}
+
+}  // namespace com_tesk
