@@ -1,10 +1,10 @@
 #include "client/CSClient.h"
 
-#include <chrono>
 #include <limits>
 #include <stdexcept>
 
 #include "comms/CSCommsInterfaceTCP.h"
+#include "comms/CancellationDisabled.h"
 #include "comms/WholeSeconds.h"
 #include "engine/CSClientProtocol.h"
 
@@ -50,6 +50,7 @@ CSClient::~CSClient() {
     if (engine == nullptr) {
         return;  // The subclass's constructor has failed.
     }
+    const CancellationDisabled untilDestroyed;
     engine->forceCloseConnection();
     while (engine->getState() != STATE_DISCONNECTED) {
         sleepWholeSeconds(kLookAgainSeconds);
@@ -87,22 +88,13 @@ int CSClient::sendMessage(const RawMessage& message) {
 }
 
 bool CSClient::waitForConnectionState(State wanted, unsigned int seconds) const {
-    // What the caller does next must not overtake the requests that a change to STATE_READY sends.
-    constexpr std::chrono::seconds kLongestChange{kLookAgainSeconds};
-    for (unsigned int look = 0; look < seconds; ++look) {
+    for (unsigned int poll = 0; poll < seconds; ++poll) {
         if (engine->getState() == wanted) {
-            if (!engine->waitForStateChange(kLongestChange)) {
-                continue;  // That was this look's second.
-            }
-            if (engine->getState() == wanted) {
-                return true;
-            }
+            return true;
         }
         sleepWholeSeconds(kLookAgainSeconds);
     }
-    if (engine->getState() == wanted) {
-        engine->waitForStateChange(kLongestChange);
-    }
+    // One poll follows the last sleep, so 0 seconds are a single poll.
     return engine->getState() == wanted;
 }
 

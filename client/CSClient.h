@@ -168,9 +168,10 @@ class CSCLIENT_EXPORT CSClient {
     int open(const char* address, unsigned int port, const ConnectionOptions* options);
 
     /// Ends the connection and forgets every registration. Waits for the worker, in whole seconds, for at most two,
-    /// after a tenth of a second for a change of state under way. Callbacks that hear of `STATE_DISCONNECTING` run on
-    /// the calling thread, or on the one that is changing the state, and take their own time. Without a connection it
-    /// returns 0 at once; in a callback on the worker it waits in vain. Any thread, also several at once; not in
+    /// after at most 50 ms for a state change in progress. With `CSCommsInterfaceTCPBuffered` the worker ends at once, so
+    /// it takes one second. Callbacks that are notified of `STATE_DISCONNECTING` run on the calling thread, or on the
+    /// thread that is changing the state, and take their own time. Without a connection it returns 0 at once. In a callback
+    /// on the worker it returns `STATE_DISCONNECTING` after its two seconds. Any thread, also several at once; not in
     /// `connectionStateChanged`.
     /// @return 0 when the connection is gone: the last callbacks have returned and the tables are empty. Otherwise the
     ///         state still reached, usually `STATE_DISCONNECTING`; the worker goes on to end by itself.
@@ -180,8 +181,8 @@ class CSCLIENT_EXPORT CSClient {
     /// client sets the transport's options at every attempt to connect: the buffer sizes to those given to `open`, and
     /// `quiet` to false. Takes the connection's lock, so not in `connectionStateChanged`.
     /// @param transport  made with `new`; no two clients may have the same.
-    /// @return true: the client owns `transport` now and has deleted the old one. False, when it is null or the state
-    ///         is another: the caller keeps it.
+    /// @return true: the client owns `transport` now and has deleted the one before, unless it is the same. False, when it
+    ///         is null or the state is another: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* transport);
 
     /// Sends a copy of a message in a frame, with one write, on the calling thread. A data message of more than 8 bytes
@@ -191,10 +192,9 @@ class CSCLIENT_EXPORT CSClient {
     ///         message's type is `RawMessage::INVALID`, nothing sent.
     int sendMessage(const RawMessage& message);
 
-    /// Looks once a second, `seconds` times, and once more at the end.
-    /// A look that sees the state waits until the change to it is complete (every callback has returned, every request
-    /// that goes with it is written), for at most a second, except inside `connectionStateChanged`.
-    /// @return whether the state was seen. With 0 seconds it is a single look.
+    /// Polls the state once a second, `seconds` times, and once more at the end. Takes no lock and waits for nothing else:
+    /// when it has seen the state, the callbacks of the change to it may still be running.
+    /// @return true as soon as the state was seen. With 0 seconds it is a single poll, which never blocks.
     bool waitForConnectionState(State wanted, unsigned int seconds) const;
 
     /// @}

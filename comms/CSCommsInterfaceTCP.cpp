@@ -74,7 +74,7 @@ int CSCommsInterfaceTCP::close() {
 }
 
 int CSCommsInterfaceTCP::closeWhenUnused(int descriptor) {
-    // A cancellation halfway would leave the descriptor open for ever.
+    // A cancellation halfway would leave the descriptor open.
     const CancellationDisabled untilClosed;
     // Wakes reads and writes, and ends the connection for the host also while a forked child holds a copy of the socket.
     shutdown(descriptor, SHUT_RDWR);

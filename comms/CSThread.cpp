@@ -1,28 +1,6 @@
 #include "comms/CSThread.h"
 
-#include <csignal>
-
 namespace com_tesk {
-
-namespace {
-
-/// Blocks every signal on the calling thread for a scope, so that a thread created in it starts with that mask.
-class AllSignalsBlocked {
-  public:
-    AllSignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &previous);
-    }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
-
-  private:
-    sigset_t previous;
-};
-
-}  // namespace
 
 CSThread::CSThread() = default;
 
@@ -34,7 +12,6 @@ bool CSThread::create(void* (*routine)(void*), void* argument) {
     if (threadId != 0) {
         return false;
     }
-    const AllSignalsBlocked inherited;
     joined = false;
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);

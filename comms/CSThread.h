@@ -20,8 +20,8 @@ class CSCLIENT_EXPORT CSThread {
     /// As `kill`.
     virtual ~CSThread();
 
-    /// Starts `routine(argument)` on a new thread. Every signal is blocked there: the application's signals are
-    /// delivered to the application's own threads. Returns as soon as the thread exists.
+    /// Starts `routine(argument)` on a new thread, which inherits the caller's signal mask. Returns as soon as the thread
+    /// exists.
     /// @param routine   what it runs; its result is dropped.
     /// @param argument  the caller's to keep alive for as long as the routine needs it.
     /// @return false when a thread was already started and not killed, or when the system refuses a new one.

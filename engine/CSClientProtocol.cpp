@@ -4,6 +4,8 @@
 
 #include "comms/CSCommsInterfaceTCP.h"
 #include "comms/CSLockGuard.h"
+#include "comms/CancellationDisabled.h"
+#include "engine/EngineLocks.h"
 
 namespace com_tesk {
 
@@ -15,9 +17,10 @@ CSClientProtocol::CSClientProtocol(unsigned int optionFlags)
 }
 
 CSClientProtocol::~CSClientProtocol() {
+    const CancellationDisabled untilDestroyed;
     {
-        // The worker announces the end before it lets go of this lock for the last time.
-        const CSLockGuard lastOfTheWorker(connectionMutex);
+        // The worker announces the end before it releases this lock for the last time.
+        const ConnectionLock untilTheWorkerHasReleased(*this);
     }
     unregisterAllLocalParameters();
     delete comms;

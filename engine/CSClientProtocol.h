@@ -18,6 +18,7 @@
 #include "comms/CSMutex.h"
 #include "comms/CSThread.h"
 #include "comms/CSUseCount.h"
+#include "comms/InterruptiblePause.h"
 #include "comms/ThreadSafety.h"
 #include "engine/LookupIndex.h"
 #include "message/Export.h"
@@ -41,8 +42,11 @@ class CSCommsInterfaceTCP;
 ///      is written.
 ///   3. `namesMutex`, `callbackMutex`, `versionMutex`: each for a few instructions; nothing is called under them.
 ///
-/// A write that fails under one of the first two cannot close the connection there and then: that takes the first,
-/// and sleeps. The close is owed, and is carried out on the same thread once it holds neither (engine/EngineLocks.h).
+/// A write that fails under one of the first two cannot close the connection at once: that takes the first, and sleeps.
+/// The close is deferred, and the same thread carries it out once it holds neither (engine/EngineLocks.h).
+///
+/// Cancelling an application thread inside an operation is safe. When the operation was writing, or had a close to carry
+/// out, the worker ends the connection.
 ///
 /// An object of a derived class may be deleted as soon as `getState` gives `STATE_DISCONNECTED` and no other thread is
 /// inside one of its operations.
@@ -108,6 +112,9 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// What the engine itself does on a change of state, after the callbacks: `STATE_CONNECTED` moves on to
     /// `STATE_READY`; `STATE_READY` requests the version and registers everything again; `STATE_DISCONNECTED` forgets
     /// every parameter.
+    ///
+    /// What other threads register during a change to `STATE_READY` is left to that re-registration. When an override has
+    /// not made it, it is made when the change ends, if there is anything to send.
     virtual void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState)
         CSCLIENT_REQUIRES(connectionMutex);
 
@@ -158,8 +165,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Not to be called by code that a state change has called: they take `connectionMutex`.
     /// @{
 
-    /// Replaces the transport; only in `STATE_DISCONNECTED`.
-    /// @return true: the engine owns `newComms` and has deleted the old transport. False, when it is null or the state
+    /// Replaces the transport; only in `STATE_DISCONNECTED`. Giving it the transport that it has changes nothing.
+    /// @return true: the engine owns `newComms` and has deleted any other transport. False, when it is null or the state
     ///         is another: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* newComms) CSCLIENT_EXCLUDES(connectionMutex);
 
@@ -172,8 +179,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void closeConnection() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Requests the end of the connection; the worker carries it out. Does nothing when it has ended or is ending.
-    /// Blocks for at most a tenth of a second and what the callbacks take: when a change of state under way takes
-    /// longer, or it is this thread that makes it, the request is noted and carried out as soon as that is complete.
+    /// Blocks for at most 50 ms and what the callbacks take: when a state change in progress takes longer, or the calling
+    /// thread makes it, the request is noted and carried out as soon as that change is complete.
     void forceCloseConnection() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// One connection attempt. Worker thread.
@@ -183,11 +190,6 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// The worker's routine: runs the connection of the engine in `engine` until it ends.
     /// @return null.
     static void* mainThread(void* engine);
-
-    /// Blocks until a change of state that is under way is complete, at most for `longest`; not when it is this thread
-    /// that makes it.
-    /// @return whether it is.
-    bool waitForStateChange(std::chrono::milliseconds longest) const CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Changes the state and tells the callback interfaces, then `handleConnectionStateChange`. Does nothing when it is
     /// the state already.
@@ -296,6 +298,35 @@ class CSCLIENT_EXPORT CSClientProtocol {
   protected:
     class ConnectionLock;
     class ParameterLock;
+    class WorkerParameterLock;
+
+    /// The mutex of the connection. Only `ConnectionLock` and `underConnectionLock` take and release it, so that a request
+    /// to close made meanwhile is never left behind.
+    class CSCLIENT_CAPABILITY("mutex") ConnectionMutex : private CSMutex {
+      public:
+        using CSMutex::isHeldByThisThread;
+        /// As `CSMutex::assertHeld`.
+        void assertHeld() const CSCLIENT_ASSERT_CAPABILITY(this) {}
+
+      private:
+        friend class CSClientProtocol;
+        friend class ConnectionLock;
+    };
+
+    /// Runs `step` with `connectionMutex` held, then carries out what was deferred or requested meanwhile, which may make
+    /// callbacks and sleep a second. Defined in engine/EngineLocks.h, as the two below.
+    template <typename Step>
+    void underConnectionLock(const Step& step) CSCLIENT_EXCLUDES(connectionMutex);
+    /// As `underConnectionLock`, but waits at most `timeout` for the mutex.
+    /// @return whether `step` was run.
+    template <typename Step>
+    bool underConnectionLockWithin(std::chrono::milliseconds timeout, const Step& step)
+        CSCLIENT_EXCLUDES(connectionMutex);
+    /// Runs `step` with `parameterMutex` held, then carries out a deferred close.
+    /// @return the result of `step`.
+    template <typename Step>
+    int underParameterLock(const Step& step) CSCLIENT_EXCLUDES(parameterMutex);
+
     /// Callback interfaces in ascending pointer order; null where one was removed for lack of memory for another list.
     using CallbackList = std::vector<std::atomic<CSClient::CallbackIface*>>;
 
@@ -351,72 +382,124 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     /// @cond INTERNAL
 
-    /// What stands for no connection where one is expected by number.
+    class CSCLIENT_INTERNAL FrameWrite;
+
+    /// Stands for no connection where one is expected by number.
     static constexpr std::uint32_t kNoConnection = 0;
 
-    /// Carries out the close of a connection on which a write has failed, as soon as this thread holds no engine lock;
-    /// nothing if that connection has ended meanwhile.
+    /// Whether the registrations of inputs, or of outputs, have reached the host. From the beginning of a connection until
+    /// its re-registration, what other threads register is left to that re-registration.
+    struct Registered {
+        /// The connection whose re-registration was made last. Changed under `parameterMutex`, by the thread that changes
+        /// the state, which reads it without.
+        std::atomic<std::uint32_t> onConnection{kNoConnection + 1};
+        /// Whether anything was left to a re-registration that is still to come.
+        bool hasLeft = false;
+    };
+
+    /// Closes a connection on which a write has failed, as soon as this thread holds no engine lock; nothing if that
+    /// connection has ended meanwhile.
     void closeAfterFailedWrite(std::uint32_t failedConnection);
 
     /// Whether there is a connection to send to, as far as this thread is concerned.
-    bool maySend() const;
+    CSCLIENT_INTERNAL bool maySend() const;
 
     /// Sends a whole frame, with one write.
     /// @return as `sendMessage`.
-    unsigned int sendFrame(const RawMessage& wholeFrame);
+    CSCLIENT_INTERNAL unsigned int sendFrame(const RawMessage& wholeFrame);
 
-    /// Whether this thread owes the close of the connection: until it is carried out, nothing more is sent.
-    bool owesClose() const;
+    /// Whether this thread has deferred the close of the connection: until it is carried out, nothing more is sent.
+    CSCLIENT_INTERNAL bool hasDeferredClose() const;
 
     /// `closeConnection`, but when `onlyConnection` is a connection's number, for that one alone.
-    void closeOrReconnect(std::uint32_t onlyConnection) CSCLIENT_EXCLUDES(connectionMutex);
+    CSCLIENT_INTERNAL void closeOrReconnect(std::uint32_t onlyConnection) CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// The state changes of `closeConnection`.
+    /// @return whether the pause between two attempts follows.
+    CSCLIENT_INTERNAL bool beginReconnecting() CSCLIENT_REQUIRES(connectionMutex);
 
     /// The state change of `forceCloseConnection`.
-    void beginDisconnecting() CSCLIENT_REQUIRES(connectionMutex);
+    CSCLIENT_INTERNAL void beginDisconnecting() CSCLIENT_REQUIRES(connectionMutex);
 
-    /// Notes that the connection is to be closed, and ends the transport's waits. Takes no lock.
-    void requestClose();
+    /// The state change of `openConnection`.
+    CSCLIENT_INTERNAL void beginConnecting() CSCLIENT_REQUIRES(connectionMutex);
+    CSCLIENT_INTERNAL bool startWorker() CSCLIENT_REQUIRES(connectionMutex);
 
-    /// Carries out a request to close, unless somebody holds the lock: then the holder does, after releasing it.
-    void closeIfRequested() CSCLIENT_EXCLUDES(connectionMutex);
+    /// Completes the state change of a thread that was cancelled between losing the connection and connecting again.
+    CSCLIENT_INTERNAL void leaveReconnecting() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Notes that the connection is to be closed, and ends the waits of the transport and of the worker. Takes no lock.
+    CSCLIENT_INTERNAL void requestClose();
+
+    /// Carries out a request to close, unless another thread holds the lock, which then does so after releasing it.
+    CSCLIENT_INTERNAL void closeIfRequested() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// What follows a release of `connectionMutex`.
+    void closeAsDeferred(std::uint32_t deferredConnection) CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Leaves a connection to the worker to close. Called when a thread is cancelled.
+    void abandon(std::uint32_t connection);
+    /// Carries out the close that a cancelled thread has left. Worker thread.
+    CSCLIENT_INTERNAL void closeIfAbandoned() CSCLIENT_EXCLUDES(connectionMutex);
+
+    /// Whether what has just been registered is not to be sent now; notes that there was something.
+    CSCLIENT_INTERNAL bool isLeftToReregistration(Registered& registered) CSCLIENT_REQUIRES(parameterMutex);
+    /// The re-registration on this connection begins: it takes all that is in the table.
+    /// @return whether anything was left to it.
+    CSCLIENT_INTERNAL bool markRegistered(Registered& registered) const CSCLIENT_REQUIRES(parameterMutex);
+    /// Whether the re-registration on this connection was made. For the thread that changes the state.
+    CSCLIENT_INTERNAL bool isRegistered() const;
+    /// Registers what was left to a re-registration that was not made.
+    CSCLIENT_INTERNAL void registerWhatIsLeft() CSCLIENT_EXCLUDES(parameterMutex);
+    /// Whether there is nothing to register again; then nothing more is left to the re-registration.
+    CSCLIENT_INTERNAL bool isNothingRegistered() CSCLIENT_EXCLUDES(parameterMutex);
+
+    /// Locks `parameterMutex`, and has other threads that want to send wait meanwhile.
+    CSCLIENT_INTERNAL void lockParametersFirst() CSCLIENT_ACQUIRE(parameterMutex);
+
+    /// `publishParameters`, with the lock held.
+    CSCLIENT_INTERNAL int publishLocked(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode)
+        CSCLIENT_REQUIRES(parameterMutex);
 
     /// Gives the connection that now stands its number.
-    void countConnection() CSCLIENT_REQUIRES(connectionMutex);
+    CSCLIENT_INTERNAL void countConnection() CSCLIENT_REQUIRES(connectionMutex);
 
     /// The worker's loop and its end.
-    void runWorker() CSCLIENT_EXCLUDES(connectionMutex);
+    CSCLIENT_INTERNAL void runWorker() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// One turn of the loop, by the state; false when there is nothing left to do.
-    bool takeTurn() CSCLIENT_EXCLUDES(connectionMutex);
+    CSCLIENT_INTERNAL bool takeTurn() CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Sends every registration again, when there are any.
-    void reregisterAllParameters() CSCLIENT_EXCLUDES(parameterMutex);
+    CSCLIENT_INTERNAL void reregisterAllParameters() CSCLIENT_EXCLUDES(parameterMutex);
 
     /// Takes back, as waiting, the inputs that memory did not suffice to register again: moves what is not in the table
     /// from `oldInputs` to it. Allocates nothing.
-    void restoreInputs(std::map<std::string_view, InputParameterEntry*>& oldInputs) CSCLIENT_EXCLUDES(parameterMutex);
+    CSCLIENT_INTERNAL void restoreInputs(std::map<std::string_view, InputParameterEntry*>& oldInputs)
+        CSCLIENT_EXCLUDES(parameterMutex);
 
-    /// The second half of `receiveMessage`.
-    /// @return false after an error, which has closed the connection.
-    bool readBody(unsigned int bodyLength, RawMessage& message) CSCLIENT_EXCLUDES(connectionMutex);
+    enum class BodyRead { WHOLE, CLOSED, FAILED };
+
+    /// Reads the body of a frame, as long as it takes. Worker thread.
+    CSCLIENT_INTERNAL BodyRead readBody(unsigned int bodyLength, RawMessage& message);
     /// Reports a failed read, unless silent, and closes the connection.
-    [[gnu::cold, gnu::noinline]] void failRead(std::initializer_list<std::string_view> line)
+    [[gnu::cold, gnu::noinline]] CSCLIENT_INTERNAL void failRead(std::initializer_list<std::string_view> line)
         CSCLIENT_EXCLUDES(connectionMutex);
 
     /// The name of the input that the host has confirmed under `id`. Null when there is none.
-    const std::string* findInputName(std::uint32_t id) CSCLIENT_REQUIRES(parameterMutex);
+    CSCLIENT_INTERNAL const std::string* findInputName(std::uint32_t id) CSCLIENT_REQUIRES(parameterMutex);
     /// To be called with every change of `inputNamesById`, before an element goes.
-    void inputNamesChange() CSCLIENT_REQUIRES(parameterMutex);
+    CSCLIENT_INTERNAL void inputNamesChange() CSCLIENT_REQUIRES(parameterMutex);
 
     /// Finds an output by the name given to a publish call. Null when there is none.
-    OutputParameterEntry* findOutput(const std::string& name) CSCLIENT_REQUIRES(parameterMutex);
+    CSCLIENT_INTERNAL OutputParameterEntry* findOutput(const std::string& name) CSCLIENT_REQUIRES(parameterMutex);
     /// To be called before an output's entry is destroyed: forgets what points to it besides the tables.
-    void forgetPublished() CSCLIENT_REQUIRES(parameterMutex);
+    CSCLIENT_INTERNAL void forgetPublished() CSCLIENT_REQUIRES(parameterMutex);
 
-    void storeServerVersion(std::string version);
+    CSCLIENT_INTERNAL void storeServerVersion(std::string version);
 
-    std::vector<std::string> inputNames() const;
-    std::vector<std::string> outputNames() const;
+    CSCLIENT_INTERNAL std::vector<std::string> inputNames() const;
+    CSCLIENT_INTERNAL std::vector<std::string> outputNames() const;
 
     // Changed under connectionMutex, read by any thread without it.
 
@@ -436,7 +519,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
     std::string serverVersion CSCLIENT_GUARDED_BY(versionMutex);
     std::atomic<std::uint32_t> protocolVersion{0};
 
-    mutable CSMutex connectionMutex;
+    mutable ConnectionMutex connectionMutex;
     mutable CSMutex callbackMutex;
     mutable CSMutex parameterMutex;
 
@@ -459,8 +542,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     CSCommsInterfaceTCP* comms CSCLIENT_GUARDED_BY(connectionMutex) = nullptr;
     /// Created and killed under the lock, so that an old worker never ends a new one.
     CSThread workerThread CSCLIENT_GUARDED_BY(connectionMutex);
-    /// The connection whose close the holder of the lock owes, or `kNoConnection`.
-    std::uint32_t closeOwedByConnectionHolder CSCLIENT_GUARDED_BY(connectionMutex) = kNoConnection;
+    /// The connection whose close the holder of the lock has deferred, or `kNoConnection`.
+    std::uint32_t closeDeferredByConnectionHolder CSCLIENT_GUARDED_BY(connectionMutex) = kNoConnection;
 
     // Guarded by callbackMutex.
 
@@ -494,8 +577,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
     LookupIndex<OutputParameterEntry, NameKey> publishedIndex CSCLIENT_GUARDED_BY(parameterMutex);
     /// The outputs of the last publish call, record by record; null where a call ended early.
     std::vector<OutputParameterEntry*> publishedBatch CSCLIENT_GUARDED_BY(parameterMutex);
-    /// The connection whose close the holder of the lock owes, or `kNoConnection`.
-    std::uint32_t closeOwedByParameterHolder CSCLIENT_GUARDED_BY(parameterMutex) = kNoConnection;
+    /// The connection whose close the holder of the lock has deferred, or `kNoConnection`.
+    std::uint32_t closeDeferredByParameterHolder CSCLIENT_GUARDED_BY(parameterMutex) = kNoConnection;
+    Registered inputsRegistered CSCLIENT_GUARDED_BY(parameterMutex);
+    Registered outputsRegistered CSCLIENT_GUARDED_BY(parameterMutex);
 
     // Any thread.
 
@@ -512,6 +597,16 @@ class CSCLIENT_EXPORT CSClientProtocol {
 
     /// Threads that are handing a frame to the transport.
     CSUseCount senders;
+
+    /// The pause between two attempts to connect.
+    InterruptiblePause retryPause;
+
+    /// The connection that a cancelled thread has left to the worker to close, or `kNoConnection`. Nothing more is sent on
+    /// it. Set by any thread, taken back by the worker.
+    std::atomic<std::uint32_t> abandonedConnection{kNoConnection};
+
+    /// Threads that wait for `parameterMutex` and go first.
+    std::atomic<int> waitingFirst{0};
 
     /// Set by any thread counted in `closeRequesters`, taken back under connectionMutex.
     std::atomic<bool> isCloseRequested{false};

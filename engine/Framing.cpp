@@ -1,6 +1,7 @@
 // Frames: one message out, one message in.
 
 #include <cerrno>
+#include <exception>
 #include <iterator>
 #include <new>
 
@@ -43,16 +44,47 @@ RawMessage::Type typeOfKind(unsigned int kind) {
 
 }  // namespace
 
+/// The write of one frame. When a cancellation ends it, half a frame may have left, so the connection is left to the worker
+/// to close, and nothing more is sent on it.
+class CSClientProtocol::FrameWrite {
+  public:
+    FrameWrite(CSClientProtocol& writingEngine, std::uint32_t writtenConnection)
+        : engine(writingEngine), connection(writtenConnection) {}
+    FrameWrite(const FrameWrite&) = delete;
+    FrameWrite& operator=(const FrameWrite&) = delete;
+    ~FrameWrite() {
+        if (!hasReturned) {
+            engine.abandon(connection);
+        }
+    }
+
+    int run(const RawMessage& wholeFrame) {
+        try {
+            const int written = engine.transport().writeMessage(wholeFrame);
+            hasReturned = true;
+            return written;
+        } catch (const std::exception&) {
+            hasReturned = true;
+            throw;
+        }
+    }
+
+  private:
+    CSClientProtocol& engine;
+    const std::uint32_t connection;
+    bool hasReturned = false;
+};
+
 bool CSClientProtocol::maySend() const {
-    // Until an owed close is carried out, the connection counts as closed already.
-    return isConnected(state) && !owesClose();
+    // Until a deferred close is carried out, the connection counts as closed already.
+    return isConnected(state) && !hasDeferredClose();
 }
 
 unsigned int CSClientProtocol::sendMessage(const RawMessage& message) {
     if (!maySend()) {
         return kNotConnected;
     }
-    const SpareMessage::Loan wholeFrame(spareFrame);
+    const SpareMessage::Loan wholeFrame(spareFrame, message.getType());
     wholeFrame->reserve(frame::kHeaderLength + message.size());
     wholeFrame->assign(std::begin(frame::kDataHeader), std::end(frame::kDataHeader));
     wholeFrame->insert(wholeFrame->end(), message.begin(), message.end());
@@ -80,13 +112,13 @@ unsigned int CSClientProtocol::sendFrame(const RawMessage& wholeFrame) {
     int written = -1;
     std::uint32_t writtenTo = kNoConnection;
     {
-        // Counted first, looked second: whoever replaces the transport waits for those it still counts.
+        // Counted before the state is read, so that replacing the transport waits for this write.
         const CSUseCount::Use sending(senders);
-        if (!isConnected(state)) {
+        writtenTo = connectionNumber;
+        if (!isConnected(state) || abandonedConnection == writtenTo) {
             return kNotConnected;
         }
-        writtenTo = connectionNumber;
-        written = transport().writeMessage(wholeFrame);
+        written = FrameWrite(*this, writtenTo).run(wholeFrame);
     }
     if (written >= 0 && static_cast<std::size_t>(written) == wholeFrame.size()) {
         return kSent;
@@ -134,7 +166,7 @@ bool CSClientProtocol::readMessageHeader(RawMessage::Type& type, unsigned int& b
     return true;
 }
 
-// In one piece: behind a system call each piece of code costs several times what it costs elsewhere.
+// One function, because code that runs right after a system call finds cold caches.
 [[gnu::flatten]] void CSClientProtocol::receiveMessage() {
     try {
         RawMessage::Type type = RawMessage::INVALID;
@@ -143,32 +175,38 @@ bool CSClientProtocol::readMessageHeader(RawMessage::Type& type, unsigned int& b
             return;
         }
         receivedBody.begin(type);
-        if (readBody(bodyLength, receivedBody)) {
+        const BodyRead body = readBody(bodyLength, receivedBody);
+        if (body == BodyRead::WHOLE) {
             handleReceivedMessage(receivedBody);
         }
+        // Before the connection is closed, which can take its time: half a large body needs as much memory as a whole one.
         receivedBody.end();
+        if (body == BodyRead::CLOSED) {
+            failRead({"EXIT: Connection closed by server."});
+        } else if (body == BodyRead::FAILED) {
+            failRead({"EXIT: Read error."});
+        }
     } catch (const std::bad_alloc&) {
-        // The frame is lost, so the connection is: what it would have confirmed is registered again on the next one.
+        // The frame is lost, so the connection ends: what the frame would have confirmed is registered again on the next.
+        receivedBody.end();
         failRead({"EXIT: Read error."});
     }
 }
 
-bool CSClientProtocol::readBody(unsigned int bodyLength, RawMessage& message) {
+CSClientProtocol::BodyRead CSClientProtocol::readBody(unsigned int bodyLength, RawMessage& message) {
     unsigned int receivedBytes = 0;
     while (receivedBytes < bodyLength) {
         const int received = transport().readMessage(bodyLength - receivedBytes, message);
         if (received > 0) {
             receivedBytes += static_cast<unsigned int>(received);
         } else if (received == kStreamClosed) {
-            failRead({"EXIT: Connection closed by server."});
-            return false;
+            return BodyRead::CLOSED;
         } else if (errno != EAGAIN) {
-            failRead({"EXIT: Read error."});
-            return false;
+            return BodyRead::FAILED;
         }
-        // Otherwise nothing arrived within the receive time-out, and the read is repeated, as often as it takes.
+        // Timed out: read again, without limit.
     }
-    return true;
+    return BodyRead::WHOLE;
 }
 
 void CSClientProtocol::failRead(std::initializer_list<std::string_view> line) {

@@ -10,29 +10,31 @@ int CSClientProtocol::registerInputParameters(const CSClient::InputDef* definiti
     if (count == 0) {
         return 0;
     }
-    const ParameterLock lock(*this);
-    std::vector<InputParameterEntry*> batch;
-    // The line for a missing type speaks of the subscription type, and the subscription mode is never checked: both
-    // are intended.
-    if (!registration::enter(definitions, count, isSilent(), checks::reportInvalidSubscriptionType, inputsByName,
-                             namesMutex, batch)) {
-        return checks::kRefused;
-    }
-    return sendInputSubscriptionRequest(batch);
+    return underParameterLock([&]() CSCLIENT_REQUIRES(parameterMutex) {
+        std::vector<InputParameterEntry*> batch;
+        // The line for a missing type speaks of the subscription type, and the subscription mode is never checked: both
+        // are intended.
+        if (!registration::enter(definitions, count, isSilent(), checks::reportInvalidSubscriptionType, inputsByName,
+                                 namesMutex, batch)) {
+            return checks::kRefused;
+        }
+        return isLeftToReregistration(inputsRegistered) ? 0 : sendInputSubscriptionRequest(batch);
+    });
 }
 
 int CSClientProtocol::unregisterInputParameters(const std::vector<std::string>& names) {
     if (names.empty()) {
         return 0;
     }
-    const ParameterLock lock(*this);
-    const auto found = registration::find(names, inputsByName);
-    const int result = sendInputUnsubscriptionRequest(found.batch);
-    if (registration::isUnregistered(result)) {
-        inputNamesChange();
-        registration::forget(found, inputsByName, inputNamesById, namesMutex);
-    }
-    return result;
+    return underParameterLock([&]() CSCLIENT_REQUIRES(parameterMutex) {
+        const auto found = registration::find(names, inputsByName);
+        const int result = sendInputUnsubscriptionRequest(found.batch);
+        if (registration::isUnregistered(result)) {
+            inputNamesChange();
+            registration::forget(found, inputsByName, inputNamesById, namesMutex);
+        }
+        return result;
+    });
 }
 
 void CSClientProtocol::unregisterAllInputParameters() {

@@ -10,27 +10,29 @@ int CSClientProtocol::registerOutputParameters(const CSClient::OutputDef* defini
     if (count == 0) {
         return 0;
     }
-    const ParameterLock lock(*this);
-    std::vector<OutputParameterEntry*> batch;
-    if (!registration::enter(definitions, count, isSilent(), checks::reportInvalidOutputType, outputsByName, namesMutex,
-                             batch)) {
-        return checks::kRefused;
-    }
-    return sendOutputSubscriptionRequest(batch);
+    return underParameterLock([&]() CSCLIENT_REQUIRES(parameterMutex) {
+        std::vector<OutputParameterEntry*> batch;
+        if (!registration::enter(definitions, count, isSilent(), checks::reportInvalidOutputType, outputsByName,
+                                 namesMutex, batch)) {
+            return checks::kRefused;
+        }
+        return isLeftToReregistration(outputsRegistered) ? 0 : sendOutputSubscriptionRequest(batch);
+    });
 }
 
 int CSClientProtocol::unregisterOutputParameters(const std::vector<std::string>& names) {
     if (names.empty()) {
         return 0;
     }
-    const ParameterLock lock(*this);
-    const auto found = registration::find(names, outputsByName);
-    const int result = sendOutputUnsubscriptionRequest(found.batch);
-    if (registration::isUnregistered(result)) {
-        forgetPublished();
-        registration::forget(found, outputsByName, outputsById, namesMutex);
-    }
-    return result;
+    return underParameterLock([&]() CSCLIENT_REQUIRES(parameterMutex) {
+        const auto found = registration::find(names, outputsByName);
+        const int result = sendOutputUnsubscriptionRequest(found.batch);
+        if (registration::isUnregistered(result)) {
+            forgetPublished();
+            registration::forget(found, outputsByName, outputsById, namesMutex);
+        }
+        return result;
+    });
 }
 
 void CSClientProtocol::unregisterAllOutputParameters() {

@@ -24,10 +24,13 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
     if (count == 0) {
         return 0;
     }
-    const ParameterLock lock(*this);
+    return underParameterLock([&]()
+                                  CSCLIENT_REQUIRES(parameterMutex) { return publishLocked(parameters, count, mode); });
+}
 
-    // Everything is checked before anything is stored: all or nothing, deliberately unlike registration. Who publishes
-    // mostly publishes the same again, so the last call's outputs are the first guess.
+int CSClientProtocol::publishLocked(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode) {
+    // Everything is checked before anything is stored: all or nothing, unlike registration. Applications usually publish
+    // the same outputs each cycle, so a call first tries the outputs of the previous call.
     std::vector<OutputParameterEntry*> hugeBatch;
     std::vector<OutputParameterEntry*>& batch = count > kMostRemembered ? hugeBatch : publishedBatch;
     batch.resize(count);

@@ -40,14 +40,14 @@ class LaterOccurrences {
                 slot = (slot + 1) & (size - 1);
             }
             if (lastIndexes[slot] != 0) {
-                isRepeated[lastIndexes[slot] - 1] = true;
+                isRepeated[lastIndexes[slot] - 1] = 1;
             }
             lastIndexes[slot] = static_cast<std::uint32_t>(i + 1);
         }
     }
 
     /// Whether the name at `index` does.
-    bool isComing(std::size_t index) const { return !isRepeated.empty() && isRepeated[index]; }
+    bool isComing(std::size_t index) const { return !isRepeated.empty() && isRepeated[index] != 0; }
 
   private:
     /// Whether each name comes after the one before, so that none can be there twice.
@@ -61,8 +61,8 @@ class LaterOccurrences {
         return true;
     }
 
-    /// Empty when none is.
-    std::vector<bool> isRepeated;
+    /// Empty when none is. Bytes, because the code for single bits is a kilobyte larger.
+    std::vector<char> isRepeated;
 };
 
 /// The first entry whose name is not less than `name`: where `name` stands, or belongs. At once for names that come in

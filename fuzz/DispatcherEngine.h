@@ -8,7 +8,7 @@
 #include <variant>
 
 #include "comms/CSCommsInterfaceTCP.h"
-#include "comms/CSLockGuard.h"
+#include "engine/EngineLocks.h"
 #include "fuzz/Fuzzing.h"
 #include "fuzz/TableModel.h"
 #include "host/FrameReader.h"
@@ -146,10 +146,7 @@ class DispatcherEngine : public SimulatorProtocol {
     /// As the worker ends a connection.
     void disconnect() {
         forceCloseConnection();
-        {
-            const CSLockGuard lock(connectionMutex);
-            setState(CSClient::STATE_DISCONNECTED);
-        }
+        underConnectionLock([this]() CSCLIENT_REQUIRES(connectionMutex) { setState(CSClient::STATE_DISCONNECTED); });
         model.forgetEverything();
     }
 

@@ -17,8 +17,11 @@ class ReusableMessage : public RawMessage {
     /// Makes it an empty message of that type.
     void begin(Type newType) {
         clear();
-        type = newType;
+        setType(newType);
     }
+
+    /// Changes the type and keeps the bytes.
+    void setType(Type newType) { type = newType; }
 
     /// As `getDoubleWord`, and quicker where all four bytes are there.
     std::uint32_t wordAt(std::size_t index) const {

@@ -16,13 +16,15 @@ class SpareMessage {
     SpareMessage& operator=(const SpareMessage&) = delete;
     ~SpareMessage() { delete spare.load(); }
 
-    /// A data message for a scope, with whatever bytes it had at the end of the last one. One thread.
+    /// A message of the type given for a scope, with whatever bytes it had at the end of the last one. One thread.
     class Loan {
       public:
-        explicit Loan(SpareMessage& from) : lender(from), lent(from.spare.exchange(nullptr)) {
+        explicit Loan(SpareMessage& from, RawMessage::Type type = RawMessage::DATA)
+            : lender(from), lent(from.spare.exchange(nullptr)) {
             if (lent == nullptr) {
-                lent = std::make_unique<ReusableMessage>(RawMessage::DATA);
+                lent = std::make_unique<ReusableMessage>(type);
             }
+            lent->setType(type);
         }
         Loan(const Loan&) = delete;
         Loan& operator=(const Loan&) = delete;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "comms/CSLockGuard.h"
 #include "comms/Diagnostics.h"
 #include "engine/EngineLocks.h"
 #include "engine/RegistrationBatch.h"
@@ -20,7 +19,7 @@ void SimulatorProtocol::handlePublishResponse(const RawMessage& message) {
     std::vector<CSClient::OutputDef> confirmed;
     std::vector<std::string> published;
     {
-        const CSLockGuard lock(parameterMutex);
+        const WorkerParameterLock lock(*this);
         const unsigned int records = layout::wholeRecords(message.size(), layout::kRecordsOffset, kRecordLength,
                                                           message.getDoubleWord(layout::kCountOffset));
         confirmed.reserve(std::min<std::size_t>(records, outputsByName.size()));
@@ -58,17 +57,18 @@ void SimulatorProtocol::publishAgain(const std::vector<std::string>& names) {
     if (names.empty()) {
         return;
     }
-    const ParameterLock lock(*this);
-    std::vector<OutputParameterEntry*> batch;
-    batch.reserve(names.size());
-    for (const std::string& name : names) {
-        // Looked up anew: a callback may have unregistered it.
-        const auto found = outputsByName.find(name);
-        if (found != outputsByName.end() && found->second->published) {
-            batch.push_back(found->second);
+    underParameterLock([&]() CSCLIENT_REQUIRES(parameterMutex) {
+        std::vector<OutputParameterEntry*> batch;
+        batch.reserve(names.size());
+        for (const std::string& name : names) {
+            // Looked up anew: a callback may have unregistered it.
+            const auto found = outputsByName.find(name);
+            if (found != outputsByName.end() && found->second->published) {
+                batch.push_back(found->second);
+            }
         }
-    }
-    sendParameterPublishRequest(batch, PUBLISH_DEFAULT);
+        return sendParameterPublishRequest(batch, PUBLISH_DEFAULT);
+    });
 }
 
 }  // namespace com_tesk

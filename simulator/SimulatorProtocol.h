@@ -68,29 +68,31 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// @cond INTERNAL
 
     /// Whether an update has the ids of the one before, all of them known, under the same names.
-    bool isLastUpdateAgain(const char* first, unsigned int records) const CSCLIENT_REQUIRES(parameterMutex);
+    CSCLIENT_INTERNAL bool isLastUpdateAgain(const char* first, unsigned int records) const
+        CSCLIENT_REQUIRES(parameterMutex);
 
     /// Reads the records from `first` on into `updateValues`, without those that are unknown.
-    void readNewUpdate(const char* first, unsigned int records) CSCLIENT_REQUIRES(parameterMutex);
+    CSCLIENT_INTERNAL void readNewUpdate(const char* first, unsigned int records) CSCLIENT_REQUIRES(parameterMutex);
 
     /// Gives back what a huge update has needed.
-    [[gnu::cold]] void forgetUpdate();
+    [[gnu::cold]] CSCLIENT_INTERNAL void forgetUpdate();
 
     /// Sends the current values of those of the named outputs that still are registered and published.
-    void publishAgain(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
+    CSCLIENT_INTERNAL void publishAgain(const std::vector<std::string>& names) CSCLIENT_EXCLUDES(parameterMutex);
 
     /// Writes what every request begins with, straight into its frame: the frame's header, the sub-header and the
     /// simulator word. Makes room for at most `longestRest` bytes behind them.
     /// @return where these belong.
-    char* beginRequest(RawMessage& request, const unsigned char (&subHeader)[12], std::size_t longestRest) const;
+    CSCLIENT_INTERNAL char* beginRequest(RawMessage& request, const unsigned char (&subHeader)[12],
+                                         std::size_t longestRest) const;
 
     /// Completes a request that ends before `end`, and sends it.
     /// @return as `sendMessage`.
-    unsigned int sendRequest(RawMessage& request, const char* end);
+    CSCLIENT_INTERNAL unsigned int sendRequest(RawMessage& request, const char* end);
 
     /// As `sendRequest`, for a batch's request. Without a connection it deliberately counts as sent: the next connection
     /// registers everything again.
-    int sendBatchRequest(RawMessage& request, const char* end);
+    CSCLIENT_INTERNAL int sendBatchRequest(RawMessage& request, const char* end);
 
     template <typename Entry>
     int sendUnregistration(const unsigned char (&subHeader)[12], const std::vector<Entry*>& entries);

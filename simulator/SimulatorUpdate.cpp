@@ -1,6 +1,6 @@
 // The host sends new values of inputs.
 
-#include "comms/CSLockGuard.h"
+#include "engine/EngineLocks.h"
 #include "message/BigEndian.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
@@ -41,7 +41,7 @@ void SimulatorProtocol::handleSimulatorUpdate(const RawMessage& message) {
     }
     const char* const first = message.data() + kUpdateRecordsOffset;
     {
-        const CSLockGuard lock(parameterMutex);
+        const WorkerParameterLock lock(*this);
         if (isLastUpdateAgain(first, records)) {
             for (unsigned int i = 0; i < records; ++i) {
                 readValueAt(first, i, updateValues[i]);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "comms/CSLockGuard.h"
+#include "engine/EngineLocks.h"
 #include "engine/RegistrationBatch.h"
 #include "simulator/MessageLayout.h"
 #include "simulator/RecordFields.h"
@@ -16,7 +16,7 @@ void SimulatorProtocol::handleSubscribeResponse(const RawMessage& message) {
     std::vector<CSClient::InputDef> confirmed;
     std::vector<CSClient::Parameter> values;
     {
-        const CSLockGuard lock(parameterMutex);
+        const WorkerParameterLock lock(*this);
         const unsigned int records = layout::wholeRecords(message.size(), layout::kRecordsOffset, kRecordLength,
                                                           message.getDoubleWord(layout::kCountOffset));
         const std::size_t expected = std::min<std::size_t>(records, inputsByName.size());

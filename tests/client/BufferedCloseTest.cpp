@@ -73,6 +73,9 @@ class Stuck {
         ASSERT_TRUE(callbacks.waitFor("state 2->4"));
     }
 
+    /// Waits until the change to ready is complete: what is registered from then on is sent by the thread that registers.
+    void waitForTheChange() { ASSERT_EQ(client->open(ScriptedHost::address(), host.port(), nullptr), 2); }
+
     /// Sends bytes of a frame that does not come to an end, and lets the client take them in.
     void stallAfter(const std::string& hexBytes) {
         connect();
@@ -184,6 +187,7 @@ std::vector<Situation> situations() {
          [](Stuck& stuck) {
              const std::vector<CSClient::OutputDef> definitions = manyOutputs();
              stuck.connect(&kSmallSendBuffer);
+             stuck.waitForTheChange();
              stuck.isInsideAnOperation = true;
              stuck.threads.emplace_back([&stuck, definitions] {
                  stuck.client->registerOutputParameters(definitions);

@@ -46,9 +46,12 @@ class ConnectingEngine : public TestEngine {
     ConnectRecorder& connects() { return *recorder; }
 
     std::string bufferSizes() CSCLIENT_EXCLUDES(connectionMutex) {
-        const CSLockGuard lock(connectionMutex);
-        return std::to_string(connectionOptions.receiveBufferSize) + " " +
-               std::to_string(connectionOptions.sendBufferSize);
+        std::string sizes;
+        underConnectionLock([&]() CSCLIENT_REQUIRES(connectionMutex) {
+            sizes = std::to_string(connectionOptions.receiveBufferSize) + " " +
+                    std::to_string(connectionOptions.sendBufferSize);
+        });
+        return sizes;
     }
 
   private:

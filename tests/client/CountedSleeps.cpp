@@ -2,16 +2,38 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <stdexcept>
+#include <thread>
 #include <utility>
+
+#include "tests/support/Sanitizers.h"
 
 namespace com_tesk::test {
 
 namespace {
 
 thread_local CountedSleeps* counting = nullptr;
+
+std::atomic<bool> areLong{false};
+std::atomic<int> longOnes{0};
+thread_local bool isExempt = false;
+
+constexpr time_t kExtraSeconds = 30;
+
+/// What the sleep of this thread is to last instead.
+timespec lengthened(timespec time) {
+    if (areLong && !isExempt) {
+        ++longOnes;
+        time.tv_sec += kExtraSeconds;
+    }
+    return time;
+}
 
 /// A loop that never ends must end the test.
 constexpr int kTooMany = 1000;
@@ -38,21 +60,71 @@ void CountedSleeps::sleep(double seconds) {
     }
 }
 
+LongPauses::LongPauses() {
+    isExempt = true;
+    longOnes = 0;
+    areLong = true;
+}
+
+LongPauses::~LongPauses() {
+    areLong = false;
+    isExempt = false;
+}
+
+bool LongPauses::waitForOne() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (longOnes == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    return longOnes > 0;
+}
+
 }  // namespace com_tesk::test
+
+namespace {
+
+/// What is left until an absolute time of the clock.
+double secondsUntil(clockid_t clock, const timespec& time) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<double>(time.tv_sec - now.tv_sec) + static_cast<double>(time.tv_nsec - now.tv_nsec) / 1e9;
+}
+
+}  // namespace
 
 extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t clock, int flags,
                                                                       const timespec* duration, timespec* left) {
     using com_tesk::test::counting;
     if (counting != nullptr) {
-        timespec now{};
-        if ((flags & TIMER_ABSTIME) != 0) {
-            clock_gettime(clock, &now);
-        }
-        counting->sleep(static_cast<double>(duration->tv_sec - now.tv_sec) +
-                        static_cast<double>(duration->tv_nsec - now.tv_nsec) / 1e9);
+        const bool isAbsolute = (flags & TIMER_ABSTIME) != 0;
+        counting->sleep(isAbsolute
+                            ? secondsUntil(clock, *duration)
+                            : static_cast<double>(duration->tv_sec) + static_cast<double>(duration->tv_nsec) / 1e9);
         return 0;
     }
     using Sleep = int (*)(clockid_t, int, const timespec*, timespec*);
     static const auto systemSleep = reinterpret_cast<Sleep>(dlsym(RTLD_NEXT, "clock_nanosleep"));
-    return systemSleep(clock, flags, duration, left);
+    const timespec lasting = com_tesk::test::lengthened(*duration);
+    return systemSleep(clock, flags, &lasting, left);
+}
+
+extern "C" __attribute__((visibility("default"))) int pthread_cond_timedwait(pthread_cond_t* condition,
+                                                                             pthread_mutex_t* mutex,
+                                                                             const timespec* deadline) {
+    using com_tesk::test::counting;
+    if (counting != nullptr) {
+        pthread_mutex_unlock(mutex);
+        counting->sleep(secondsUntil(CLOCK_MONOTONIC, *deadline));
+        pthread_mutex_lock(mutex);
+        return ETIMEDOUT;
+    }
+    using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
+    // By its version, where there are two: without one the older is found, which takes another condition. The thread
+    // sanitizer's function has no version, and has to see that the mutex is released.
+    static void* const newer =
+        com_tesk::test::kUnderThreadSanitizer ? nullptr : dlvsym(RTLD_NEXT, "pthread_cond_timedwait", "GLIBC_2.3.2");
+    static const auto systemWait =
+        reinterpret_cast<Wait>(newer != nullptr ? newer : dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
+    const timespec lasting = com_tesk::test::lengthened(*deadline);
+    return systemWait(condition, mutex, &lasting);
 }

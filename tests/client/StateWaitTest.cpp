@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "tests/client/CountedSleeps.h"
+#include "tests/client/GatedTransport.h"
 #include "tests/client/ProbedClient.h"
 #include "tests/client/Stopwatch.h"
 
@@ -85,6 +88,65 @@ TEST(StateWait, AStateThatPassesBetweenTwoLooksIsNotSeen) {
         client.pretendState(CSClient::STATE_CONNECTING);
     });
     EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 2));
+}
+
+/// An engine whose connection lock another thread can hold.
+class LockedEngine : public ProbeEngine {
+  public:
+    using ProbeEngine::ProbeEngine;
+
+    void holdTheLock(Gate& gate) {
+        underConnectionLock([&gate]() { gate.pass(); });
+    }
+};
+
+/// Another thread holds the connection lock, as during a change of state.
+class StateWaitUnderALock : public testing::Test {
+  protected:
+    StateWaitUnderALock() : holder([this] { client.probed->holdTheLock(gate); }) { gate.waitForArrival(); }
+    ~StateWaitUnderALock() override {
+        gate.open();
+        holder.join();
+    }
+
+    ClientOf<LockedEngine> client;
+    Gate gate;
+    std::thread holder;
+};
+
+TEST_F(StateWaitUnderALock, ZeroSecondsFindTheStateWithoutBlocking) {
+    const CountedSleeps sleeps;
+    const Stopwatch watch;
+    for (const unsigned int state : {1U, 2U, 3U, 4U, 5U}) {
+        client.pretendState(static_cast<CSClient::State>(state));
+        EXPECT_TRUE(client.waitForConnectionState(static_cast<CSClient::State>(state), 0)) << state;
+    }
+    EXPECT_LT(watch.seconds(), 0.9);
+    EXPECT_EQ(sleeps.count(), 0);
+}
+
+TEST_F(StateWaitUnderALock, ZeroSecondsMissTheStateWithoutBlocking) {
+    client.pretendState(CSClient::STATE_CONNECTED);
+    const CountedSleeps sleeps;
+    const Stopwatch watch;
+    for (const unsigned int state : {0U, 1U, 3U, 4U, 5U}) {
+        EXPECT_FALSE(client.waitForConnectionState(static_cast<CSClient::State>(state), 0)) << state;
+    }
+    EXPECT_LT(watch.seconds(), 0.9);
+    EXPECT_EQ(sleeps.count(), 0);
+}
+
+TEST_F(StateWaitUnderALock, SecondsAreCountedAsEver) {
+    client.pretendState(CSClient::STATE_CONNECTED);
+    const Stopwatch watch;
+    const CountedSleeps sleeps([this](int sleep) {
+        if (sleep == 3) {
+            client.pretendState(CSClient::STATE_RECONNECTING);
+        }
+    });
+    EXPECT_TRUE(client.waitForConnectionState(CSClient::STATE_RECONNECTING, 3));
+    EXPECT_EQ(sleeps.count(), 3);
+    EXPECT_LT(watch.seconds(), 0.9);
 }
 
 TEST(StateWait, TheSecondsAreReal) {

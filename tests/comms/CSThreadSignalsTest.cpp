@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <csignal>
-#include <thread>
+#include <memory>
+#include <string>
 
 #include "comms/CSThread.h"
 #include "tests/comms/NoStacks.h"
@@ -37,30 +36,40 @@ std::string textOf(const Mask& mask) {
     return text;
 }
 
-TEST(CSThreadSignals, AreAllBlockedInTheRoutine) {
-    Mask mask{};
-    CSThread thread;
-    ASSERT_TRUE(thread.create(noteMask, &mask));
-    ASSERT_TRUE(thread.waitForThread());
-    // The system leaves out some that cannot be blocked, and an emulator some that it keeps for itself.
-    Mask all{};
-    std::thread([&all] {
-        sigset_t every;
-        sigfillset(&every);
-        pthread_sigmask(SIG_BLOCK, &every, nullptr);
-        all = ownMask();
-    }).join();
-    EXPECT_EQ(textOf(mask), textOf(all));
-    for (const int signal : {SIGHUP, SIGINT, SIGALRM, SIGTERM, SIGUSR1, SIGPIPE, SIGCHLD, SIGSYS, SIGRTMIN}) {
-        EXPECT_EQ(sigismember(&mask.set, signal), 1) << "signal " << signal;
+/// Blocks one more signal on the calling thread for a scope.
+class Blocked {
+  public:
+    explicit Blocked(int signal) {
+        sigset_t some;
+        sigemptyset(&some);
+        sigaddset(&some, signal);
+        pthread_sigmask(SIG_BLOCK, &some, &previous);
+    }
+    Blocked(const Blocked&) = delete;
+    Blocked& operator=(const Blocked&) = delete;
+    ~Blocked() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
+
+  private:
+    sigset_t previous{};
+};
+
+TEST(CSThreadSignals, OfTheRoutineAreThoseOfTheCreator) {
+    for (const bool isBlocked : {false, true}) {
+        std::unique_ptr<Blocked> blocked;
+        if (isBlocked) {
+            blocked = std::make_unique<Blocked>(SIGUSR2);
+        }
+        Mask mask{};
+        CSThread thread;
+        ASSERT_TRUE(thread.create(noteMask, &mask));
+        ASSERT_TRUE(thread.waitForThread());
+        EXPECT_EQ(textOf(mask), textOf(ownMask()));
+        EXPECT_EQ(sigismember(&mask.set, SIGUSR2), isBlocked ? 1 : 0);
     }
 }
 
 TEST(CSThreadSignals, OfTheCreatorStayAsTheyWere) {
-    sigset_t some;
-    sigemptyset(&some);
-    sigaddset(&some, SIGUSR2);
-    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &some, nullptr), 0);
+    const Blocked blocked(SIGUSR2);
     const std::string before = textOf(ownMask());
     Mask mask{};
     CSThread thread;
@@ -78,35 +87,6 @@ TEST(CSThreadSignals, OfTheCreatorStayAsTheyWereWhenTheSystemRefusesAThread) {
     CSThread thread;
     EXPECT_FALSE(thread.create(noteMask, &mask));
     EXPECT_EQ(textOf(ownMask()), before);
-}
-
-std::atomic<pid_t> handlingTask{0};
-
-TEST(CSThreadSignals, OfTheProcessReachTheApplicationsThreads) {
-    handlingTask = 0;
-    struct sigaction action {};
-    struct sigaction previous {};
-    action.sa_handler = [](int /*signal*/) { handlingTask = thisTask(); };
-    sigemptyset(&action.sa_mask);
-    ASSERT_EQ(sigaction(SIGUSR1, &action, &previous), 0);
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(waitForLeave, &shared));
-    EXPECT_TRUE(shared.waitForSleep());
-    // Blocked in this thread for a moment, the signal would go to any other that lets it in.
-    sigset_t one;
-    sigset_t old;
-    sigemptyset(&one);
-    sigaddset(&one, SIGUSR1);
-    pthread_sigmask(SIG_BLOCK, &one, &old);
-    kill(getpid(), SIGUSR1);
-    EXPECT_FALSE(eventually([] { return handlingTask != 0; }, std::chrono::milliseconds(50)));
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    EXPECT_TRUE(eventually([] { return handlingTask != 0; }));
-    EXPECT_EQ(handlingTask, thisTask());
-    shared.mayEnd = true;
-    EXPECT_TRUE(thread.waitForThread());
-    sigaction(SIGUSR1, &previous, nullptr);
 }
 
 }  // namespace

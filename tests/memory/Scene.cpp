@@ -96,7 +96,7 @@ Scene::~Scene() {
     }
 }
 
-bool Scene::waitFor(CSClient::State state) const {
+bool Scene::waitFor(CSClient::State state) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (engine.getState() != state) {
         if (std::chrono::steady_clock::now() > deadline) {
@@ -104,7 +104,7 @@ bool Scene::waitFor(CSClient::State state) const {
         }
         poll(nullptr, 0, 1);
     }
-    return engine.waitForStateChange(std::chrono::seconds(30));
+    return engine.waitForStateChange();
 }
 
 std::string Scene::state() const {

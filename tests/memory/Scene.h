@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <set>
@@ -10,7 +11,7 @@
 
 #include "client/SimClient.h"
 #include "comms/CSCommsInterfaceTCP.h"
-#include "comms/CSLockGuard.h"
+#include "engine/EngineLocks.h"
 #include "simulator/SimulatorProtocol.h"
 
 namespace com_tesk::test {
@@ -74,8 +75,12 @@ class OpenEngine : public SimulatorProtocol {
 
     /// What opening does before it starts the worker.
     void beginConnecting() {
-        const CSLockGuard lock(connectionMutex);
-        setState(CSClient::STATE_CONNECTING);
+        underConnectionLock([this]() CSCLIENT_REQUIRES(connectionMutex) { setState(CSClient::STATE_CONNECTING); });
+    }
+
+    /// Waits until a state change in progress is complete.
+    bool waitForStateChange() {
+        return underConnectionLockWithin(std::chrono::seconds(30), [] {});
     }
 
     /// As the worker does it: memory that runs out in a turn ends the connection.
@@ -137,7 +142,7 @@ class Scene {
     std::string state() const;
 
     /// Waits for a state that the worker brings about.
-    bool waitFor(CSClient::State state) const;
+    bool waitFor(CSClient::State state);
 
     OpenEngine engine;
     QuietTransport* transport;

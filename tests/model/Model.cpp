@@ -1,6 +1,7 @@
 #include "tests/model/Model.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace com_tesk::test {
 
@@ -75,7 +76,8 @@ std::uint32_t Model::registerInputs(const std::vector<Step::Record>& definitions
         }
         inputs[name] = {definitions[i].values[0], definitions[i].values[1], kWaiting};
     }
-    const std::uint32_t result = sendInputSubscription(namesOf(definitions));
+    const bool isLeft = leavesInputs && stateChanges == 0;
+    const std::uint32_t result = isLeft ? 0 : sendInputSubscription(namesOf(definitions));
     endTableChange();
     return result;
 }
@@ -96,7 +98,8 @@ std::uint32_t Model::registerOutputs(const std::vector<Step::Record>& definition
         }
         outputs[name] = {definitions[i].values[0], kWaiting, false, 0, nextSerial++};
     }
-    const std::uint32_t result = sendOutputSubscription(namesOf(definitions));
+    const bool isLeft = leavesOutputs && stateChanges == 0;
+    const std::uint32_t result = isLeft ? 0 : sendOutputSubscription(namesOf(definitions));
     endTableChange();
     return result;
 }
@@ -172,6 +175,9 @@ std::uint32_t Model::publish(std::uint32_t mode, const std::vector<Step::Record>
 }
 
 void Model::apply(const Step& step) {
+    if (othersHoldTables && needsTables(step)) {
+        return;
+    }
     const auto result = [this](std::uint32_t value) { log.push_back("result " + std::to_string(value)); };
     switch (step.kind) {
         case Step::REGISTER_INPUTS:
@@ -229,8 +235,11 @@ void Model::apply(const Step& step) {
                 interfaces[step.numbers[0]] = false;
             }
             return result(0);
+        case Step::WAIT:
+            return wait(step.numbers[0], step.numbers[1]);
         case Step::DURING:
-            insides[{step.numbers[0], step.numbers[1]}].push_back(step.inside);
+        case Step::MEANWHILE:
+            insides[{step.numbers[0], step.numbers[1]}].push_back(step);
             return;
     }
 }
@@ -259,14 +268,42 @@ void Model::notify(Step::Event event, const std::string& what) {
 
 void Model::notifyOne(std::uint32_t callback, Step::Event event, const std::string& what) {
     log.push_back(std::to_string(callback) + ' ' + what);
-    std::deque<std::vector<Step>>& waiting = insides[{event, callback}];
-    if (!waiting.empty()) {
-        const std::vector<Step> steps = waiting.front();
-        waiting.pop_front();
-        for (const Step& step : steps) {
-            apply(step);
-        }
+    happen(event, callback);
+}
+
+void Model::happen(Step::Event event, std::uint32_t number) {
+    std::deque<Step>& waiting = insides[{event, number}];
+    if (waiting.empty()) {
+        return;
     }
+    const Step next = waiting.front();
+    waiting.pop_front();
+    if (next.kind == Step::MEANWHILE) {
+        return applyOnAnotherThread(next.inside);
+    }
+    for (const Step& step : next.inside) {
+        apply(step);
+    }
+}
+
+void Model::applyOnAnotherThread(const std::vector<Step>& steps) {
+    const bool heldTables = std::exchange(othersHoldTables, othersHoldTables || tableChanges > 0);
+    const bool heldChange = std::exchange(othersHoldChange, othersHoldChange || stateChanges > 0);
+    const bool announcedEnd = std::exchange(othersAnnounceEnd, othersAnnounceEnd || announcesEnd);
+    const unsigned int ownTableChanges = std::exchange(tableChanges, 0);
+    const unsigned int ownStateChanges = std::exchange(stateChanges, 0);
+    const bool owesItself = std::exchange(owesClose, false);
+    const bool announcesItself = std::exchange(announcesEnd, false);
+    for (const Step& step : steps) {
+        apply(step);
+    }
+    othersHoldTables = heldTables;
+    othersHoldChange = heldChange;
+    tableChanges = ownTableChanges;
+    stateChanges = ownStateChanges;
+    owesClose = owesItself;
+    othersAnnounceEnd = announcedEnd;
+    announcesEnd = announcesItself;
 }
 
 }  // namespace com_tesk::test

@@ -16,7 +16,8 @@ namespace com_tesk::test {
 using EventLog = std::vector<std::string>;
 
 /// The rules of the system, written a second time as plainly as they can be: no thread, no lock, no pointer. What the
-/// library does in a life must be what this does.
+/// library does in a life must be what this does. What another thread does meanwhile is a call, for which this thread's
+/// changes and debts are put aside.
 class Model {
   public:
     struct Input {
@@ -72,6 +73,9 @@ class Model {
     void connect(bool accepted);
     void closeConnection();
     void forceClose();
+    void beginDisconnecting();
+    void sleep();
+    void wait(std::uint32_t wanted, std::uint32_t seconds);
     void end();
     void lose(std::uint32_t loss);
     void reregister();
@@ -102,6 +106,8 @@ class Model {
     /// Tells every interface, and lets happen what is to happen inside.
     void notify(Step::Event event, const std::string& what);
     void notifyOne(std::uint32_t callback, Step::Event event, const std::string& what);
+    void happen(Step::Event event, std::uint32_t number);
+    void applyOnAnotherThread(const std::vector<Step>& steps);
     std::vector<std::uint32_t> interfacesNow() const;
 
     // A close that a failed write owes while a table or the state is being changed comes after the change.
@@ -118,10 +124,24 @@ class Model {
 
     const std::uint32_t options;
     std::deque<WriteFailure> writeFailures;
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::deque<std::vector<Step>>> insides;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::deque<Step>> insides;
+    // Of this thread.
     unsigned int tableChanges = 0;
     unsigned int stateChanges = 0;
     bool owesClose = false;
+    bool announcesEnd = false;
+    // Of the threads that wait for this one.
+    bool othersHoldTables = false;
+    bool othersHoldChange = false;
+    /// Until the end is complete, this thread sees the state before it.
+    bool othersAnnounceEnd = false;
+    // During a change to ready: what other threads register is left to its re-registration.
+    bool leavesInputs = false;
+    bool leavesOutputs = false;
+    /// To be closed when the change of state is complete.
+    bool isCloseRequested = false;
+    /// The pause between two attempts takes no time: the connection is to end.
+    bool isPauseEnded = false;
     unsigned int nextSerial = 1;
 };
 

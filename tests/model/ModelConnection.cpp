@@ -13,6 +13,11 @@ void Model::setState(std::uint32_t newState) {
         return;
     }
     const std::string change = "state " + std::to_string(state) + "->" + std::to_string(newState);
+    const bool leadsToReady = newState == CONNECTED || newState == READY;
+    if (leadsToReady) {
+        leavesInputs = true;
+        leavesOutputs = true;
+    }
     state = newState;
     notify(Step::STATE_CHANGED, change);
     if (newState == CONNECTED) {
@@ -26,10 +31,16 @@ void Model::setState(std::uint32_t newState) {
         outputs.clear();
         outputIds.clear();
     }
+    if (leadsToReady) {
+        leavesInputs = false;
+        leavesOutputs = false;
+    }
 }
 
 void Model::reregister() {
     if (inputs.empty() && outputs.empty()) {
+        leavesInputs = false;
+        leavesOutputs = false;
         return;
     }
     print("out", "Re-registering input/output parameters (" + std::to_string(inputs.size()) + "/" +
@@ -39,6 +50,7 @@ void Model::reregister() {
 }
 
 void Model::reregisterInputs() {
+    leavesInputs = false;
     if (inputs.empty()) {
         return;
     }
@@ -53,6 +65,7 @@ void Model::reregisterInputs() {
 }
 
 void Model::reregisterOutputs() {
+    leavesOutputs = false;
     if (outputs.empty()) {
         return;
     }
@@ -71,6 +84,7 @@ void Model::open() {
         log.push_back("result 2");
         return;
     }
+    isPauseEnded = false;
     beginStateChange();
     setState(CONNECTING);
     address = 0x0100007F;
@@ -93,14 +107,39 @@ void Model::connect(bool accepted) {
 }
 
 void Model::forceClose() {
-    if (state == DISCONNECTED || state == DISCONNECTING) {
+    if (stateChanges > 0 || othersHoldChange) {
+        if (state != DISCONNECTED) {
+            isCloseRequested = true;
+            isPauseEnded = true;
+        }
         return;
     }
     beginStateChange();
+    beginDisconnecting();
+    endStateChange();
+}
+
+void Model::beginDisconnecting() {
+    if (state == DISCONNECTED || state == DISCONNECTING) {
+        return;
+    }
     setState(DISCONNECTING);
     address = 0;
     port = 0;
-    endStateChange();
+    isPauseEnded = true;
+}
+
+void Model::sleep() {
+    log.push_back("sleep");
+    happen(Step::SLEEPING, 0);
+}
+
+void Model::wait(std::uint32_t wanted, std::uint32_t seconds) {
+    const auto isSeen = [this, wanted] { return wanted == (othersAnnounceEnd ? DISCONNECTING : state); };
+    for (std::uint32_t poll = 0; poll < seconds && !isSeen(); ++poll) {
+        sleep();
+    }
+    log.push_back(isSeen() ? "result 1" : "result 0");
 }
 
 void Model::closeConnection() {
@@ -120,7 +159,9 @@ void Model::closeConnection() {
         setState(CONNECTING);
     }
     endStateChange();
-    log.push_back("sleep");
+    if (!isPauseEnded) {
+        sleep();
+    }
 }
 
 void Model::end() {
@@ -129,7 +170,9 @@ void Model::end() {
     }
     log.push_back("disconnect");
     beginStateChange();
+    announcesEnd = true;
     setState(DISCONNECTED);
+    announcesEnd = false;
     endStateChange();
 }
 
@@ -172,6 +215,12 @@ void Model::endTableChange() {
 
 void Model::endStateChange() {
     --stateChanges;
+    while (isCloseRequested && stateChanges == 0) {
+        isCloseRequested = false;
+        beginStateChange();
+        beginDisconnecting();
+        --stateChanges;
+    }
     payOwedClose();
 }
 

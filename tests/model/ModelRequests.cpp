@@ -105,7 +105,8 @@ std::uint32_t Model::sendRaw(std::uint32_t type, const std::string& body) {
 }
 
 std::uint32_t Model::write(const std::string& frame) {
-    if (writeFailures.empty()) {
+    happen(Step::WRITING, 0);
+    if (writeFailures.empty() || othersHoldChange) {
         log.push_back("sent " + frame);
         return 0;
     }

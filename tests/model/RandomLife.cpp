@@ -36,6 +36,7 @@ class Drawing {
             {weights.failedWrite, &Drawing::failedWrite},
             {weights.callbacks, &Drawing::callbacks},
             {weights.inside, &Drawing::inside},
+            {weights.wait, &Drawing::wait},
             {weights.other, &Drawing::other},
         };
         unsigned int total = 0;
@@ -214,18 +215,38 @@ class Drawing {
         return make(isAdded ? Step::ADD : Step::REMOVE, {below(Step::kInterfaces + (oneIn(8) ? 1 : 0))});
     }
 
-    /// What a callback may do; in a change of state it must leave the connection alone.
+    Step wait() { return make(Step::WAIT, {below(6), below(3)}); }
+
+    /// What a callback may do, and what another thread may do meanwhile.
     Step inside() {
-        const std::uint32_t event = below(Step::EVENTS);
-        Step step = make(Step::DURING, {event, below(Step::kInterfaces)});
+        const bool isMeanwhile = oneIn(5);
+        const std::uint32_t event = below(isMeanwhile ? Step::EVENTS : Step::CALLBACKS);
+        const std::uint32_t callback = event < Step::CALLBACKS ? below(Step::kInterfaces) : 0;
+        Step step = make(isMeanwhile ? Step::MEANWHILE : Step::DURING, {event, callback});
         for (unsigned int left = oneIn(3) ? 2 : 1; left > 0; --left) {
-            step.inside.push_back(insideOf(event));
+            step.inside.push_back(event == Step::WRITING ? duringAWrite() : insideOf());
         }
         return step;
     }
 
-    Step insideOf(std::uint32_t event) {
-        switch (below(9)) {
+    /// What needs no table, as a rule: those are mostly locked then.
+    Step duringAWrite() {
+        switch (below(6)) {
+            case 0:
+            case 1:
+                return close();
+            case 2:
+            case 3:
+                return wait();
+            case 4:
+                return oneIn(2) ? callbacks() : other();
+            default:
+                return registration();
+        }
+    }
+
+    Step insideOf() {
+        switch (below(11)) {
             case 0:
             case 1:
             case 2:
@@ -238,7 +259,9 @@ class Drawing {
             case 6:
                 return failedWrite();
             case 7:
-                return event != Step::STATE_CHANGED && oneIn(3) ? close() : unregistration();
+                return oneIn(3) ? close() : unregistration();
+            case 8:
+                return wait();
             default:
                 return publication();
         }

@@ -21,6 +21,7 @@ struct Weights {
     unsigned int failedWrite = 2;
     unsigned int callbacks = 4;
     unsigned int inside = 4;
+    unsigned int wait = 1;
     unsigned int other = 3;
 };
 

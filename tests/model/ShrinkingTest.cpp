@@ -61,6 +61,16 @@ TEST(StepText, WritesNamesOfAnyBytes) {
     EXPECT_EQ(textOf(life), "engine 1 0\nregisterInputs '',1,2 A%00%2C%25%20B,2,3\nbody 00FF2C\n");
 }
 
+// Shrinking leaves such steps.
+TEST(StepText, ReadsAnEventWithNothingInside) {
+    const std::string text = "engine 1 0\nduring 0 1\nmeanwhile 4 0\nmeanwhile 5 0 wait 4 2 ; forceClose\nend\n";
+    const Life life = lifeFrom(text);
+    ASSERT_EQ(life.steps.size(), 4U);
+    EXPECT_TRUE(life.steps[0].inside.empty());
+    EXPECT_EQ(life.steps[2].inside.size(), 2U);
+    EXPECT_EQ(textOf(life), text);
+}
+
 TEST(StepText, OfUnknownStepsIsRefused) {
     EXPECT_THROW(lifeFrom("registerInput A,1,1"), std::invalid_argument);
     EXPECT_THROW(lifeFrom("registerInputs A,1"), std::invalid_argument);

@@ -37,14 +37,26 @@ struct Step {
         SET_SIMULATOR_ID,
         ADD,
         REMOVE,
+        WAIT,
         DURING,
+        MEANWHILE,
     };
 
     /// The ways in which `LOSE` loses a connection, its only number.
     enum Loss { HEADER_CLOSED, HEADER_ERROR, HEADER_SHORT, HEADER_FOREIGN, NO_BODY, BODY_CLOSED, BODY_ERROR, LOSSES };
 
-    /// The callbacks in which the steps inside a `DURING` can happen, its first number.
-    enum Event { STATE_CHANGED, INPUTS_CONFIRMED, INPUTS_UPDATED, OUTPUTS_CONFIRMED, EVENTS };
+    /// When the steps inside a `DURING` or a `MEANWHILE` can happen, its first number: in a callback, and with `MEANWHILE`
+    /// also in a write, before its result is decided, and in a sleep.
+    enum Event {
+        STATE_CHANGED,
+        INPUTS_CONFIRMED,
+        INPUTS_UPDATED,
+        OUTPUTS_CONFIRMED,
+        CALLBACKS,
+        WRITING = CALLBACKS,
+        SLEEPING,
+        EVENTS
+    };
 
     /// In a response or an update: announce as many records as there are.
     static constexpr std::uint32_t kTrueCount = 0xFFFFFFFF;
@@ -60,9 +72,14 @@ struct Step {
     Kind kind = END;
     std::vector<std::uint32_t> numbers;
     std::vector<Record> records;
-    /// The steps inside a `DURING`.
+    /// The steps inside a `DURING`, which the thread of the event takes, or a `MEANWHILE`, which another thread takes while
+    /// the thread of the event waits for it.
     std::vector<Step> inside;
 };
+
+/// Whether a step waits for a thread that changes the tables, or writes what is registered. While the thread of the event
+/// holds that lock, another thread leaves the step out.
+bool needsTables(const Step& step);
 
 /// A whole life: how the engine is made, and its steps.
 struct Life {
@@ -89,7 +106,8 @@ struct Life {
 ///     send               type  hex
 ///     setSimulatorId     id
 ///     add, remove        interface
-///     during             event interface  step ; step ...
+///     wait               state seconds
+///     during, meanwhile  event interface  step ; step ...   (the interface of a write or a sleep is 0)
 ///
 /// `announced` is the record count that the message claims (4294967295: the true one), `dropped` the number of bytes
 /// missing at its end.

@@ -43,7 +43,9 @@ constexpr Form kForms[] = {
     {Step::SET_SIMULATOR_ID, "setSimulatorId", 1, NO_RECORDS, 0},
     {Step::ADD, "add", 1, NO_RECORDS, 0},
     {Step::REMOVE, "remove", 1, NO_RECORDS, 0},
+    {Step::WAIT, "wait", 2, NO_RECORDS, 0},
     {Step::DURING, "during", 2, NO_RECORDS, 0},
+    {Step::MEANWHILE, "meanwhile", 2, NO_RECORDS, 0},
 };
 
 const char kDigits[] = "0123456789ABCDEF";
@@ -143,10 +145,10 @@ Step stepFrom(std::istringstream& words) {
             }
             step.numbers.push_back(numberFrom(word));
         }
-        if (form.kind == Step::DURING) {
-            do {
+        if (form.kind == Step::DURING || form.kind == Step::MEANWHILE) {
+            while (!(words >> std::ws).eof()) {
                 step.inside.push_back(stepFrom(words));
-            } while (words);
+            }
             return step;
         }
         while (words >> word && word != ";") {
@@ -161,6 +163,21 @@ Step stepFrom(std::istringstream& words) {
 }
 
 }  // namespace
+
+bool needsTables(const Step& step) {
+    switch (step.kind) {
+        case Step::REGISTER_INPUTS:
+        case Step::REGISTER_OUTPUTS:
+        case Step::UNREGISTER_INPUTS:
+        case Step::UNREGISTER_OUTPUTS:
+        case Step::UNREGISTER_ALL_INPUTS:
+        case Step::UNREGISTER_ALL_OUTPUTS:
+        case Step::PUBLISH:
+            return true;
+        default:
+            return false;
+    }
+}
 
 std::string escaped(const std::string& name) {
     if (name.empty()) {

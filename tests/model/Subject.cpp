@@ -1,15 +1,26 @@
 #include "tests/model/Subject.h"
 
+#include <dlfcn.h>
+
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <future>
 #include <iostream>
 #include <streambuf>
+#include <thread>
 
 #include "tests/client/CountedSleeps.h"
 
 namespace com_tesk::test {
 
 namespace {
+
+/// Whose steps this thread takes.
+thread_local Subject* current = nullptr;
 
 std::uint32_t bitsOf(const CSClient::Value& value) {
     std::uint32_t bits = 0;
@@ -64,7 +75,8 @@ int LoggingTransport::readMessage(unsigned int count, RawMessage& message) {
 }
 
 int LoggingTransport::writeMessage(const RawMessage& message) {
-    if (!writeFailures.empty()) {
+    onWrite();
+    if (!writeFailures.empty() && mayFail()) {
         const std::pair<int, int> failure = writeFailures.front();
         writeFailures.pop_front();
         errno = failure.second;
@@ -144,9 +156,12 @@ class Subject::LineLog : public std::streambuf {
 };
 
 Subject::Subject(std::uint32_t simulatorId, std::uint32_t options)
-    : engine(simulatorId, options), recorders(new Recorder[Step::kInterfaces]) {
+    : client(simulatorId, options), engine(*client.subject), recorders(new Recorder[Step::kInterfaces]) {
     auto newTransport = std::make_unique<LoggingTransport>(log);
     transport = newTransport.get();
+    transport->onWrite = [this] { happen(Step::WRITING, 0); };
+    // The close after a failed write would wait for the change, whose thread waits.
+    transport->mayFail = [this] { return !othersHoldChange; };
     engine.changeCommsInterface(newTransport.release());
     for (std::uint32_t i = 0; i < Step::kInterfaces; ++i) {
         recorders[i].owner = this;
@@ -163,11 +178,46 @@ CSClient::CallbackIface* Subject::interfaceAt(std::uint32_t number) const {
 }
 
 void Subject::apply(const Step& step) {
-    const CountedSleeps sleeps([this](int) { log.push_back("sleep"); });
-    perform(step);
+    performHere({step});
+}
+
+void Subject::performHere(const std::vector<Step>& steps) {
+    const CountedSleeps sleeps([this](int) {
+        log.push_back("sleep");
+        happen(Step::SLEEPING, 0);
+    });
+    current = this;
+    for (const Step& step : steps) {
+        perform(step);
+    }
+    current = nullptr;
+}
+
+void Subject::performOnAnotherThread(const std::vector<Step>& steps) {
+    // Only ends a test that has failed already: the two threads wait for each other.
+    constexpr std::chrono::seconds kBound{60};
+    const bool heldTables = othersHoldTables;
+    const bool heldChange = othersHoldChange;
+    othersHoldTables = heldTables || engine.holdsTables();
+    othersHoldChange = heldChange || engine.holdsChange();
+    std::promise<void> over;
+    std::thread another([this, &steps, &over] {
+        performHere(steps);
+        over.set_value();
+    });
+    if (over.get_future().wait_for(kBound) != std::future_status::ready) {
+        std::fprintf(stderr, "another thread is blocked in: %s ...\n", textOf(steps.front()).c_str());
+        std::_Exit(EXIT_FAILURE);
+    }
+    another.join();
+    othersHoldTables = heldTables;
+    othersHoldChange = heldChange;
 }
 
 void Subject::perform(const Step& step) {
+    if (othersHoldTables && needsTables(step)) {
+        return;
+    }
     const auto result = [this](unsigned int value) { log.push_back("result " + std::to_string(value)); };
     const auto asResult = [&result](int value) { result(static_cast<unsigned int>(value)); };
     switch (step.kind) {
@@ -225,7 +275,7 @@ void Subject::perform(const Step& step) {
             }
             return;
         case Step::FORCE_CLOSE:
-            return engine.forceCloseConnection();
+            return othersHoldChange ? engine.closeAfterTheChange() : engine.forceCloseConnection();
         case Step::END:
             if (engine.getState() == CSClient::STATE_DISCONNECTING) {
                 CSClientProtocol::mainThread(&engine);
@@ -247,8 +297,12 @@ void Subject::perform(const Step& step) {
             return result(engine.addCallbackInterface(interfaceAt(step.numbers[0])));
         case Step::REMOVE:
             return asResult(engine.removeCallbackInterface(interfaceAt(step.numbers[0])));
+        case Step::WAIT:
+            return result(
+                client.waitForConnectionState(static_cast<CSClient::State>(step.numbers[0]), step.numbers[1]) ? 1 : 0);
         case Step::DURING:
-            insides[{step.numbers[0], step.numbers[1]}].push_back(step.inside);
+        case Step::MEANWHILE:
+            insides[{step.numbers[0], step.numbers[1]}].push_back(step);
             return;
     }
 }
@@ -303,14 +357,33 @@ void Subject::lose(std::uint32_t loss) {
 
 void Subject::callbackHappened(std::uint32_t number, Step::Event event, const std::string& what) {
     log.push_back(std::to_string(number) + ' ' + what);
-    std::deque<std::vector<Step>>& waiting = insides[{event, number}];
-    if (!waiting.empty()) {
-        const std::vector<Step> steps = waiting.front();
-        waiting.pop_front();
-        for (const Step& step : steps) {
-            perform(step);
-        }
+    happen(event, number);
+}
+
+void Subject::happen(Step::Event event, std::uint32_t number) {
+    std::deque<Step>& waiting = insides[{event, number}];
+    if (waiting.empty()) {
+        return;
+    }
+    const Step next = std::move(waiting.front());
+    waiting.pop_front();
+    if (next.kind == Step::MEANWHILE && !next.inside.empty()) {
+        performOnAnotherThread(next.inside);
+        return;
+    }
+    for (const Step& step : next.inside) {
+        perform(step);
     }
 }
 
 }  // namespace com_tesk::test
+
+/// The engine sleeps so between two attempts to get a lock that another thread holds.
+extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* duration, timespec* left) {
+    if (com_tesk::test::current != nullptr) {
+        com_tesk::test::current->lockPolled();
+    }
+    using Sleep = int (*)(const timespec*, timespec*);
+    static const auto systemSleep = reinterpret_cast<Sleep>(dlsym(RTLD_NEXT, "nanosleep"));
+    return systemSleep(duration, left);
+}

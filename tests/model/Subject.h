@@ -1,14 +1,16 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "client/CSClient.h"
 #include "comms/CSCommsInterfaceTCP.h"
-#include "comms/CSLockGuard.h"
+#include "engine/EngineLocks.h"
 #include "simulator/SimulatorProtocol.h"
 #include "tests/model/Model.h"
 #include "tests/model/Step.h"
@@ -28,8 +30,11 @@ class LoggingTransport : public CSCommsInterfaceTCP {
     };
 
     std::deque<Read> reads;
-    /// Results of the next writes, with errno.
+    /// Results of the next writes, with errno, as far as `mayFail` allows it.
     std::deque<std::pair<int, int>> writeFailures;
+    /// Called in every write, before its result is decided.
+    std::function<void()> onWrite;
+    std::function<bool()> mayFail;
     bool accepts = true;
 
     bool openConnection(unsigned int address, unsigned int port) override;
@@ -48,12 +53,26 @@ class SubjectEngine : public SimulatorProtocol {
 
     /// What opening does before it starts the worker.
     void beginConnecting(unsigned int address, unsigned int port) {
-        const CSLockGuard lock(connectionMutex);
-        setState(CSClient::STATE_CONNECTING);
-        serverAddress = address;
-        serverPort = port;
+        underConnectionLock([=]() CSCLIENT_REQUIRES(connectionMutex) {
+            isCloseRequested = false;
+            retryPause.reset();
+            setState(CSClient::STATE_CONNECTING);
+            serverAddress = address;
+            serverPort = port;
+        });
     }
 
+    /// What `forceCloseConnection` does when the change of another thread takes too long.
+    void closeAfterTheChange() {
+        requestClose();
+        closeIfRequested();
+    }
+
+    /// So that nothing waits for an end that no worker makes.
+    void pretendTheEnd() { state = CSClient::STATE_DISCONNECTED; }
+
+    bool holdsChange() const { return connectionMutex.isHeldByThisThread(); }
+    bool holdsTables() const { return parameterMutex.isHeldByThisThread(); }
     bool holdsAnyLock() const {
         return connectionMutex.isHeldByThisThread() || parameterMutex.isHeldByThisThread() ||
                callbackMutex.isHeldByThisThread() || namesMutex.isHeldByThisThread() ||
@@ -69,8 +88,23 @@ class SubjectEngine : public SimulatorProtocol {
     using CSClientProtocol::takeTurn;
 };
 
-/// Lives a life with the real engine, all of it on the calling thread, which is application and worker in one, and logs
-/// what happens in the words of the model. Sleeps take no time; standard output and error are caught meanwhile.
+/// A client around such an engine.
+class SubjectClient : public CSClient {
+  public:
+    SubjectClient(unsigned int id, unsigned int optionFlags)
+        : CSClient(optionFlags), subject(new SubjectEngine(id, optionFlags)) {
+        engine = subject;
+    }
+    ~SubjectClient() override { subject->pretendTheEnd(); }
+
+    /// Owned by the base class.
+    SubjectEngine* const subject;
+};
+
+/// Lives a life with the real engine, and logs what happens in the words of the model. The calling thread is application
+/// and worker in one. Another thread takes the steps of a `MEANWHILE`, and the calling thread waits for it, so that the
+/// order is always the same. Sleeps take no time; standard output and error are caught meanwhile. A thread that waits for
+/// a lock by polling is logged too.
 class Subject {
   public:
     Subject(std::uint32_t simulatorId, std::uint32_t options);
@@ -83,8 +117,15 @@ class Subject {
 
     EventLog log;
 
+    /// A thread polls for a lock.
+    void lockPolled() { log.push_back("polls for a lock"); }
+
+  private:
     // Declared behind the log, which the transport writes to.
-    SubjectEngine engine;
+    SubjectClient client;
+
+  public:
+    SubjectEngine& engine;
 
     CSClient::CallbackIface* interfaceAt(std::uint32_t number) const;
 
@@ -96,12 +137,20 @@ class Subject {
     void receive(const std::string& body);
     void lose(std::uint32_t loss);
     void callbackHappened(std::uint32_t number, Step::Event event, const std::string& what);
+    void happen(Step::Event event, std::uint32_t number);
+    void performOnAnotherThread(const std::vector<Step>& steps);
+    /// Performs the steps on a thread whose sleeps and polls are logged.
+    void performHere(const std::vector<Step>& steps);
 
     LoggingTransport* transport;
     std::unique_ptr<Recorder[]> recorders;
     std::unique_ptr<LineLog> outLog;
     std::unique_ptr<LineLog> errLog;
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::deque<std::vector<Step>>> insides;
+    /// Steps of kind `DURING` and `MEANWHILE`, by event and interface.
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::deque<Step>> insides;
+    // Of the threads that wait for the one that runs.
+    bool othersHoldTables = false;
+    bool othersHoldChange = false;
 };
 
 }  // namespace com_tesk::test

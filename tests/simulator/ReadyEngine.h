@@ -106,8 +106,7 @@ class ReadyEngine : public TestEngine {
 
     /// An operation that takes a lock that it must not take never returns from these.
     void withConnectionMutexHeld(const std::function<void()>& action) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        const CSLockGuard lock(connectionMutex);
-        action();
+        underConnectionLock(action);
     }
     void withParameterMutexHeld(const std::function<void()>& action) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
         const CSLockGuard lock(parameterMutex);

@@ -99,6 +99,25 @@ TEST(FrameSending, CallersMessageIsNotChanged) {
     EXPECT_EQ(message.getType(), RawMessage::DATA);
 }
 
+TEST(FrameSending, FrameObjectHasTheTypeOfItsMessage) {
+    ConnectionEngine engine(kSilent);
+    engine.connect();
+    for (const RawMessage::Type type : {RawMessage::DATA, RawMessage::CONTROL, RawMessage::CONTROL, RawMessage::DATA}) {
+        EXPECT_EQ(engine.sendMessage(messageOf(type, "01 02")), 0U);
+        EXPECT_EQ(engine.probe().writtenTypes().back(), type);
+    }
+}
+
+TEST(FrameSending, RequestAfterAControlMessageIsDataAgain) {
+    ConnectionEngine engine(kSilent);
+    engine.connect();
+    EXPECT_EQ(engine.sendMessage(messageOf(RawMessage::CONTROL, "01 02")), 0U);
+    const CSClient::OutputDef output{"A", CSClient::TYPE_FLOAT};
+    EXPECT_EQ(engine.registerOutputParameters(&output, 1), 0);
+    EXPECT_EQ(engine.probe().writtenTypes(),
+              (std::vector<RawMessage::Type>{RawMessage::DATA, RawMessage::CONTROL, RawMessage::DATA}));
+}
+
 TEST(FrameSending, InvalidMessageIsRefusedWithoutAWrite) {
     const CapturedStreams captured;
     ConnectionEngine engine;

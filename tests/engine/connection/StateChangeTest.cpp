@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <future>
 #include <string>
 #include <vector>
 
@@ -171,6 +172,51 @@ TEST(ReachingReady, CallbackMayStillRegisterWhatIsThenSentWithTheRest) {
     };
     EXPECT_EQ(engine.connect(), 0);
     EXPECT_EQ(requestCodes(engine.probe().written()), (Strings{"00 02", "00 06", "00 02"}));
+}
+
+/// Publishes on another thread, whose write is stuck, after the engine's part of the change to `STATE_READY`.
+class StuckAfterwards : public ConnectionEngine {
+  public:
+    StuckAfterwards() : ConnectionEngine(kSilent) {}
+
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override
+        CSCLIENT_REQUIRES(connectionMutex) {
+        ConnectionEngine::handleConnectionStateChange(oldState, newState);
+        if (newState != CSClient::STATE_READY) {
+            return;
+        }
+        probe().onWrite = [this] {
+            isStuck.open();
+            goOn.wait();
+        };
+        publishing = std::async(std::launch::async, [this] {
+            const CSClient::Parameter value{"O", {}, CSClient::TYPE_FLOAT, 0};
+            return publishParameters(&value, 1, PUBLISH_DEFAULT);
+        });
+        EXPECT_TRUE(isStuck.wait());
+    }
+
+    /// Whether the change is complete.
+    bool isComplete() {
+        return underConnectionLockWithin(std::chrono::seconds(10), [] {});
+    }
+
+    Latch isStuck;
+    Latch goOn;
+    std::future<int> publishing;
+};
+
+TEST(StateChange, ToReadyIsCompleteAlsoWhileAnotherThreadsWriteIsStuck) {
+    StuckAfterwards engine;
+    const CSClient::OutputDef output{"O", CSClient::TYPE_FLOAT};
+    ASSERT_EQ(engine.registerOutputParameters(&output, 1), 0);
+    auto changing = std::async(std::launch::async, [&engine] { return engine.connect(); });
+    ASSERT_TRUE(engine.isStuck.wait());
+    EXPECT_TRUE(engine.isComplete());
+    engine.goOn.open();
+    EXPECT_EQ(changing.get(), 0);
+    EXPECT_EQ(engine.publishing.get(), 0);
+    engine.pretendState(CSClient::STATE_DISCONNECTED);
 }
 
 }  // namespace

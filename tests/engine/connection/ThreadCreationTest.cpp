@@ -91,9 +91,10 @@ TEST(FailedThreadCreation, WithReconnectItsSecondIsSleptWithoutAnyLock) {
         returned = true;
     });
     ASSERT_TRUE(waitUntil([refusals] { return NoMoreThreads::refusals() == refusals + 1; }));
-    engine.forceCloseConnection();
+    EXPECT_EQ(engine.openConnection(1, 1, nullptr), 2);
     EXPECT_EQ(engine.registerOutputParameters(&kAnyOutput, 1), 0);
     EXPECT_FALSE(returned) << "a lock was held during the sleep";
+    engine.forceCloseConnection();
     EXPECT_EQ(callbacks.states(), "0->1 1->3");
 }
 

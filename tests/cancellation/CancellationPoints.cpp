@@ -1,0 +1,253 @@
+#include "tests/cancellation/CancellationPoints.h"
+
+#include <dlfcn.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+#include "comms/CancellationDisabled.h"
+#include "tests/support/Sanitizers.h"
+
+namespace com_tesk::test {
+
+namespace {
+
+thread_local ThreadScript* current = nullptr;
+
+/// How long what lasts whole seconds lasts in this program.
+constexpr long kShortNanoseconds = 5'000'000;
+
+/// The system's own function behind the one of this program. On a scripted thread it is that of the C library: the thread
+/// sanitizer's function in front of it does not survive a cancellation, and takes no notice of the thread's locks then.
+template <typename Signature>
+class SystemFunction;
+
+template <typename Result, typename... Arguments>
+class SystemFunction<Result(Arguments...)> {
+  public:
+    explicit SystemFunction(const char* name) : next(reinterpret_cast<Function>(dlsym(RTLD_NEXT, name))) {
+        void* const cLibrary = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+        void* const found = cLibrary != nullptr ? dlsym(cLibrary, name) : nullptr;
+        last = found != nullptr ? reinterpret_cast<Function>(found) : next;
+    }
+
+    Result operator()(Arguments... arguments) const { return (current != nullptr ? last : next)(arguments...); }
+
+  private:
+    using Function = Result (*)(Arguments...);
+
+    Function next;
+    Function last;
+};
+
+timespec shortTime() {
+    return {0, kShortNanoseconds};
+}
+
+/// The earlier of a time of the monotonic clock and the end of a short pause that begins now.
+timespec shortened(const timespec& deadline) {
+    timespec early{};
+    clock_gettime(CLOCK_MONOTONIC, &early);
+    early.tv_nsec += kShortNanoseconds;
+    if (early.tv_nsec >= 1'000'000'000) {
+        early.tv_nsec -= 1'000'000'000;
+        ++early.tv_sec;
+    }
+    const bool isEarlier =
+        deadline.tv_sec < early.tv_sec || (deadline.tv_sec == early.tv_sec && deadline.tv_nsec < early.tv_nsec);
+    return isEarlier ? deadline : early;
+}
+
+bool areWrites(ThreadScript::Writes writes) {
+    return current != nullptr && current->writes == writes;
+}
+
+/// @return whether the pause that begins now is to last its time.
+bool beginPause() {
+    if (current == nullptr || !current->hasLongPauses) {
+        return false;
+    }
+    current->isInPause = true;
+    return true;
+}
+
+}  // namespace
+
+ScriptedThread::ScriptedThread(ThreadScript& script) {
+    current = &script;
+}
+
+ScriptedThread::~ScriptedThread() {
+    current = nullptr;
+}
+
+void passCancellationPoint(const char* name) {
+    ThreadScript* const script = current;
+    if (script == nullptr) {
+        return;
+    }
+    ++script->points;
+    script->lastPoint = name;
+    if (script->points == script->cancelAt) {
+        pthread_cancel(pthread_self());
+    }
+    // Takes effect here, not inside the system's function: sanitizers replace some of those by functions that are not
+    // prepared for it.
+    pthread_testcancel();
+}
+
+}  // namespace com_tesk::test
+
+using com_tesk::test::areWrites;
+using com_tesk::test::beginPause;
+using com_tesk::test::current;
+using com_tesk::test::kUnderThreadSanitizer;
+using com_tesk::test::passCancellationPoint;
+using com_tesk::test::shortened;
+using com_tesk::test::shortTime;
+using com_tesk::test::SystemFunction;
+using com_tesk::test::ThreadScript;
+
+#define PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
+
+PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
+    static const SystemFunction<int(clockid_t, int, const timespec*, timespec*)> real("clock_nanosleep");
+    const bool isLong = beginPause();
+    passCancellationPoint("clock_nanosleep");
+    if (isLong) {
+        return real(clock, flags, duration, left);
+    }
+    const timespec pause = shortTime();
+    real(CLOCK_MONOTONIC, 0, &pause, nullptr);
+    return 0;
+}
+
+PROGRAM_WIDE int nanosleep(const timespec* duration, timespec* left) {
+    static const SystemFunction<int(const timespec*, timespec*)> real("nanosleep");
+    passCancellationPoint("nanosleep");
+    return real(duration, left);
+}
+
+PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
+    using Wait = decltype(&pthread_cond_timedwait);
+    // By its version, where there are two: without one the older is found, which takes another condition. The thread
+    // sanitizer's has no version, and has to see that the mutex is released.
+    static void* const newer =
+        kUnderThreadSanitizer ? nullptr : dlvsym(RTLD_NEXT, "pthread_cond_timedwait", "GLIBC_2.3.2");
+    static const auto real =
+        reinterpret_cast<Wait>(newer != nullptr ? newer : dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
+    const bool isLong = beginPause();
+    passCancellationPoint("pthread_cond_timedwait");
+    if (isLong && kUnderThreadSanitizer) {
+        // Not cancelled inside the sanitizer's function, as above. A real wait does this too when it is cancelled.
+        for (;;) {
+            {
+                const com_tesk::CancellationDisabled whileUnlocked;
+                pthread_mutex_unlock(mutex);
+                const timespec pause = shortTime();
+                clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
+                pthread_mutex_lock(mutex);
+            }
+            pthread_testcancel();
+        }
+    }
+    const timespec early = shortened(*deadline);
+    return real(condition, mutex, isLong ? deadline : &early);
+}
+
+PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
+    static const SystemFunction<ssize_t(int, void*, size_t)> real("read");
+    passCancellationPoint("read");
+    return real(descriptor, buffer, count);
+}
+
+PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
+    static const SystemFunction<ssize_t(int, void*, size_t, int)> real("recv");
+    passCancellationPoint("recv");
+    return real(descriptor, buffer, count, flags);
+}
+
+PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
+    static const SystemFunction<ssize_t(int, const void*, size_t)> real("write");
+    if (current != nullptr) {
+        ++current->writeCalls;
+    }
+    passCancellationPoint("write");
+    if (areWrites(ThreadScript::Writes::FAILING)) {
+        errno = EPIPE;
+        return -1;
+    }
+    if (areWrites(ThreadScript::Writes::HALVED) && count > 1) {
+        const ssize_t first = real(descriptor, buffer, count / 2);
+        if (first < 0) {
+            return first;
+        }
+        // The system waits for room here, inside the one call.
+        passCancellationPoint("write");
+        const ssize_t rest =
+            real(descriptor, static_cast<const char*>(buffer) + first, count - static_cast<size_t>(first));
+        return rest < 0 ? first : first + rest;
+    }
+    return real(descriptor, buffer, count);
+}
+
+PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
+    static const SystemFunction<ssize_t(int, const void*, size_t, int)> real("send");
+    const int call = current == nullptr ? 0 : current->writeCalls++;
+    passCancellationPoint("send");
+    if (areWrites(ThreadScript::Writes::FAILING)) {
+        errno = EPIPE;
+        return -1;
+    }
+    if (areWrites(ThreadScript::Writes::HALVED)) {
+        if (call % 3 == 0 && count > 1) {
+            return real(descriptor, buffer, count / 2, flags);
+        }
+        if (call % 3 == 1) {
+            errno = EAGAIN;
+            return -1;
+        }
+    }
+    return real(descriptor, buffer, count, flags);
+}
+
+PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
+    static const SystemFunction<int(pollfd*, nfds_t, int)> real("poll");
+    passCancellationPoint("poll");
+    if (current != nullptr && current->inPoll) {
+        // What the test does there is no part of the operation.
+        ThreadScript* const script = std::exchange(current, nullptr);
+        std::exchange(script->inPoll, nullptr)();
+        current = script;
+        // What has come of it is found before there is room to write.
+        descriptors->events = static_cast<short>(descriptors->events & ~POLLOUT);
+    }
+    return real(descriptors, count, timeout);
+}
+
+PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
+    static const SystemFunction<int(int, const sockaddr*, socklen_t)> real("connect");
+    passCancellationPoint("connect");
+    return real(descriptor, address, length);
+}
+
+PROGRAM_WIDE int close(int descriptor) {
+    static const SystemFunction<int(int)> real("close");
+    passCancellationPoint("close");
+    return real(descriptor);
+}
+
+PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value, socklen_t length) noexcept {
+    static const SystemFunction<int(int, int, int, const void*, socklen_t)> real("setsockopt");
+    if (level == SOL_SOCKET && option == SO_RCVTIMEO) {
+        const timeval early{0, com_tesk::test::kShortNanoseconds / 1'000};
+        return real(descriptor, level, option, &early, sizeof early);
+    }
+    return real(descriptor, level, option, value, length);
+}
