@@ -51,12 +51,17 @@ CSClient::~CSClient() {
         return;  // The subclass's constructor has failed.
     }
     const CancellationDisabled untilDestroyed;
+    endConnection();
+    delete engine;
+    engine = nullptr;
+}
+
+void CSClient::endConnection() {
+    const CancellationDisabled untilEnded;
     engine->forceCloseConnection();
     while (engine->getState() != STATE_DISCONNECTED) {
         sleepWholeSeconds(kLookAgainSeconds);
     }
-    delete engine;
-    engine = nullptr;
 }
 
 int CSClient::open(unsigned int address, unsigned int port, const ConnectionOptions* options) {

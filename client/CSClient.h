@@ -142,7 +142,8 @@ class CSCLIENT_EXPORT CSClient {
     CSClient& operator=(const CSClient&) = delete;
 
     /// Closes the connection, waits for `STATE_DISCONNECTED` without limit, in whole seconds, and deletes the engine
-    /// with its transport. The callback interfaces hear of the end, so they must still be there.
+    /// with its transport. The callback interfaces hear of the end, so they must still be there. A derived class with members
+    /// that callbacks use, or with virtual operations of its own, closes in its own destructor first.
     ///
     /// Without a connection it returns at once. A callback that does not return holds it up for as long; with the
     /// standard transport, a connect under way does for up to 30 seconds, and a host that stalls in the middle of a
@@ -352,6 +353,9 @@ class CSCLIENT_EXPORT CSClient {
     /// @}
 
   protected:
+    /// Closes the connection and waits for `STATE_DISCONNECTED` without limit, in whole seconds.
+    [[gnu::noinline]] CSCLIENT_INTERNAL void endConnection();
+
     /// Owned; constant once the subclass has been constructed.
     CSClientProtocol* engine = nullptr;
 };

@@ -8,6 +8,9 @@ SimClient::SimClient(unsigned int simulatorId, unsigned int options) : CSClient(
     engine = new SimulatorProtocol(simulatorId, options);
 }
 
-SimClient::~SimClient() = default;
+SimClient::~SimClient() {
+    // A callback may be calling a virtual operation of this class.
+    endConnection();
+}
 
 }  // namespace com_tesk
