@@ -10,7 +10,11 @@ struct Printer : CSClient::CallbackIface {
     void outputParametersConfirmed(const std::vector<CSClient::OutputDef>&) override {}
     void inputParametersConfirmed(const std::vector<CSClient::InputDef>&) override {}
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
-        for (const auto& parameter : parameters) std::cout << parameter.name << " = " << parameter.value.asFloat << "\n";
+        for (const auto& parameter : parameters) {
+            std::cout << parameter.name << " = ";
+            if (parameter.type == CSClient::TYPE_INT) std::cout << parameter.value.asInt << "\n";
+            else std::cout << parameter.value.asFloat << "\n";
+        }
     }
 };
 
