@@ -16,12 +16,14 @@ class RawMessage;
 /// A client of a simulation host: opens a connection, registers outputs to publish and inputs to receive, publishes
 /// values and hears of everything through callbacks. `SimClient` is the one to create.
 ///
-/// Registrations are remembered. After a lost connection (with `OPTION_AUTO_RECONNECT`) the client registers
-/// everything again by itself and sends the last published values; closing on purpose forgets every registration.
+/// Registrations are kept. After a lost connection (with `OPTION_AUTO_RECONNECT`) the client registers everything again
+/// and sends the last published values. Closing erases every registration. Without that option, a failed connect and a
+/// lost connection do, too: register again before the next `open`.
 ///
 /// Results. Operations that return an `int` give 0 for success, 2 for a failure (a connection that is not closed, a
-/// failed write), 3 for a refused argument; a line on standard error says more, unless `OPTION_SILENT` is set. Without
-/// a connection, registering and publishing succeed: they take effect at the host when the connection is up.
+/// failed write) and 3 for a refused argument. A line on standard error says more, unless `OPTION_SILENT` is set.
+/// Without a connection, registering and publishing succeed: they take effect at the host when the connection is
+/// established. `sendMessage` gives 1 then.
 ///
 /// Threads. Every operation may be called from any thread, also inside callbacks, except where `CallbackIface` says
 /// otherwise. Construction and destruction are the owner's: no other thread may be inside an operation by then.
@@ -52,8 +54,8 @@ class CSCLIENT_EXPORT CSClient {
     static constexpr ParameterType TYPE_FLOAT = 1;      ///< IEEE 754 single precision.
     static constexpr ParameterType TYPE_INT = 2;        ///< Two's-complement signed integer.
 
-    /// Connect again after a failed attempt or a lost connection, once a second, for ever. Without it any failure ends
-    /// in `STATE_DISCONNECTED`.
+    /// Connect again after a failed attempt or a lost connection, once a second, without limit. Without this option, any
+    /// failure ends in `STATE_DISCONNECTED`, which erases every registration; a failed first connect, too.
     static constexpr unsigned int OPTION_AUTO_RECONNECT = 1;
 
     /// Print no diagnostics. Two kinds of line are printed all the same: socket options that the system refuses while
@@ -72,7 +74,8 @@ class CSCLIENT_EXPORT CSClient {
         /// wire, and then the host's confirmation names another parameter.
         std::string name;
         ParameterType type = TYPE_UNDEFINED;  ///< `TYPE_INT` asks for integers, anything else but 0 for floats.
-        /// 1, 2 and 3 ask for the host's rate codes 12000, 0 and 120000; any other number is accepted and asks for 0.
+        /// 1, 2 and 3 select the rate codes 12000, 0 and 120000 in the request; any other number is accepted and selects
+        /// 0. The host decides what a rate code means: use the mode that its documentation names.
         std::uint32_t subscriptionMode = 0;
     };
 
@@ -223,8 +226,8 @@ class CSCLIENT_EXPORT CSClient {
     /// This library's version. The text is constant and lives as long as the program.
     static const char* getClientVersion();
 
-    /// The ids under which the host has confirmed outputs. Ids of earlier connections stay counted, so after a
-    /// reconnection this can exceed the number of outputs.
+    /// The number of ids under which the host has confirmed outputs. Ids of earlier connections stay counted. After a
+    /// reconnection, outputs therefore still look confirmed, and the number can exceed that of the outputs.
     int getNumberOfRegisteredOutputParameters() const;
     /// Outputs minus confirmed ids: negative when ids of earlier connections are counted.
     int getNumberOfUnregisteredOutputParameters() const;
@@ -233,7 +236,8 @@ class CSCLIENT_EXPORT CSClient {
     int getNumberOfRegisteredInputParameters() const;
     /// Inputs minus confirmed ids.
     int getNumberOfUnregisteredInputParameters() const;
-    /// Whether the host has confirmed the output; after a reconnection, whether it ever had.
+    /// Whether the host has confirmed the output, on this connection or an earlier one: an output keeps its id over a
+    /// reconnection. `outputParametersConfirmed` tells when the host has confirmed it on this connection.
     bool isOutputParameterRegistered(const std::string& name) const;
     /// Whether the host has confirmed the input on this connection.
     bool isInputParameterRegistered(const std::string& name) const;
@@ -258,17 +262,21 @@ class CSCLIENT_EXPORT CSClient {
     /// As `registerOutputParameters` with all of them.
     int registerOutputParameters(const std::vector<OutputDef>& definitions);
 
-    /// Looks at most `seconds` times, a second apart, whether every output is confirmed, and sleeps after the last look
-    /// too. It compares counts, so ids of earlier connections let it run into its end.
-    /// @return whether they were; always false for 0 seconds.
+    /// Polls once a second, at most `seconds` times, whether every output is confirmed, and sleeps after the last poll,
+    /// too. It compares the number of outputs with the number of ids, also without a connection:
+    ///   - When no output is registered, it returns true at once.
+    ///   - Ids from earlier connections stay counted. After a reconnection it can return true before the host has
+    ///     confirmed anything, and it can time out although every output is confirmed.
+    /// @return true as soon as the numbers were equal; always false for 0 seconds.
     bool waitForOutputsToBeRegistered(unsigned int seconds) const;
 
     /// As `unregisterOutputParameters` with one.
     int unregisterOutputParameter(const std::string& name);
 
-    /// Unregisters the outputs named, with one request, and forgets them. Unknown names are skipped. The request
-    /// carries the outputs' ids, so the host keeps one that it has not confirmed until the connection ends.
-    /// @return 0 done, also without a connection; 2 the write failed and nothing is forgotten.
+    /// Unregisters the outputs named, with one request, and erases them. Unknown names are skipped. The request
+    /// carries the outputs' ids. The host keeps an output that it has not confirmed on this connection until the
+    /// connection ends: the request has no id for it, or that of an earlier connection.
+    /// @return 0 done, also without a connection; 2 the write failed and nothing is erased.
     int unregisterOutputParameters(const std::vector<std::string>& names);
     /// As `unregisterOutputParameters` with the names of `count` definitions; nothing else of them is looked at.
     /// @throw std::length_error  `count` is above 1,073,741,823.
@@ -288,7 +296,8 @@ class CSCLIENT_EXPORT CSClient {
     int registerInputParameters(const InputDef* definitions, unsigned int count);
     /// As `registerInputParameters` with all of them.
     int registerInputParameters(const std::vector<InputDef>& definitions);
-    /// As `waitForOutputsToBeRegistered`. Ids of earlier connections do not count.
+    /// As `waitForOutputsToBeRegistered`, but ids of earlier connections do not count. While a reconnection rebuilds the
+    /// inputs, the table is empty for a moment, and it returns true.
     bool waitForInputsToBeRegistered(unsigned int seconds) const;
     /// As `unregisterInputParameters` with one.
     int unregisterInputParameter(const std::string& name);
@@ -310,8 +319,9 @@ class CSCLIENT_EXPORT CSClient {
     /// Publishes new values of registered outputs with one request. All or nothing: when any record is refused (type 0;
     /// a name that is too long or not registered), no stored value changes.
     ///
-    /// A record's 32 bits are sent as they are, under the type that the output was registered with. What is published
-    /// before the host has confirmed the output is sent once more when it does.
+    /// A record's 32 bits are sent unchanged, with the type that the output was registered with. A value that is published
+    /// before the host has confirmed the output is sent at once, and again after the confirmation. Until then it has the
+    /// id 0x000FFFFF on the first connection, and the id of the earlier connection after a reconnection.
     /// @param parameters  `count` records; read during the call only, and may be null when that is 0.
     /// @param count       0 does nothing and succeeds.
     /// @return 0 sent, or stored for the next connection; 2 the write failed (the values stay stored and are sent when
