@@ -54,8 +54,8 @@ class CSCLIENT_EXPORT CSClient {
     static constexpr ParameterType TYPE_FLOAT = 1;      ///< IEEE 754 single precision.
     static constexpr ParameterType TYPE_INT = 2;        ///< Two's-complement signed integer.
 
-    /// Connect again after a failed attempt or a lost connection, once a second, without limit. Without this option, any
-    /// failure ends in `STATE_DISCONNECTED`, which erases every registration; a failed first connect, too.
+    /// Connect again after a failed attempt or a lost connection, once a second, without limit. Without this option,
+    /// any failure, also of the first connect, ends in `STATE_DISCONNECTED`, which erases every registration.
     static constexpr unsigned int OPTION_AUTO_RECONNECT = 1;
 
     /// Print no diagnostics. Two kinds of line are printed all the same: socket options that the system refuses while
@@ -74,8 +74,8 @@ class CSCLIENT_EXPORT CSClient {
         /// wire, and then the host's confirmation names another parameter.
         std::string name;
         ParameterType type = TYPE_UNDEFINED;  ///< `TYPE_INT` asks for integers, anything else but 0 for floats.
-        /// 1, 2 and 3 select the rate codes 12000, 0 and 120000 in the request; any other number is accepted and selects
-        /// 0. The host decides what a rate code means: use the mode that its documentation names.
+        /// 1, 2 and 3 select the rate codes 12000, 0 and 120000 in the request. Any other number is accepted and
+        /// selects 0. The host decides what a rate code means: use the mode that its documentation names.
         std::uint32_t subscriptionMode = 0;
     };
 
@@ -296,8 +296,8 @@ class CSCLIENT_EXPORT CSClient {
     int registerInputParameters(const InputDef* definitions, unsigned int count);
     /// As `registerInputParameters` with all of them.
     int registerInputParameters(const std::vector<InputDef>& definitions);
-    /// As `waitForOutputsToBeRegistered`, but ids of earlier connections do not count. While a reconnection rebuilds the
-    /// inputs, the table is empty for a moment, and it returns true.
+    /// As `waitForOutputsToBeRegistered`, but ids of earlier connections do not count. While a reconnection rebuilds
+    /// the inputs, the table is empty for a moment, and it returns true.
     bool waitForInputsToBeRegistered(unsigned int seconds) const;
     /// As `unregisterInputParameters` with one.
     int unregisterInputParameter(const std::string& name);
@@ -319,9 +319,9 @@ class CSCLIENT_EXPORT CSClient {
     /// Publishes new values of registered outputs with one request. All or nothing: when any record is refused (type 0;
     /// a name that is too long or not registered), no stored value changes.
     ///
-    /// A record's 32 bits are sent unchanged, with the type that the output was registered with. A value that is published
-    /// before the host has confirmed the output is sent at once, and again after the confirmation. Until then it has the
-    /// id 0x000FFFFF on the first connection, and the id of the earlier connection after a reconnection.
+    /// A record's 32 bits are sent unchanged, with the type that the output was registered with. A value that is
+    /// published before the host has confirmed the output is sent at once, and again after the confirmation. Until then
+    /// it has the id 0x000FFFFF on the first connection, and the id of the earlier connection after a reconnection.
     /// @param parameters  `count` records; read during the call only, and may be null when that is 0.
     /// @param count       0 does nothing and succeeds.
     /// @return 0 sent, or stored for the next connection; 2 the write failed (the values stay stored and are sent when
