@@ -231,15 +231,15 @@ class CSCLIENT_EXPORT CSClient {
     int getNumberOfRegisteredOutputParameters() const;
     /// Outputs minus confirmed ids: negative when ids of earlier connections are counted.
     int getNumberOfUnregisteredOutputParameters() const;
-    /// The ids under which the host has confirmed inputs on this connection: more than the inputs when it has confirmed
-    /// one twice, under different ids.
+    /// The number of ids under which the host has confirmed inputs on this connection (while it is lost: on the last
+    /// one). It exceeds the number of inputs when the host has confirmed one twice, under different ids.
     int getNumberOfRegisteredInputParameters() const;
     /// Inputs minus confirmed ids.
     int getNumberOfUnregisteredInputParameters() const;
     /// Whether the host has confirmed the output, on this connection or an earlier one: an output keeps its id over a
     /// reconnection. `outputParametersConfirmed` tells when the host has confirmed it on this connection.
     bool isOutputParameterRegistered(const std::string& name) const;
-    /// Whether the host has confirmed the input on this connection.
+    /// Whether the host has confirmed the input on this connection. While the connection is lost: on the last one.
     bool isInputParameterRegistered(const std::string& name) const;
 
     /// @}
@@ -296,8 +296,8 @@ class CSCLIENT_EXPORT CSClient {
     int registerInputParameters(const InputDef* definitions, unsigned int count);
     /// As `registerInputParameters` with all of them.
     int registerInputParameters(const std::vector<InputDef>& definitions);
-    /// As `waitForOutputsToBeRegistered`, but ids of earlier connections do not count. While a reconnection rebuilds
-    /// the inputs, the table is empty for a moment, and it returns true.
+    /// As `waitForOutputsToBeRegistered`, but from a reconnection on, ids of earlier connections do not count. While the
+    /// reconnection rebuilds the inputs, the table is empty for a moment, and it returns true.
     bool waitForInputsToBeRegistered(unsigned int seconds) const;
     /// As `unregisterInputParameters` with one.
     int unregisterInputParameter(const std::string& name);
