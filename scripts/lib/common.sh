@@ -1,0 +1,53 @@
+# Functions that several scripts share. A script sources this file with the project's folder as the working directory.
+# shellcheck shell=bash
+
+# The Debian packages that a build with tests needs.
+# shellcheck disable=SC2034 # Used by the scripts that source this file.
+test_packages=(g++ cmake ninja-build libasio-dev libcli11-dev libgtest-dev libgmock-dev)
+
+# syntax ARGUMENTS: prints the arguments that the script takes, and ends it with 1.
+syntax() {
+    echo "Syntax: $0 $1" >&2
+    exit 1
+}
+
+# choose BEFORE CHOICES ARGUMENT...: sets `chosen` to the arguments, or to all choices when there are none. An argument that is not
+# a choice ends the script. BEFORE names the arguments that precede the choices, for the message.
+choose() {
+    local before=$1 choices=$2 one
+    shift 2
+    chosen=("$@")
+    [ $# -gt 0 ] || read -ra chosen <<<"$choices"
+    for one in "${chosen[@]}"; do
+        [[ " $choices " == *" $one "* ]] || syntax "${before}[${choices// /] [}]"
+    done
+}
+
+# build_suite NAME PRESET...: builds the presets. build/NAME/ then has the tests of all of them, so that one CTest run gives one
+# summary.
+build_suite() {
+    local suite=build/$1 preset
+    shift
+    mkdir -p "$suite"
+    : >"$suite/CTestTestfile.cmake"
+    for preset in "$@"; do
+        cmake --preset "$preset"
+        cmake --build --preset "$preset"
+        echo "subdirs(\"$PWD/build/$preset\")" >>"$suite/CTestTestfile.cmake"
+    done
+}
+
+# run_suite NAME OPTION...: runs the tests in build/NAME/, with further options of CTest. Most tests wait for the system's
+# whole-second sleeps, so many run side by side on each core.
+run_suite() {
+    local suite=build/$1
+    shift
+    ctest --test-dir "$suite" --output-on-failure --no-tests=error --parallel $((8 * $(nproc))) "$@"
+}
+
+# await_fewer_jobs COUNT: waits until fewer than COUNT jobs of this shell run. Fails with the first job that it sees fail.
+await_fewer_jobs() {
+    while [ "$(jobs -rp | wc -l)" -ge "$1" ]; do
+        wait -n
+    done
+}
