@@ -1,4 +1,5 @@
-# What `cmake --install` puts where. Three components, which become one Debian package each: runtime, development, tools.
+# What `cmake --install` puts where. Three components, as there are three Debian packages: runtime, development, tools.
+# debian/*.install names the files of each package.
 
 include(CMakePackageConfigHelpers)
 
