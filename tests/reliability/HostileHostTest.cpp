@@ -54,6 +54,12 @@ TEST_P(HostileHost, ThatStallsInMidFrameHoldsUpNobodyButTheEndOfTheConnection) {
             !victim.heard.waitFor("state 2->4")) {
             return "did not begin";
         }
+        // The standard transport takes a part of a header for an error. The tables are emptied at the end of the connection,
+        // so it must not come between registering and publishing.
+        if (!GetParam().endsAtOnce && bytes < 32 &&
+            !eventually([&victim] { return victim.client->getConnectionState() == CSClient::STATE_DISCONNECTED; })) {
+            return "does not end";
+        }
         expectAllQueriesAtOnce(*victim.client);
         expectPublishingAtOnce(*victim.client, "OUT");
         const CSClient::State state = closeInTime(*victim.client, GetParam());
