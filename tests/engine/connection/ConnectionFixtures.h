@@ -132,6 +132,11 @@ class ConnectionEngine : public TestEngine {
         return startConnection();
     }
 
+    /// Waits until a change of state under way is complete.
+    bool waitForStateChange() {
+        return underConnectionLockWithin(std::chrono::seconds(10), [] {});
+    }
+
     /// Bodies received, each as its type and hex text, for example "1: 01 02".
     std::vector<std::string> received() const {
         const std::lock_guard<std::mutex> lock(receivedMutex);

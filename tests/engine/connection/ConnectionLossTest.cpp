@@ -138,7 +138,7 @@ TEST_F(ConnectionLoss, ForcedCloseEndsTheStreamAndForgetsEverythingDespiteReconn
     open(kReconnect | kSilent);
     ASSERT_TRUE(peer);
     engine->forceCloseConnection();
-    EXPECT_EQ(engine->getServerIPAddress(), "0.0.0.0");
+    EXPECT_TRUE(waitUntil([this] { return engine->getServerIPAddress() == "0.0.0.0"; }));
     EXPECT_TRUE(peer->waitForEnd());
     EXPECT_TRUE(waitForState(*engine, CSClient::STATE_DISCONNECTED));
     EXPECT_EQ(callbacks.states(), "0->1 1->2 2->4 4->3 3->0");

@@ -55,6 +55,8 @@ TEST(OpeningAConnection, IsAnnouncedOnTheOpenersThreadAndProgressOnTheWorkers) {
     EXPECT_EQ(callbacks.threadOf[CSClient::STATE_CONNECTING], std::this_thread::get_id());
     EXPECT_NE(callbacks.threadOf[CSClient::STATE_CONNECTED], std::this_thread::get_id());
     EXPECT_EQ(callbacks.threadOf[CSClient::STATE_READY], callbacks.threadOf[CSClient::STATE_CONNECTED]);
+    // Otherwise the worker may carry out the close.
+    ASSERT_TRUE(engine.waitForStateChange());
     engine.forceCloseConnection();
     ASSERT_TRUE(callbacks.waitFor("state 3->0"));
     EXPECT_EQ(callbacks.threadOf[CSClient::STATE_DISCONNECTING], std::this_thread::get_id());

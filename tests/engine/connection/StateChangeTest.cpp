@@ -196,11 +196,6 @@ class StuckAfterwards : public ConnectionEngine {
         EXPECT_TRUE(isStuck.wait());
     }
 
-    /// Whether the change is complete.
-    bool isComplete() {
-        return underConnectionLockWithin(std::chrono::seconds(10), [] {});
-    }
-
     Latch isStuck;
     Latch goOn;
     std::future<int> publishing;
@@ -212,7 +207,7 @@ TEST(StateChange, ToReadyIsCompleteAlsoWhileAnotherThreadsWriteIsStuck) {
     ASSERT_EQ(engine.registerOutputParameters(&output, 1), 0);
     auto changing = std::async(std::launch::async, [&engine] { return engine.connect(); });
     ASSERT_TRUE(engine.isStuck.wait());
-    EXPECT_TRUE(engine.isComplete());
+    EXPECT_TRUE(engine.waitForStateChange());
     engine.goOn.open();
     EXPECT_EQ(changing.get(), 0);
     EXPECT_EQ(engine.publishing.get(), 0);
