@@ -121,6 +121,9 @@ TEST(ParseRequest, AShortRecordOfAPublishIsRefused) {
     EXPECT_EQ(flaw(hex("04027FFF 00000028 007F0003 00050000 00000000 00000002"
                        "00000007 00000000 3F800000 00000008")),
               "publish: count 2 does not fit its body: 16 bytes of records of 12");
+    EXPECT_EQ(flaw(hex("04027FFF 00000028 007F0003 00050000 00000000 00000001"
+                       "00000007 00000000 3F800000 00000008")),
+              "publish: count 1 does not fit its body: 16 bytes of records of 12");
 }
 
 TEST(ParseRequest, AVersionRequestOfAnotherSizeIsRefused) {
@@ -141,6 +144,8 @@ TEST(ParseRequest, UnknownCodesAreRefused) {
 TEST(ParseRequest, ALengthThatTheSubHeaderDoesNotStateIsRefused) {
     EXPECT_EQ(flaw(hex("04027FFF 00000015 007F0006 00050000 00000000")),
               "sub-header states a body of 21 bytes, it has 20");
+    EXPECT_EQ(flaw(hex("04027FFF 00000013 007F0006 00050000 00000000")),
+              "sub-header states a body of 19 bytes, it has 20");
 }
 
 TEST(ParseRequest, ABodyShorterThanItsSubHeaderIsRefused) {

@@ -147,6 +147,28 @@ TEST_F(SimulatorUpdate, OldAndNewIdNameTheSameInput) {
     EXPECT_EQ(Lines{"updated A(type 2)=00 00 00 02 A(type 2)=00 00 00 03"}, log);
 }
 
+TEST_F(SimulatorUpdate, OfOtherIdsAfterOneOfAsManyNamesTheOthers) {
+    engine.receive(update(1, {updated(7, 1, "00 00 00 01")}));
+    engine.receive(update(1, {updated(8, 1, "00 00 00 02")}));
+    EXPECT_EQ((Lines{"updated A(type 2)=00 00 00 01", "updated B(type 2)=00 00 00 02"}), log);
+}
+
+TEST_F(SimulatorUpdate, IdGivenToAnotherInputAfterAnUpdateNamesThatOne) {
+    engine.receive(update(1, {updated(7, 1, "00 00 00 01")}));
+    engine.receive(inputConfirmation(1, {confirmedInput(7, 1, "00 00 00 02", "W")}));
+    log.clear();
+    engine.receive(update(1, {updated(7, 1, "00 00 00 03")}));
+    EXPECT_EQ(Lines{"updated W(type 2)=00 00 00 03"}, log);
+}
+
+TEST_F(SimulatorUpdate, IdOfAnInputUnregisteredAfterItsUpdateIsUnknown) {
+    engine.receive(update(1, {updated(7, 1, "00 00 00 01")}));
+    engine.unregisterInputParameters({"A"});
+    log.clear();
+    engine.receive(update(1, {updated(7, 1, "00 00 00 02")}));
+    EXPECT_EQ(Lines{}, log);
+}
+
 TEST_F(SimulatorUpdate, IdOfAnUnregisteredInputIsUnknown) {
     engine.unregisterInputParameters({"A"});
     engine.receive(update(2, {updated(7, 1, "00 00 00 01"), updated(8, 1, "00 00 00 02")}));

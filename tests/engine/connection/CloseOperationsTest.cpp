@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 
+#include "tests/client/CountedSleeps.h"
 #include "tests/engine/connection/ConnectionFixtures.h"
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
@@ -122,6 +123,7 @@ INSTANTIATE_TEST_SUITE_P(WithoutReconnect, ForceCloseConnection,
                          nameOf);
 
 TEST(ClosingWithReconnect, SleepsWithoutAnyLock) {
+    const LongPauses pauses;
     ConnectionEngine engine(kReconnect | kSilent);
     RecordingCallbacks callbacks;
     engine.connect();
@@ -135,9 +137,9 @@ TEST(ClosingWithReconnect, SleepsWithoutAnyLock) {
     const CSClient::OutputDef output{"A", CSClient::TYPE_INT};
     EXPECT_EQ(engine.registerOutputParameters(&output, 1), 0);
     EXPECT_EQ(engine.removeCallbackInterface(&callbacks), 0);
+    EXPECT_FALSE(closed);
     engine.forceCloseConnection();
     EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
-    EXPECT_FALSE(closed);
 }
 
 extern "C" void ignoreSignal(int /*number*/) {}

@@ -229,6 +229,20 @@ TEST_F(Publish, AValueThatWasStoredBeforeSurvivesARefusal) {
     EXPECT_EQ(engine.outputTable()[0], "A type 1 id 7 published 00000001");
 }
 
+TEST_F(Publish, AnOutputThatThePreviousCallDidNotNameIsFound) {
+    engine.publish({record("A", 1, 1)});
+    EXPECT_EQ(engine.publish({record("B", 2, 2)}), 0);
+    EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 id 7 published 00000001",
+                                                  "B type 2 id 8 published 00000002", "C type 1 waiting 00000000"));
+}
+
+TEST_F(Publish, AnOutputUnregisteredAfterItsPublicationIsUnknown) {
+    engine.publish({record("A", 1, 1)});
+    engine.unregisterOutputParameters({"A"});
+    EXPECT_EQ(engine.publish({record("A", 1, 2)}), 3);
+    EXPECT_EQ(streams.err(), "Unknown parameter ID: A\n");
+}
+
 TEST(SilentPublish, PrintsNothingAndRefusesAllTheSame) {
     const CapturedStreams streams;
     ParameterEngine engine(1, CSClient::OPTION_SILENT);

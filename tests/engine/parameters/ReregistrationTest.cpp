@@ -111,6 +111,20 @@ TEST_F(Reregistration, OldInputIdsAreForgottenByUpdatesToo) {
     EXPECT_THAT(callbacks.lines(), IsEmpty());
 }
 
+TEST_F(Reregistration, IdsThatWereUpdatedBeforeAreForgottenToo) {
+    const char* const update =
+        "04 02 7F FF 00 00 00 00 00 7F 00 03 00 00 00 00 00 00 00 00 00 00 00 01"
+        "00 00 00 07 00 00 00 01 00 00 00 2A";
+    RecordingCallbacks callbacks;
+    engine.registerInputs({input("A")});
+    engine.receive(inputsConfirmed({{7, "A"}}));
+    engine.receive(update);
+    engine.addCallbackInterface(&callbacks);
+    engine.reregisterAllInputParameters();
+    engine.receive(update);
+    EXPECT_THAT(callbacks.lines(), IsEmpty());
+}
+
 TEST_F(Reregistration, OlderIdsOfAnInputThatIsGoneStayWhenThereAreNoInputs) {
     RecordingCallbacks callbacks;
     engine.registerInputs({input("A")});
