@@ -6,7 +6,7 @@
 #include "comms/CSCommsInterfaceTCP.h"
 #include "host/Bytes.h"
 #include "message/RawMessage.h"
-#include "simulator/SimulatorProtocol.h"
+#include "tests/support/OpenEngine.h"
 
 namespace com_tesk::bench {
 
@@ -38,11 +38,11 @@ class MemoryTransport : public CSCommsInterfaceTCP {
 
 /// The engine with a connection that stands, and neither socket nor worker: everything that it does, it does on the
 /// caller's thread.
-class MemoryEngine : public SimulatorProtocol {
+class MemoryEngine : public test::OpenEngine {
   public:
-    MemoryEngine() : SimulatorProtocol(1, CSClient::OPTION_SILENT), transport(new MemoryTransport) {
+    MemoryEngine() : OpenEngine(1, CSClient::OPTION_SILENT), transport(new MemoryTransport) {
         changeCommsInterface(transport);
-        state = CSClient::STATE_CONNECTING;
+        pretendState(CSClient::STATE_CONNECTING);
         startConnection();
     }
     ~MemoryEngine() override { unregisterAllLocalParameters(); }

@@ -8,7 +8,7 @@ add_library(csclient_shared SHARED $<TARGET_OBJECTS:csclient_objects>)
 add_library(csclient_static STATIC $<TARGET_OBJECTS:csclient_objects>)
 # The compiler may bind calls to exported functions, too, as the shared library does (see below). It then takes them in where
 # they are called, so only where every frame passes: everywhere it would cost 4 %.
-set_source_files_properties(engine/Framing.cpp simulator/SimulatorUpdate.cpp PROPERTIES
+set_source_files_properties(engine/FrameChannel.cpp simulator/ValueUpdate.cpp PROPERTIES
     COMPILE_OPTIONS -fno-semantic-interposition)
 target_link_libraries(csclient_objects PUBLIC Threads::Threads)
 target_compile_features(csclient_objects PUBLIC cxx_std_17)

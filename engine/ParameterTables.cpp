@@ -1,105 +1,127 @@
-// The four parameter tables: counting, looking up, listing names, forgetting everything.
+#include "engine/ParameterTables.h"
+
+#include <ctime>
 
 #include "comms/CSLockGuard.h"
-#include "engine/CSClientProtocol.h"
-#include "engine/RegistrationBatch.h"
 
 namespace com_tesk {
 
 namespace {
 
-template <typename ByName, typename ById>
-int countWaiting(const ByName& byName, const ById& byId) {
-    return static_cast<int>(byName.size()) - static_cast<int>(byId.size());
+/// How a thread that wants to send waits while the worker waits for the tables: at most 10 ms in all, because the worker
+/// may itself wait for a third thread.
+constexpr timespec kYield{0, 50'000};
+constexpr int kMaxYields = 200;
+
+template <typename Table>
+int unconfirmedIn(const Table& table) {
+    return static_cast<int>(table.size(false)) - static_cast<int>(table.size(true));
 }
 
-template <typename ByName>
-bool has(const ByName& byName, const std::string& name, bool confirmed) {
-    const auto found = byName.find(name);
-    return found != byName.end() && (!confirmed || found->second->serverId != CSClientProtocol::kUnassignedId);
-}
-
-template <typename ByName>
-std::vector<std::string> namesOf(const ByName& byName) {
-    std::vector<std::string> names;
-    names.reserve(byName.size());
-    for (const auto& nameAndEntry : byName) {
-        names.emplace_back(nameAndEntry.first);
-    }
-    return names;
+/// Any type but `TYPE_INT` is read as a float.
+CSClient::ParameterType readableType(CSClient::ParameterType type) {
+    return type == CSClient::TYPE_INT ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
 }
 
 }  // namespace
 
-unsigned int CSClientProtocol::getNumberOfInputParameters(bool confirmed) const {
-    const CSLockGuard lock(parameterMutex);
-    return static_cast<unsigned int>(confirmed ? inputNamesById.size() : inputsByName.size());
-}
-
-unsigned int CSClientProtocol::getNumberOfOutputParameters(bool confirmed) const {
-    const CSLockGuard lock(parameterMutex);
-    return static_cast<unsigned int>(confirmed ? outputsById.size() : outputsByName.size());
-}
-
-int CSClientProtocol::getNumberOfInputParametersWaitingForConfirmation() const {
-    const CSLockGuard lock(parameterMutex);
-    return countWaiting(inputsByName, inputNamesById);
-}
-
-int CSClientProtocol::getNumberOfOutputParametersWaitingForConfirmation() const {
-    const CSLockGuard lock(parameterMutex);
-    return countWaiting(outputsByName, outputsById);
-}
-
-bool CSClientProtocol::hasInputParameter(const std::string& name, bool confirmed) const {
-    const CSLockGuard lock(parameterMutex);
-    return has(inputsByName, name, confirmed);
-}
-
-bool CSClientProtocol::hasOutputParameter(const std::string& name, bool confirmed) const {
-    const CSLockGuard lock(parameterMutex);
-    return has(outputsByName, name, confirmed);
-}
-
-const std::string* CSClientProtocol::findInputName(std::uint32_t id) {
-    const auto* const known = updatedIndex.find(id);
-    if (known != nullptr) {
-        return &known->second;
+ParameterTables::Lock::Lock(const ParameterTables& lockedTables, Order order) : tables(lockedTables) {
+    if (order == Order::FIRST) {
+        lockedTables.lockFirst();
+    } else {
+        lockedTables.lockYielding();
     }
-    const auto found = inputNamesById.find(id);
-    if (found == inputNamesById.end()) {
-        return nullptr;
+}
+
+void ParameterTables::lockFirst() const {
+    if (!parameterMutex.tryLock()) {
+        ++waitingFirst;
+        parameterMutex.lock();
+        --waitingFirst;
     }
-    updatedIndex.add(*found);
-    return &found->second;
 }
 
-void CSClientProtocol::inputNamesChange() {
-    ++inputNamesVersion;
-    updatedIndex.clear();
+void ParameterTables::lockYielding() const {
+    for (int i = 0; i < kMaxYields && waitingFirst.load(std::memory_order_relaxed) != 0; ++i) {
+        nanosleep(&kYield, nullptr);
+    }
+    parameterMutex.lock();
 }
 
-void CSClientProtocol::unregisterAllLocalParameters() {
+unsigned int ParameterTables::numberOfInputs(bool confirmed) const {
     const CSLockGuard lock(parameterMutex);
-    const CSLockGuard namesLock(namesMutex);
-    registration::destroyEntries(inputsByName);
-    inputNamesChange();
-    inputNamesById.clear();
-    forgetPublished();
-    outputsById.clear();
-    registration::destroyEntries(outputsByName);
+    return static_cast<unsigned int>(inputTable.size(confirmed));
 }
 
-// Reads the keys under namesMutex alone, which every change of them takes beside the mutex that the analysis knows.
-std::vector<std::string> CSClientProtocol::inputNames() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-    const CSLockGuard lock(namesMutex);
-    return namesOf(inputsByName);
+unsigned int ParameterTables::numberOfOutputs(bool confirmed) const {
+    const CSLockGuard lock(parameterMutex);
+    return static_cast<unsigned int>(outputTable.size(confirmed));
 }
 
-// As inputNames.
-std::vector<std::string> CSClientProtocol::outputNames() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-    const CSLockGuard lock(namesMutex);
-    return namesOf(outputsByName);
+int ParameterTables::unconfirmedInputs() const {
+    const CSLockGuard lock(parameterMutex);
+    return unconfirmedIn(inputTable);
+}
+
+int ParameterTables::unconfirmedOutputs() const {
+    const CSLockGuard lock(parameterMutex);
+    return unconfirmedIn(outputTable);
+}
+
+bool ParameterTables::hasInput(const std::string& name, bool confirmed) const {
+    const CSLockGuard lock(parameterMutex);
+    return inputTable.all().has(name, confirmed);
+}
+
+bool ParameterTables::hasOutput(const std::string& name, bool confirmed) const {
+    const CSLockGuard lock(parameterMutex);
+    return outputTable.all().has(name, confirmed);
+}
+
+bool ParameterTables::findPublished(const std::string& name, CSClient::Parameter& parameter) const {
+    const CSLockGuard lock(parameterMutex);
+    const OutputTable::Entry* const found = outputTable.all().find(name);
+    if (found == nullptr) {
+        return false;
+    }
+    parameter.name = name;
+    // The caller's type, not the output's, says how to read the value.
+    parameter.type = readableType(parameter.type);
+    parameter.value = found->value;
+    return true;
+}
+
+void ParameterTables::appendAllPublished(std::vector<CSClient::Parameter>& parameters) const {
+    const CSLockGuard lock(parameterMutex);
+    // Appends: what the caller has gathered so far is kept.
+    parameters.reserve(parameters.size() + outputTable.size(false));
+    for (const auto& nameAndEntry : outputTable.all()) {
+        const OutputTable::Entry& entry = *nameAndEntry.second;
+        parameters.push_back({entry.name, entry.value, readableType(entry.type), 0});
+    }
+}
+
+void ParameterTables::clear() {
+    const CSLockGuard lock(parameterMutex);
+    inputTable.clear();
+    outputTable.clear();
+}
+
+bool ParameterTables::deferClose(std::uint32_t connection) {
+    if (!parameterMutex.isHeldByThisThread()) {
+        return false;
+    }
+    parameterMutex.assertHeld();
+    parameterMutex.defer(connection);
+    return true;
+}
+
+bool ParameterTables::hasDeferredClose() const {
+    if (!parameterMutex.isHeldByThisThread()) {
+        return false;
+    }
+    parameterMutex.assertHeld();
+    return parameterMutex.hasDeferred();
 }
 
 }  // namespace com_tesk

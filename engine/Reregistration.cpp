@@ -2,133 +2,105 @@
 // differently, which hosts rely on: inputs are rebuilt and wait for fresh ids, outputs are sent again as they are.
 
 #include <utility>
+#include <vector>
 
-#include "comms/CSLockGuard.h"
 #include "comms/Diagnostics.h"
-#include "engine/CSClientProtocol.h"
-#include "engine/EngineLocks.h"
-#include "engine/RegistrationBatch.h"
+#include "engine/EngineParts.h"
 
 namespace com_tesk {
 
 using diagnostics::Decimal;
 
-bool CSClientProtocol::isLeftToReregistration(Registered& registered) {
+bool CSClientProtocol::Parts::isLeftToReregistration(ReregistrationGate& gate) {
     // The thread that makes the change sends at once: a callback may register, and then everything is sent again.
-    if (registered.onConnection == connectionNumber || connectionMutex.isHeldByThisThread()) {
+    if (gate.isPassed(connection.number()) || connection.isChangedByThisThread()) {
         return false;
     }
-    registered.hasLeft = true;
+    gate.leave();
     return true;
 }
 
-bool CSClientProtocol::markRegistered(Registered& registered) const {
-    registered.onConnection = connectionNumber.load();
-    return std::exchange(registered.hasLeft, false);
-}
-
-bool CSClientProtocol::isRegistered() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-    return inputsRegistered.onConnection == connectionNumber && outputsRegistered.onConnection == connectionNumber;
-}
-
-void CSClientProtocol::registerWhatIsLeft() {
+void CSClientProtocol::Parts::registerWhatIsLeft() {
     // Usually the re-registration was made. Without the lock, which another thread may hold in a write that is stuck.
-    if (isRegistered()) {
+    if (tables.isReregistered(connection.number())) {
         return;
     }
     bool areInputsLeft = false;
     bool areOutputsLeft = false;
     {
-        const ParameterLock lock(*this);
-        areInputsLeft = markRegistered(inputsRegistered);
-        areOutputsLeft = markRegistered(outputsRegistered);
+        const ParameterTables::Lock lock(tables, orderOfThisThread());
+        areInputsLeft = tables.inputs().gate().pass(connection.number());
+        areOutputsLeft = tables.outputs().gate().pass(connection.number());
     }
     if (areInputsLeft) {
-        reregisterAllInputParameters();
+        reregisterInputs();
     }
     if (areOutputsLeft) {
-        reregisterAllOutputParameters();
+        reregisterOutputs();
     }
 }
 
-bool CSClientProtocol::isNothingRegistered() {
-    const ParameterLock lock(*this);
-    if (!inputsByName.empty() || !outputsByName.empty()) {
+bool CSClientProtocol::Parts::isNothingRegistered() {
+    const ParameterTables::Lock lock(tables, orderOfThisThread());
+    if (!tables.inputs().all().isEmpty() || !tables.outputs().all().isEmpty()) {
         return false;
     }
     // Decided under the same lock: what is registered from now on is sent by the thread that registers it.
-    markRegistered(inputsRegistered);
-    markRegistered(outputsRegistered);
+    tables.inputs().gate().pass(connection.number());
+    tables.outputs().gate().pass(connection.number());
     return true;
 }
 
-void CSClientProtocol::reregisterAllParameters() {
+void CSClientProtocol::Parts::reregisterAll() {
     if (isNothingRegistered()) {
         return;
     }
     if (!isSilent()) {
-        diagnostics::progress({"Re-registering input/output parameters (", Decimal(getNumberOfInputParameters(false)),
-                               "/", Decimal(getNumberOfOutputParameters(false)), ")..."});
+        diagnostics::progress({"Re-registering input/output parameters (", Decimal(tables.numberOfInputs(false)), "/",
+                               Decimal(tables.numberOfOutputs(false)), ")..."});
     }
-    reregisterAllInputParameters();
-    reregisterAllOutputParameters();
+    engine.reregisterAllInputParameters();
+    engine.reregisterAllOutputParameters();
 }
 
-void CSClientProtocol::reregisterAllInputParameters() {
-    std::map<std::string_view, InputParameterEntry*> oldInputs;
+void CSClientProtocol::Parts::reregisterInputs() {
+    InputTable::Entries oldInputs;
     std::vector<CSClient::InputDef> definitions;
     {
-        const ParameterLock lock(*this);
-        markRegistered(inputsRegistered);
-        if (inputsByName.empty()) {
+        const ParameterTables::Lock lock(tables, orderOfThisThread());
+        tables.inputs().gate().pass(connection.number());
+        if (tables.inputs().all().isEmpty()) {
             return;
         }
         if (!isSilent()) {
             diagnostics::progress({"Registering input parameters with server..."});
         }
-        definitions.reserve(inputsByName.size());
-        for (const auto& nameAndEntry : inputsByName) {
-            definitions.push_back(nameAndEntry.second->definition());
-        }
-        inputNamesChange();
-        inputNamesById.clear();
-        const CSLockGuard namesLock(namesMutex);
-        oldInputs.swap(inputsByName);
+        definitions = tables.inputs().definitions();
+        tables.inputs().takeAll(oldInputs);
     }
     try {
-        registerInputParameters(definitions.data(), static_cast<unsigned int>(definitions.size()));
+        engine.registerInputParameters(definitions.data(), static_cast<unsigned int>(definitions.size()));
     } catch (...) {
-        restoreInputs(oldInputs);
-        registration::destroyEntries(oldInputs);
+        // When memory runs out, or the thread is cancelled, the inputs stay registered, unconfirmed.
+        for (const auto& nameAndEntry : oldInputs) {
+            nameAndEntry.second->serverId = kUnassignedId;
+        }
+        const ParameterTables::Lock lock(tables, orderOfThisThread());
+        tables.inputs().restore(oldInputs);
         throw;
     }
-    registration::destroyEntries(oldInputs);
 }
 
-void CSClientProtocol::restoreInputs(std::map<std::string_view, InputParameterEntry*>& oldInputs) {
-    for (const auto& nameAndEntry : oldInputs) {
-        nameAndEntry.second->serverId = kUnassignedId;
-    }
-    const ParameterLock lock(*this);
-    const CSLockGuard namesLock(namesMutex);
-    inputsByName.merge(oldInputs);
-}
-
-void CSClientProtocol::reregisterAllOutputParameters() {
-    underParameterLock([this]() CSCLIENT_REQUIRES(parameterMutex) {
-        markRegistered(outputsRegistered);
-        if (outputsByName.empty()) {
+void CSClientProtocol::Parts::reregisterOutputs() {
+    underParameterLock([this]() CSCLIENT_REQUIRES(tables.mutex()) {
+        tables.outputs().gate().pass(connection.number());
+        if (tables.outputs().all().isEmpty()) {
             return 0;
         }
         if (!isSilent()) {
             diagnostics::progress({"Registering output parameters with server..."});
         }
-        std::vector<OutputParameterEntry*> batch;
-        batch.reserve(outputsByName.size());
-        for (const auto& nameAndEntry : outputsByName) {
-            batch.push_back(nameAndEntry.second);
-        }
-        return sendOutputSubscriptionRequest(batch);
+        return engine.sendOutputSubscriptionRequest(tables.outputs().all().entries());
     });
 }
 

@@ -8,12 +8,11 @@
 #include <variant>
 
 #include "comms/CSCommsInterfaceTCP.h"
-#include "engine/EngineLocks.h"
 #include "fuzz/Fuzzing.h"
 #include "fuzz/TableModel.h"
 #include "host/FrameReader.h"
 #include "host/Requests.h"
-#include "simulator/SimulatorProtocol.h"
+#include "tests/support/OpenEngine.h"
 
 namespace com_tesk {
 namespace fuzz {
@@ -126,10 +125,10 @@ class CheckingTransport : public CSCommsInterfaceTCP {
 };
 
 /// An engine without a worker whose tables are compared with the model.
-class DispatcherEngine : public SimulatorProtocol {
+class DispatcherEngine : public test::OpenEngine {
   public:
     explicit DispatcherEngine(TableModel& comparedModel)
-        : SimulatorProtocol(1, CSClient::OPTION_SILENT), model(comparedModel) {
+        : OpenEngine(1, CSClient::OPTION_SILENT), model(comparedModel) {
         checking = new CheckingTransport(model);
         changeCommsInterface(checking);
     }
@@ -138,7 +137,7 @@ class DispatcherEngine : public SimulatorProtocol {
     CheckingTransport& transportToCheck() { return *checking; }
 
     void connect() {
-        state = CSClient::STATE_CONNECTING;
+        pretendState(CSClient::STATE_CONNECTING);
         startConnection();
         model.reregister();
     }
@@ -146,30 +145,23 @@ class DispatcherEngine : public SimulatorProtocol {
     /// As the worker ends a connection.
     void disconnect() {
         forceCloseConnection();
-        underConnectionLock([this]() CSCLIENT_REQUIRES(connectionMutex) { setState(CSClient::STATE_DISCONNECTED); });
+        changeState(CSClient::STATE_DISCONNECTED);
         model.forgetEverything();
     }
 
-    bool isConnectionMutexHeld() const { return connectionMutex.isHeldByThisThread(); }
-
-    bool isOtherMutexHeld() const {
-        return parameterMutex.isHeldByThisThread() || callbackMutex.isHeldByThisThread() ||
-               namesMutex.isHeldByThisThread() || versionMutex.isHeldByThisThread();
-    }
-
     /// Looks without a lock: nothing else runs.
-    void checkTables() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        FUZZ_CHECK(inputNamesById == model.inputIds);
-        FUZZ_CHECK(std::equal(outputsById.begin(), outputsById.end(), model.outputIds.begin(), model.outputIds.end(),
+    void checkTables() const {
+        FUZZ_CHECK(inputNamesById() == model.inputIds);
+        FUZZ_CHECK(std::equal(outputsById().begin(), outputsById().end(), model.outputIds.begin(), model.outputIds.end(),
                               [](const auto& idAndEntry, std::uint32_t id) { return idAndEntry.first == id; }));
-        FUZZ_CHECK(std::equal(inputsByName.begin(), inputsByName.end(), model.inputs.begin(), model.inputs.end(),
+        FUZZ_CHECK(std::equal(inputsByName().begin(), inputsByName().end(), model.inputs.begin(), model.inputs.end(),
                               [](const auto& actual, const auto& expected) {
                                   return actual.first == expected.first && actual.second->name == expected.first &&
                                          actual.second->type == expected.second.type &&
                                          actual.second->subscriptionMode == expected.second.mode &&
                                          actual.second->serverId == expected.second.id;
                               }));
-        FUZZ_CHECK(std::equal(outputsByName.begin(), outputsByName.end(), model.outputs.begin(), model.outputs.end(),
+        FUZZ_CHECK(std::equal(outputsByName().begin(), outputsByName().end(), model.outputs.begin(), model.outputs.end(),
                               [](const auto& actual, const auto& expected) {
                                   return actual.first == expected.first && actual.second->name == expected.first &&
                                          actual.second->type == expected.second.type &&

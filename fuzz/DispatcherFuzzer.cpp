@@ -99,7 +99,7 @@ class Session {
         explicit Callbacks(Session& calledSession) : session(calledSession) {}
 
         void connectionStateChanged(CSClient::State /*oldState*/, CSClient::State /*newState*/) override {
-            FUZZ_CHECK(session.engine.isConnectionMutexHeld() && !session.engine.isOtherMutexHeld());
+            FUZZ_CHECK(session.engine.holdsConnectionMutex() && !session.engine.holdsOtherLock());
             session.actNext();
         }
         void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
@@ -120,7 +120,7 @@ class Session {
     template <typename Record>
     void hear(const std::optional<std::vector<Record>>& expected, const std::vector<Record>& actual,
               unsigned int& calls) {
-        FUZZ_CHECK(!engine.isConnectionMutexHeld() && !engine.isOtherMutexHeld());
+        FUZZ_CHECK(!engine.holdsAnyLock());
         FUZZ_CHECK(expected.has_value());
         FUZZ_CHECK(std::equal(actual.begin(), actual.end(), expected->begin(), expected->end(),
                               [](const Record& a, const Record& b) { return isSame(a, b); }));
@@ -154,7 +154,7 @@ class Session {
     }
 
     void check() const {
-        FUZZ_CHECK(!engine.isConnectionMutexHeld() && !engine.isOtherMutexHeld());
+        FUZZ_CHECK(!engine.holdsAnyLock());
         engine.checkTables();
     }
 
@@ -238,7 +238,7 @@ class Session {
                 break;
             case 14:
                 // Not under the lock of the connection.
-                if (!engine.isConnectionMutexHeld()) {
+                if (!engine.holdsConnectionMutex()) {
                     engine.forceCloseConnection();
                 }
                 break;

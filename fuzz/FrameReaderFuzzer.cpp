@@ -7,7 +7,7 @@
 #include "comms/CSCommsInterfaceTCP.h"
 #include "fuzz/Fuzzing.h"
 #include "message/RawMessage.h"
-#include "simulator/SimulatorProtocol.h"
+#include "tests/support/OpenEngine.h"
 
 using com_tesk::CSClient;
 using com_tesk::CSCommsInterfaceTCP;
@@ -92,24 +92,18 @@ class SplittingTransport : public CSCommsInterfaceTCP {
 };
 
 /// An engine that connects without a worker and keeps the bodies that it is handed.
-class FrameEngine : public SimulatorProtocol {
+class FrameEngine : public com_tesk::test::OpenEngine {
   public:
     explicit FrameEngine(Input& input)
-        : SimulatorProtocol(1, CSClient::OPTION_SILENT), split(new SplittingTransport(input)) {
+        : OpenEngine(1, CSClient::OPTION_SILENT), split(new SplittingTransport(input)) {
         changeCommsInterface(split);
-        state = CSClient::STATE_CONNECTING;
+        pretendState(CSClient::STATE_CONNECTING);
         startConnection();
     }
 
     void handleReceivedMessage(const RawMessage& message) override {
-        FUZZ_CHECK(!isAnyMutexHeld());
+        FUZZ_CHECK(!holdsAnyLock());
         bodies.push_back(message);
-    }
-
-    bool isAnyMutexHeld() const {
-        return connectionMutex.isHeldByThisThread() || parameterMutex.isHeldByThisThread() ||
-               callbackMutex.isHeldByThisThread() || namesMutex.isHeldByThisThread() ||
-               versionMutex.isHeldByThisThread();
     }
 
     /// Owned by the engine.
@@ -154,7 +148,7 @@ void checkDelivery(const RawMessage& message, const std::vector<Read>& reads, st
 /// What one turn of the engine's loop did, judged by the reads that it made.
 void checkTurn(const FrameEngine& engine) {
     const std::vector<Read>& reads = engine.split->reads;
-    FUZZ_CHECK(!engine.isAnyMutexHeld());
+    FUZZ_CHECK(!engine.holdsAnyLock());
     FUZZ_CHECK(!reads.empty() && reads[0].asked == kHeaderLength && reads[0].sizeBefore == 0);
     if (!isGoodHeader(reads[0])) {
         const bool isQuiet = reads[0].result == -2;

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "message/FrameLayout.h"
+
 // The bodies of the simulator protocol's messages. Offsets count from the start of the body, which follows the 32 bytes
 // of frame header. All words are big-endian and 32 bits wide, but for the message code.
 //
@@ -51,6 +53,25 @@ constexpr unsigned int kVersion = 0x0106;
 /// Where a confirmation holds its count and its records.
 constexpr unsigned int kCountOffset = 16;
 constexpr unsigned int kRecordsOffset = 20;
+
+namespace input_subscription {
+constexpr std::size_t kRecordLength = 3 * kWordLength + kNameLength;
+/// The rates of the subscription modes 1, 2 and 3; any other mode has 0.
+constexpr unsigned int kRates[] = {12000, 0, 120000};
+}  // namespace input_subscription
+
+namespace output_registration {
+constexpr std::size_t kRecordLength = 2 * kWordLength + kNameLength;
+/// Sent with every output.
+constexpr unsigned int kRate = 1200;
+}  // namespace output_registration
+
+namespace publication {
+constexpr std::size_t kRecordLength = 3 * kWordLength;
+}  // namespace publication
+
+/// What every request begins with, in its frame: the frame's header, the sub-header and the simulator word.
+constexpr std::size_t kRequestFieldsOffset = frame::kHeaderLength + kSimulatorWordOffset + kWordLength;
 
 namespace input_confirmation {
 constexpr unsigned int kRecordLength = 52;

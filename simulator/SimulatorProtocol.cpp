@@ -1,17 +1,17 @@
 #include "simulator/SimulatorProtocol.h"
 
-#include "message/BigEndian.h"
-#include "simulator/MessageLayout.h"
+#include "simulator/HostMessages.h"
+#include "simulator/SimulatorInside.h"
 
 namespace com_tesk {
 
 SimulatorProtocol::SimulatorProtocol(unsigned int initialSimulatorId, unsigned int optionFlags)
-    : CSClientProtocol(optionFlags), simulatorId(initialSimulatorId) {}
+    : CSClientProtocol(optionFlags), inside(std::make_unique<Inside>(engineParts(), initialSimulatorId)) {}
 
 SimulatorProtocol::~SimulatorProtocol() = default;
 
 unsigned int SimulatorProtocol::getSimulatorId() const {
-    return simulatorId;
+    return inside->simulatorId;
 }
 
 int SimulatorProtocol::setSimulatorId(unsigned int id) {
@@ -19,16 +19,12 @@ int SimulatorProtocol::setSimulatorId(unsigned int id) {
     if (id >= kSimulatorIdLimit) {
         return kRefused;
     }
-    simulatorId = id;
+    inside->simulatorId = id;
     return 0;
 }
 
 void SimulatorProtocol::handleReceivedMessage(const RawMessage& message) {
-    constexpr unsigned int kProtocols = layout::kProtocol << 8U | layout::kSubprotocol;
-    if (message.size() < layout::kSubHeaderLength || big_endian::halfWordAt(message.data()) != kProtocols) {
-        return;
-    }
-    switch (big_endian::halfWordAt(message.data() + layout::kMessageCodeOffset)) {
+    switch (wire::messageCode(message)) {
         case layout::kOutputRegistrationConfirmed:
             handlePublishResponse(message);
             break;

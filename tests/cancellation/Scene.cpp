@@ -50,12 +50,16 @@ void CancellableCallbacks::inputParametersUpdated(const std::vector<CSClient::Pa
     }
 }
 
-void OpenEngine::useEveryLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+void LockedEngine::useEveryLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     constexpr std::chrono::seconds kMaxWait{30};
-    if (!underConnectionLockWithin(kMaxWait, [] {})) {
+    Parts& engine = engineParts();
+    if (!engine.connection.underLockWithin(kMaxWait, [] {})) {
         endBecauseOf("the lock of the connection was left held");
     }
-    for (CSMutex* const mutex : {&parameterMutex, &namesMutex, &callbackMutex, &versionMutex}) {
+    CSMutex* const mutexes[] = {&parameterMutex(), &PartAccess::namesMutex(PartAccess::inputs(engine.tables)),
+                                &PartAccess::namesMutex(PartAccess::outputs(engine.tables)),
+                                &PartAccess::callbackMutex(engine.callbacks), &PartAccess::versionMutex(engine.host)};
+    for (CSMutex* const mutex : mutexes) {
         if (!mutex->lockWithin(kMaxWait)) {
             endBecauseOf("a lock was left held");
         }
@@ -63,7 +67,7 @@ void OpenEngine::useEveryLock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     }
 }
 
-OpenClient::OpenClient(unsigned int optionFlags) : CSClient(optionFlags), inside(new OpenEngine(optionFlags)) {
+OpenClient::OpenClient(unsigned int optionFlags) : CSClient(optionFlags), inside(new LockedEngine(optionFlags)) {
     engine = inside;
 }
 

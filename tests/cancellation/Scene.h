@@ -6,12 +6,11 @@
 #include <string>
 
 #include "client/CSClient.h"
-#include "engine/EngineLocks.h"
 #include "host/LoopbackHost.h"
-#include "simulator/SimulatorProtocol.h"
 #include "tests/cancellation/ApplicationThread.h"
 #include "tests/host/EventLog.h"
 #include "tests/reliability/Sockets.h"
+#include "tests/support/OpenEngine.h"
 
 namespace com_tesk::test {
 
@@ -47,9 +46,9 @@ class CancellableCallbacks : public CSClient::CallbackIface {
 };
 
 /// The engine of a client, with its locks in reach.
-class OpenEngine : public SimulatorProtocol {
+class LockedEngine : public OpenEngine {
   public:
-    explicit OpenEngine(unsigned int optionFlags) : SimulatorProtocol(1, optionFlags) {}
+    explicit LockedEngine(unsigned int optionFlags) : OpenEngine(1, optionFlags) {}
 
     /// Takes and releases every lock; ends the program when one is not released within 30 seconds.
     void useEveryLock();
@@ -58,10 +57,10 @@ class OpenEngine : public SimulatorProtocol {
 class OpenClient : public CSClient {
   public:
     explicit OpenClient(unsigned int optionFlags);
-    OpenEngine& engineInside() const { return *inside; }
+    LockedEngine& engineInside() const { return *inside; }
 
   private:
-    OpenEngine* const inside;
+    LockedEngine* const inside;
 };
 
 /// A transport by kind.

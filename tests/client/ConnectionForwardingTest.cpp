@@ -45,11 +45,11 @@ class ConnectingEngine : public TestEngine {
 
     ConnectRecorder& connects() { return *recorder; }
 
-    std::string bufferSizes() CSCLIENT_EXCLUDES(connectionMutex) {
+    std::string bufferSizes() {
         std::string sizes;
-        underConnectionLock([&]() CSCLIENT_REQUIRES(connectionMutex) {
-            sizes = std::to_string(connectionOptions.receiveBufferSize) + " " +
-                    std::to_string(connectionOptions.sendBufferSize);
+        underConnectionLock([&]() {
+            const CSClient::ConnectionOptions& options = PartAccess::connectionOptions(engineParts().connection);
+            sizes = std::to_string(options.receiveBufferSize) + " " + std::to_string(options.sendBufferSize);
         });
         return sizes;
     }

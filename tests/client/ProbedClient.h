@@ -27,13 +27,13 @@ class ProbeEngine : public TestEngine {
     const CSClient::InputDef* lastDefinitions = nullptr;
 
     /// Copies of entries; throw when there is none of that name.
-    InputParameterEntry input(const std::string& name) CSCLIENT_EXCLUDES(parameterMutex) {
-        const CSLockGuard lock(parameterMutex);
-        return *inputsByName.at(name);
+    InputParameterEntry input(const std::string& name) {
+        const CSLockGuard lock(parameterMutex());
+        return *inputsByName().at(name);
     }
-    OutputParameterEntry output(const std::string& name) CSCLIENT_EXCLUDES(parameterMutex) {
-        const CSLockGuard lock(parameterMutex);
-        return *outputsByName.at(name);
+    OutputParameterEntry output(const std::string& name) {
+        const CSLockGuard lock(parameterMutex());
+        return *outputsByName().at(name);
     }
     bool knowsInput(const std::string& name) const { return hasInputParameter(name, false); }
     bool knowsOutput(const std::string& name) const { return hasOutputParameter(name, false); }

@@ -57,8 +57,7 @@ TEST(QueryForwarding, TheHostsVersionIsWhatItHasReported) {
 
 TEST(QueryForwarding, TheAddressAndThePortAreThoseOfTheEngine) {
     ProbedClient client;
-    client.probed->serverAddress = 0x0302010AU;
-    client.probed->serverPort = 70000;
+    client.probed->pretendAddress(0x0302010AU, 70000);
     EXPECT_EQ(client.getServerIPAddress(), "10.1.2.3");
     EXPECT_EQ(client.getServerPort(), 70000U);
 }

@@ -54,7 +54,7 @@ std::vector<Operation> otherOperations() {
     return {
         {"ConstructingAnEngine", Operation::MEMORY, kNoOptions, prepareNothing,
          [](Scene& scene) {
-             scene.otherEngine = std::make_unique<OpenEngine>(3U);
+             scene.otherEngine = std::make_unique<MemoryEngine>(3U);
              return true;
          },
          nullptr, nullptr},
@@ -105,7 +105,7 @@ std::vector<Operation> otherOperations() {
          },
          [](Scene& scene) { scene.listed.clear(); }},
         {"AskingForTheServerVersion", Operation::MEMORY, kNoOptions,
-         [](Scene& scene) { scene.engine.storeServerVersion(std::string(60, 'v')); },
+         [](Scene& scene) { scene.engine.hostVersion().storeText(std::string(60, 'v')); },
          [](Scene& scene) {
              scene.text = scene.engine.getServerVersion();
              return true;
@@ -119,7 +119,7 @@ std::vector<Operation> otherOperations() {
          nullptr, nullptr},
         {"Counting", Operation::NO_MEMORY, kNoOptions, prepareOutputs,
          [](Scene& scene) {
-             const OpenEngine& engine = scene.engine;
+             const MemoryEngine& engine = scene.engine;
              return engine.getNumberOfOutputParameters(false) == 3 && engine.getNumberOfInputParameters(true) == 0 &&
                     engine.getNumberOfOutputParametersWaitingForConfirmation() == 3 &&
                     engine.hasOutputParameter(scene.names[2], false) && engine.getNumCallbackInterfaces() == 0;

@@ -111,25 +111,25 @@ std::string Scene::state() const {
     std::string all = "state " + std::to_string(engine.getState()) + " version " + engine.getServerVersion() + '/' +
                       std::to_string(engine.getProtocolVersion()) + " id " + std::to_string(engine.getSimulatorId());
     all += "\ninputs:";
-    for (const auto& nameAndEntry : engine.inputTable()) {
+    for (const auto& nameAndEntry : engine.inputsByName()) {
         const CSClientProtocol::InputParameterEntry& entry = *nameAndEntry.second;
         all += ' ' + std::string(nameAndEntry.first) + (entry.name == nameAndEntry.first ? "" : "!=" + entry.name) +
                ':' + std::to_string(entry.type) + ':' + std::to_string(entry.subscriptionMode) + ':' +
                std::to_string(entry.serverId);
     }
     all += "\ninput ids:";
-    for (const auto& idAndName : engine.inputIdTable()) {
+    for (const auto& idAndName : engine.inputNamesById()) {
         all += ' ' + std::to_string(idAndName.first) + '=' + idAndName.second;
     }
     all += "\noutputs:";
-    for (const auto& nameAndEntry : engine.outputTable()) {
+    for (const auto& nameAndEntry : engine.outputsByName()) {
         const CSClientProtocol::OutputParameterEntry& entry = *nameAndEntry.second;
         all += ' ' + std::string(nameAndEntry.first) + (entry.name == nameAndEntry.first ? "" : "!=" + entry.name) +
                ':' + std::to_string(entry.type) + ':' + std::to_string(entry.serverId) +
                (entry.published ? ":p:" : ":") + std::to_string(bitsOf(entry.value));
     }
     all += "\noutput ids:";
-    for (const auto& idAndEntry : engine.outputIdTable()) {
+    for (const auto& idAndEntry : engine.outputsById()) {
         all += ' ' + std::to_string(idAndEntry.first);
     }
     all += "\ninterfaces: " + std::to_string(engine.getNumCallbackInterfaces());

@@ -11,8 +11,7 @@
 
 #include "client/SimClient.h"
 #include "comms/CSCommsInterfaceTCP.h"
-#include "engine/EngineLocks.h"
-#include "simulator/SimulatorProtocol.h"
+#include "tests/support/OpenEngine.h"
 
 namespace com_tesk::test {
 
@@ -68,25 +67,15 @@ class CountingCallbacks : public CSClient::CallbackIface {
     std::atomic<std::size_t> inputsConfirmed{0};
 };
 
-/// The engine with its insides in reach.
-class OpenEngine : public SimulatorProtocol {
+/// An engine that the test's thread runs as the worker does.
+class MemoryEngine : public OpenEngine {
   public:
-    explicit OpenEngine(unsigned int optionFlags) : SimulatorProtocol(1, optionFlags) {}
-
-    /// What opening does before it starts the worker.
-    void beginConnecting() {
-        underConnectionLock([this]() CSCLIENT_REQUIRES(connectionMutex) { setState(CSClient::STATE_CONNECTING); });
-    }
-
-    /// Waits until a state change in progress is complete.
-    bool waitForStateChange() {
-        return underConnectionLockWithin(std::chrono::seconds(30), [] {});
-    }
+    explicit MemoryEngine(unsigned int optionFlags) : OpenEngine(1, optionFlags) {}
 
     /// As the worker does it: memory that runs out in a turn ends the connection.
-    bool takeTurnAsWorker() {
+    bool runOnceAsWorker() {
         try {
-            takeTurn();
+            runOnce();
             return true;
         } catch (const std::bad_alloc&) {
             closeConnection();
@@ -94,20 +83,7 @@ class OpenEngine : public SimulatorProtocol {
         }
     }
 
-    bool holdsAnyLock() const {
-        return connectionMutex.isHeldByThisThread() || parameterMutex.isHeldByThisThread() ||
-               callbackMutex.isHeldByThisThread() || namesMutex.isHeldByThisThread() ||
-               versionMutex.isHeldByThisThread();
-    }
-
-    // One thread, or a moment when no other is in the engine: no lock is needed.
-    const auto& inputTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return inputsByName; }
-    const auto& inputIdTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return inputNamesById; }
-    const auto& outputTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return outputsByName; }
-    const auto& outputIdTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return outputsById; }
-
-    using CSClientProtocol::protocolVersion;
-    using CSClientProtocol::storeServerVersion;
+    HostVersion& hostVersion() const { return engineParts().host; }
 };
 
 /// One engine, all that an operation takes and gives back, and what is printed meanwhile.
@@ -122,13 +98,13 @@ class Scene {
     /// Connects, as the worker does it.
     void connect() {
         engine.beginConnecting();
-        engine.takeTurnAsWorker();
+        engine.runOnceAsWorker();
     }
 
     /// Hands over a host message as the body of a frame, as the worker does it.
     void receive(const std::string& body) {
         transport->queueFrame(body);
-        engine.takeTurnAsWorker();
+        engine.runOnceAsWorker();
     }
 
     void registerInputs(std::size_t count) {
@@ -144,7 +120,7 @@ class Scene {
     /// Waits for a state that the worker brings about.
     bool waitFor(CSClient::State state);
 
-    OpenEngine engine;
+    MemoryEngine engine;
     QuietTransport* transport;
     CountingCallbacks callbacks[3];
 
@@ -158,7 +134,7 @@ class Scene {
     RawMessage message{RawMessage::DATA};
     std::unique_ptr<RawMessage> otherMessage;
     std::unique_ptr<SimClient> client;
-    std::unique_ptr<OpenEngine> otherEngine;
+    std::unique_ptr<MemoryEngine> otherEngine;
     CSClient::Parameter found;
     std::vector<CSClient::Parameter> listed;
     std::set<CSClient::CallbackIface*> interfaces;

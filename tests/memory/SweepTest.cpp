@@ -64,7 +64,7 @@ std::string withReadError(std::string lines) {
 
 /// Uses every lock of the engine, and leaves everything as it was.
 void useEverything(Scene& scene) {
-    OpenEngine& engine = scene.engine;
+    MemoryEngine& engine = scene.engine;
     EXPECT_TRUE(engine.waitForStateChange());
     const CSClient::InputDef input{"probe", CSClient::TYPE_INT, 1};
     const CSClient::OutputDef output{"probe", CSClient::TYPE_INT};

@@ -39,8 +39,8 @@ void lose(Scene& scene) {
     scene.engine.closeConnection();
 }
 
-bool takeTurn(Scene& scene) {
-    return scene.engine.takeTurnAsWorker() && scene.engine.getState() == CSClient::STATE_READY;
+bool runOnce(Scene& scene) {
+    return scene.engine.runOnceAsWorker() && scene.engine.getState() == CSClient::STATE_READY;
 }
 
 template <std::string (*Body)(const Scene&, std::size_t)>
@@ -61,7 +61,7 @@ bool leaveConfirmed(Scene& scene, unsigned int number) {
 template <std::string (*Body)(const Scene&, std::size_t)>
 void recoverReceiving(Scene& scene) {
     if (scene.engine.getState() == CSClient::STATE_CONNECTING) {
-        scene.engine.takeTurnAsWorker();
+        scene.engine.runOnceAsWorker();
     }
     scene.transport->dropReads();
     scene.transport->queueFrame(Body(scene, 3));
@@ -74,7 +74,7 @@ std::string update(const Scene& /*scene*/, std::size_t count) {
 /// What a connection that was lost and stands again has had confirmed once more.
 void confirmAgain(Scene& scene) {
     if (scene.engine.getState() == CSClient::STATE_CONNECTING) {
-        scene.engine.takeTurnAsWorker();
+        scene.engine.runOnceAsWorker();
     }
     scene.transport->dropReads();
     scene.receive(inputsConfirmed(scene, 3));
@@ -88,7 +88,7 @@ void loseInputIds(Scene& scene) {
 template <unsigned int Id>
 bool leaveVersion(Scene& scene, unsigned int number) {
     if (number >= 1) {
-        scene.engine.storeServerVersion(std::string(60, 'v'));
+        scene.engine.hostVersion().storeText(std::string(60, 'v'));
         scene.engine.setSimulatorId(Id);
     }
     if (number >= 2) {
@@ -144,11 +144,11 @@ bool leaveLife(Scene& scene, unsigned int number) {
     scene.transport->dropReads();
     CSClientProtocol::mainThread(&scene.engine);
     if (number >= 1) {
-        scene.engine.storeServerVersion(std::string(60, 'v'));
+        scene.engine.hostVersion().storeText(std::string(60, 'v'));
         scene.engine.setSimulatorId(7);
     }
     if (number >= 2) {
-        scene.engine.protocolVersion = 42;
+        scene.engine.hostVersion().storeProtocol(42);
     }
     return number <= 2;
 }
@@ -157,43 +157,43 @@ bool leaveLife(Scene& scene, unsigned int number) {
 
 std::vector<Operation> workerOperations() {
     return {
-        {"ReceivingASubscriptionResponse", Operation::MEMORY, kReconnect, prepareToReceive<inputsConfirmed>, takeTurn,
+        {"ReceivingASubscriptionResponse", Operation::MEMORY, kReconnect, prepareToReceive<inputsConfirmed>, runOnce,
          leaveConfirmed<inputsConfirmed>, recoverReceiving<inputsConfirmed>},
         {"ReceivingAPublishResponseAndPublishingAgain", Operation::MEMORY, kReconnect,
-         prepareToReceive<outputsConfirmed>, takeTurn, leaveConfirmed<outputsConfirmed>,
+         prepareToReceive<outputsConfirmed>, runOnce, leaveConfirmed<outputsConfirmed>,
          recoverReceiving<outputsConfirmed>},
         {"ReceivingAnUpdate", Operation::MEMORY, kReconnect,
          [](Scene& scene) {
              connectWithConfirmed(scene);
              scene.transport->queueFrame(inputsUpdated(3));
          },
-         takeTurn, leaveConfirmed<update>,
+         runOnce, leaveConfirmed<update>,
          [](Scene& scene) {
              confirmAgain(scene);
              scene.transport->queueFrame(inputsUpdated(3));
          }},
-        {"ReceivingAVersion", Operation::MEMORY, kReconnect, prepareVersion<1>, takeTurn, leaveVersion<1>,
+        {"ReceivingAVersion", Operation::MEMORY, kReconnect, prepareVersion<1>, runOnce, leaveVersion<1>,
          recoverVersion<1>},
-        {"ReceivingANewSimulatorId", Operation::MEMORY, kReconnect, prepareVersion<7>, takeTurn, leaveVersion<7>,
+        {"ReceivingANewSimulatorId", Operation::MEMORY, kReconnect, prepareVersion<7>, runOnce, leaveVersion<7>,
          recoverVersion<7>},
         {"ReceivingAForeignMessage", Operation::MEMORY, kReconnect,
          [](Scene& scene) {
              connectWithCallbacks(scene);
              scene.transport->queueFrame(std::string(40, 'x'));
          },
-         takeTurn,
+         runOnce,
          [](Scene& scene, unsigned int number) {
              lose(scene);
              return number == 0;
          },
          [](Scene& scene) {
              if (scene.engine.getState() == CSClient::STATE_CONNECTING) {
-                 scene.engine.takeTurnAsWorker();
+                 scene.engine.runOnceAsWorker();
              }
              scene.transport->dropReads();
              scene.transport->queueFrame(std::string(40, 'x'));
          }},
-        {"RegisteringEverythingAgain", Operation::MEMORY, kReconnect, loseConfirmed, takeTurn,
+        {"RegisteringEverythingAgain", Operation::MEMORY, kReconnect, loseConfirmed, runOnce,
          [](Scene& scene, unsigned int number) {
              loseInputIds(scene);
              return number == 0;
@@ -206,7 +206,7 @@ std::vector<Operation> workerOperations() {
         {"TheWholeLifeOfAWorker", Operation::MEMORY, kOnce, prepareLife, live, leaveLife, prepareLife},
         {"LosingTheConnection", Operation::MEMORY, kReconnect, connectWithConfirmed,
          [](Scene& scene) {
-             scene.engine.takeTurnAsWorker();
+             scene.engine.runOnceAsWorker();
              return scene.engine.getState() == CSClient::STATE_CONNECTING;
          },
          nullptr, confirmAgain},
@@ -223,7 +223,7 @@ std::vector<Operation> workerOperations() {
          [](Scene& scene) {
              scene.transport->failNextWrite = false;
              if (scene.engine.getState() == CSClient::STATE_CONNECTING) {
-                 scene.engine.takeTurnAsWorker();
+                 scene.engine.runOnceAsWorker();
              }
              scene.transport->failNextWrite = true;
          }},

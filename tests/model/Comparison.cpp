@@ -103,7 +103,7 @@ class Comparison {
             return ours.first == theirs.first && entry.name == theirs.first && entry.type == input.type &&
                    entry.subscriptionMode == input.mode && entry.serverId == input.id;
         };
-        const auto& table = subject.engine.inputTable();
+        const auto& table = subject.engine.inputsByName();
         if (!std::equal(table.begin(), table.end(), model.inputs.begin(), model.inputs.end(), sameEntry)) {
             std::string text = "inputs by name:";
             for (const auto& nameAndEntry : table) {
@@ -117,9 +117,9 @@ class Comparison {
             }
             return text;
         }
-        if (subject.engine.inputIdTable() != model.inputIds) {
+        if (subject.engine.inputNamesById() != model.inputIds) {
             std::string text = "input names by id:";
-            for (const auto& idAndName : subject.engine.inputIdTable()) {
+            for (const auto& idAndName : subject.engine.inputNamesById()) {
                 text += ' ' + std::to_string(idAndName.first) + '=' + escaped(idAndName.second);
             }
             text += ", the model:";
@@ -144,7 +144,7 @@ class Comparison {
                    entry.serverId == output.id && entry.published == output.published &&
                    bitsOf(entry.value) == output.bits;
         };
-        const auto& table = subject.engine.outputTable();
+        const auto& table = subject.engine.outputsByName();
         if (!std::equal(table.begin(), table.end(), model.outputs.begin(), model.outputs.end(), sameEntry)) {
             std::string text = "outputs by name:";
             for (const auto& nameAndEntry : table) {
@@ -157,7 +157,7 @@ class Comparison {
             }
             return text;
         }
-        const auto& ids = subject.engine.outputIdTable();
+        const auto& ids = subject.engine.outputsById();
         const auto sameReference = [this, &table](const auto& ours, const auto& theirs) {
             const auto output = model.outputs.find(theirs.second.name);
             // What stands under the id of an output that is gone is never looked at.

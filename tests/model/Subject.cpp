@@ -198,8 +198,8 @@ void Subject::performOnAnotherThread(const std::vector<Step>& steps) {
     constexpr std::chrono::seconds kBound{60};
     const bool heldTables = othersHoldTables;
     const bool heldChange = othersHoldChange;
-    othersHoldTables = heldTables || engine.holdsTables();
-    othersHoldChange = heldChange || engine.holdsChange();
+    othersHoldTables = heldTables || engine.holdsParameterMutex();
+    othersHoldChange = heldChange || engine.holdsConnectionMutex();
     std::promise<void> over;
     std::thread another([this, &steps, &over] {
         performHere(steps);
@@ -271,7 +271,7 @@ void Subject::perform(const Step& step) {
         case Step::REFUSE:
             transport->accepts = step.kind == Step::CONNECT;
             if (engine.getState() == CSClient::STATE_CONNECTING) {
-                engine.takeTurn();
+                engine.runOnce();
             }
             return;
         case Step::FORCE_CLOSE:
@@ -315,7 +315,7 @@ void Subject::receive(const std::string& body) {
     const auto size = static_cast<unsigned int>(body.size());
     transport->reads.push_back({32, frameHeader(size + 32), 0});
     transport->reads.push_back({static_cast<int>(size), body, 0});
-    engine.takeTurn();
+    engine.runOnce();
     if (!transport->reads.empty()) {
         log.push_back("read too little");
         transport->reads.clear();
@@ -352,7 +352,7 @@ void Subject::lose(std::uint32_t loss) {
             transport->reads.push_back({-1, "", ECONNRESET});
             break;
     }
-    engine.takeTurn();
+    engine.runOnce();
 }
 
 void Subject::callbackHappened(std::uint32_t number, Step::Event event, const std::string& what) {

@@ -10,10 +10,9 @@
 
 #include "client/CSClient.h"
 #include "comms/CSCommsInterfaceTCP.h"
-#include "engine/EngineLocks.h"
-#include "simulator/SimulatorProtocol.h"
 #include "tests/model/Model.h"
 #include "tests/model/Step.h"
+#include "tests/support/OpenEngine.h"
 
 namespace com_tesk::test {
 
@@ -46,46 +45,16 @@ class LoggingTransport : public CSCommsInterfaceTCP {
     EventLog& log;
 };
 
-/// The engine with its insides in reach.
-class SubjectEngine : public SimulatorProtocol {
+/// The engine with its inside in reach.
+class SubjectEngine : public OpenEngine {
   public:
-    SubjectEngine(unsigned int id, unsigned int optionFlags) : SimulatorProtocol(id, optionFlags) {}
-
-    /// What opening does before it starts the worker.
-    void beginConnecting(unsigned int address, unsigned int port) {
-        underConnectionLock([=]() CSCLIENT_REQUIRES(connectionMutex) {
-            isCloseRequested = false;
-            retryPause.reset();
-            setState(CSClient::STATE_CONNECTING);
-            serverAddress = address;
-            serverPort = port;
-        });
-    }
+    using OpenEngine::OpenEngine;
 
     /// What `forceCloseConnection` does when the change of another thread takes too long.
     void closeAfterTheChange() {
-        requestClose();
-        closeIfRequested();
+        engineParts().connection.requestClose();
+        engineParts().connection.closeIfRequested();
     }
-
-    /// So that nothing waits for an end that no worker makes.
-    void pretendTheEnd() { state = CSClient::STATE_DISCONNECTED; }
-
-    bool holdsChange() const { return connectionMutex.isHeldByThisThread(); }
-    bool holdsTables() const { return parameterMutex.isHeldByThisThread(); }
-    bool holdsAnyLock() const {
-        return connectionMutex.isHeldByThisThread() || parameterMutex.isHeldByThisThread() ||
-               callbackMutex.isHeldByThisThread() || namesMutex.isHeldByThisThread() ||
-               versionMutex.isHeldByThisThread();
-    }
-
-    // One thread, or a moment when no other is in the engine: no lock is needed.
-    const auto& inputTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return inputsByName; }
-    const auto& inputIdTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return inputNamesById; }
-    const auto& outputTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return outputsByName; }
-    const auto& outputIdTable() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return outputsById; }
-
-    using CSClientProtocol::takeTurn;
 };
 
 /// A client around such an engine.
@@ -95,7 +64,7 @@ class SubjectClient : public CSClient {
         : CSClient(optionFlags), subject(new SubjectEngine(id, optionFlags)) {
         engine = subject;
     }
-    ~SubjectClient() override { subject->pretendTheEnd(); }
+    ~SubjectClient() override { subject->pretendState(STATE_DISCONNECTED); }
 
     /// Owned by the base class.
     SubjectEngine* const subject;

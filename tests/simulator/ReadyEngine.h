@@ -70,46 +70,46 @@ class ReadyEngine : public TestEngine {
 
     // Looks at the tables without a lock: nothing else runs.
 
-    std::map<std::uint32_t, std::string> inputIds() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return inputNamesById; }
+    std::map<std::uint32_t, std::string> inputIds() const { return inputNamesById(); }
 
-    std::map<std::uint32_t, std::string> outputIds() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    std::map<std::uint32_t, std::string> outputIds() const {
         std::map<std::uint32_t, std::string> names;
-        for (const auto& confirmed : outputsById) {
+        for (const auto& confirmed : outputsById()) {
             names[confirmed.first] = confirmed.second->name;
         }
         return names;
     }
 
-    InputParameterEntry input(const std::string& name) const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        return *inputsByName.at(name);
+    InputParameterEntry input(const std::string& name) const {
+        return *inputsByName().at(name);
     }
 
-    OutputParameterEntry output(const std::string& name) const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        return *outputsByName.at(name);
+    OutputParameterEntry output(const std::string& name) const {
+        return *outputsByName().at(name);
     }
 
     /// Puts parameters into the tables that a registration would refuse.
-    void adoptInput(const std::string& name) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    void adoptInput(const std::string& name) {
         auto* const entry = new InputParameterEntry{name, CSClient::TYPE_FLOAT, 1, kUnassignedId};
-        inputsByName[entry->name] = entry;
+        inputsByName()[entry->name] = entry;
     }
-    void adoptOutput(const std::string& name) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    void adoptOutput(const std::string& name) {
         auto* const entry = new OutputParameterEntry{name, CSClient::TYPE_FLOAT, kUnassignedId, false, {0.0F}};
-        outputsByName[entry->name] = entry;
+        outputsByName()[entry->name] = entry;
     }
 
-    bool isParameterMutexHeldHere() const { return parameterMutex.isHeldByThisThread(); }
+    bool isParameterMutexHeldHere() const { return holdsParameterMutex(); }
 
     bool isAnyMutexHeldHere() const {
-        return connectionMutex.isHeldByThisThread() || callbackMutex.isHeldByThisThread() || isParameterMutexHeldHere();
+        return holdsConnectionMutex() || holdsCallbackMutex() || isParameterMutexHeldHere();
     }
 
     /// An operation that takes a lock that it must not take never returns from these.
-    void withConnectionMutexHeld(const std::function<void()>& action) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    void withConnectionMutexHeld(const std::function<void()>& action) {
         underConnectionLock(action);
     }
-    void withParameterMutexHeld(const std::function<void()>& action) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        const CSLockGuard lock(parameterMutex);
+    void withParameterMutexHeld(const std::function<void()>& action) {
+        const CSLockGuard lock(parameterMutex());
         action();
     }
 

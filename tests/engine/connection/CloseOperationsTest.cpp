@@ -38,8 +38,7 @@ std::string nameOf(const testing::TestParamInfo<Case>& info) {
 class OperationInState : public testing::TestWithParam<Case> {
   protected:
     OperationInState() {
-        engine.serverAddress = 0x0100007F;
-        engine.serverPort = 4711;
+        engine.pretendAddress(0x0100007F, 4711);
         engine.pretendState(GetParam().before);
         engine.addCallbackInterface(&callbacks);
     }

@@ -126,15 +126,9 @@ class ConnectionEngine : public TestEngine {
 
     /// Connects on this thread, without a worker, from `STATE_CONNECTING` on.
     int connect() {
-        serverAddress = 0x0100007F;
-        serverPort = 55580;
+        pretendAddress(0x0100007F, 55580);
         pretendState(CSClient::STATE_CONNECTING);
         return startConnection();
-    }
-
-    /// Waits until a change of state under way is complete.
-    bool waitForStateChange() {
-        return underConnectionLockWithin(std::chrono::seconds(10), [] {});
     }
 
     /// Bodies received, each as its type and hex text, for example "1: 01 02".
@@ -154,8 +148,7 @@ class ConnectionEngine : public TestEngine {
         TestEngine::handleReceivedMessage(message);
     }
 
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override
-        CSCLIENT_REQUIRES(connectionMutex) {
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
         if (onStateChange) {
             onStateChange(oldState, newState);
         }
@@ -170,7 +163,7 @@ class ConnectionEngine : public TestEngine {
     }
 
     /// Asks for a copy of the registry in the registry itself.
-    int copyRegistryOntoItself() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return getCallbackInterfaces(callbacks); }
+    int copyRegistryOntoItself() { return getCallbackInterfaces(PartAccess::callbacks(engineParts().callbacks)); }
 
     std::function<void()> onMessage;
     std::function<void(CSClient::State, CSClient::State)> onStateChange;

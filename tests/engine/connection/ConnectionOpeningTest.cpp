@@ -90,8 +90,7 @@ TEST_P(OpeningInAnotherState, IsRefusedAndChangesNothing) {
     RecordingCallbacks callbacks;
     ConnectionEngine engine(kSilent);
     engine.addCallbackInterface(&callbacks);
-    engine.serverAddress = 0x0100007F;
-    engine.serverPort = 4711;
+    engine.pretendAddress(0x0100007F, 4711);
     engine.pretendState(GetParam());
     EXPECT_EQ(engine.openConnection(0x0200007F, 4712, nullptr), 2);
     EXPECT_EQ(engine.getState(), GetParam());

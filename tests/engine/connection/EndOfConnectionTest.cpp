@@ -42,8 +42,7 @@ class TouchyEngine : public ConnectionEngine {
   public:
     TouchyEngine() : ConnectionEngine(kSilent) {}
 
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override
-        CSCLIENT_REQUIRES(connectionMutex) {
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
         history += std::to_string(oldState) + "->" + std::to_string(newState) + " ";
         ConnectionEngine::handleConnectionStateChange(oldState, newState);
         history += "done ";

@@ -179,8 +179,7 @@ class StuckAfterwards : public ConnectionEngine {
   public:
     StuckAfterwards() : ConnectionEngine(kSilent) {}
 
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override
-        CSCLIENT_REQUIRES(connectionMutex) {
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
         ConnectionEngine::handleConnectionStateChange(oldState, newState);
         if (newState != CSClient::STATE_READY) {
             return;

@@ -25,7 +25,7 @@ class DerivedEngine : public ParameterEngine {
     std::vector<std::vector<std::string>> unregistered;
 
     int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) override {
-        EXPECT_FALSE(parameterMutex.isHeldByThisThread());
+        EXPECT_FALSE(holdsParameterMutex());
         if (onRegister) {
             const auto replacement = onRegister;
             return replacement(std::vector<CSClient::InputDef>(definitions, definitions + count));
@@ -34,7 +34,7 @@ class DerivedEngine : public ParameterEngine {
     }
 
     int unregisterInputParameters(const std::vector<std::string>& names) override {
-        EXPECT_FALSE(parameterMutex.isHeldByThisThread());
+        EXPECT_FALSE(holdsParameterMutex());
         unregistered.push_back(names);
         return ParameterEngine::unregisterInputParameters(names);
     }

@@ -91,9 +91,9 @@ std::string outputsConfirmed(const std::vector<IdAndName>& outputs) {
 }
 
 std::vector<std::string> ParameterEngine::inputTable() const {
-    const CSLockGuard lock(parameterMutex);
+    const CSLockGuard lock(parameterMutex());
     std::vector<std::string> lines;
-    for (const auto& keyAndEntry : inputsByName) {
+    for (const auto& keyAndEntry : inputsByName()) {
         const InputParameterEntry& entry = *keyAndEntry.second;
         lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) +
                         " mode " + std::to_string(entry.subscriptionMode) + " " + status(entry.serverId));
@@ -102,9 +102,9 @@ std::vector<std::string> ParameterEngine::inputTable() const {
 }
 
 std::vector<std::string> ParameterEngine::outputTable() const {
-    const CSLockGuard lock(parameterMutex);
+    const CSLockGuard lock(parameterMutex());
     std::vector<std::string> lines;
-    for (const auto& keyAndEntry : outputsByName) {
+    for (const auto& keyAndEntry : outputsByName()) {
         const OutputParameterEntry& entry = *keyAndEntry.second;
         lines.push_back(title(std::string(keyAndEntry.first), entry.name) + " type " + std::to_string(entry.type) +
                         " " + status(entry.serverId) + (entry.published ? " published " : " ") +
@@ -114,20 +114,20 @@ std::vector<std::string> ParameterEngine::outputTable() const {
 }
 
 std::string ParameterEngine::inputIds() const {
-    const CSLockGuard lock(parameterMutex);
+    const CSLockGuard lock(parameterMutex());
     std::string ids;
-    for (const auto& idAndName : inputNamesById) {
+    for (const auto& idAndName : inputNamesById()) {
         ids += (ids.empty() ? "" : " ") + std::to_string(idAndName.first) + "=" + idAndName.second;
     }
     return ids;
 }
 
 std::string ParameterEngine::outputIds() const {
-    const CSLockGuard lock(parameterMutex);
+    const CSLockGuard lock(parameterMutex());
     std::string ids;
-    for (const auto& idAndEntry : outputsById) {
+    for (const auto& idAndEntry : outputsById()) {
         std::string name = "gone";
-        for (const auto& keyAndEntry : outputsByName) {
+        for (const auto& keyAndEntry : outputsByName()) {
             if (keyAndEntry.second == idAndEntry.second) {
                 name = keyAndEntry.first;
             }
@@ -160,7 +160,7 @@ int SenderEngine::note(std::string call, const std::vector<Entry*>& entries) {
     for (const Entry* const entry : entries) {
         call += " " + entry->name;
     }
-    if (!parameterMutex.isHeldByThisThread()) {
+    if (!holdsParameterMutex()) {
         call += " UNLOCKED";
     }
     calls.push_back(call);

@@ -36,15 +36,11 @@ class ChangingEngine : public ParameterEngine {
     /// Called on the thread that makes the change, at each place. Set it before the change begins.
     std::function<void(Place)> onPlace;
 
-    /// From now on the pause between two attempts to connect takes no time.
-    void skipPauses() { retryPause.interrupt(); }
-
     int requestSimulatorVersion() override;
     int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) override;
     int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
     int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override
-        CSCLIENT_REQUIRES(connectionMutex);
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override;
 
     void reach(Place place);
 

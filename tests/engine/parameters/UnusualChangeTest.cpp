@@ -57,8 +57,7 @@ class OwnWayEngine : public ChangingEngine {
   public:
     bool staysConnected = false;
 
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override
-        CSCLIENT_REQUIRES(connectionMutex) {
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
         const bool isOwnWay =
             newState == CSClient::STATE_READY || (newState == CSClient::STATE_CONNECTED && staysConnected);
         if (!isOwnWay) {

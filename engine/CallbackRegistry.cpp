@@ -1,13 +1,14 @@
-// The registry of callback interfaces.
+#include "engine/CallbackRegistry.h"
 
 #include <new>
 
 #include "comms/CSLockGuard.h"
-#include "engine/CSClientProtocol.h"
 
 namespace com_tesk {
 
-unsigned int CSClientProtocol::addCallbackInterface(CSClient::CallbackIface* callbackInterface) {
+CallbackRegistry::CallbackRegistry() : callbackList(std::make_shared<CallbackList>()) {}
+
+unsigned int CallbackRegistry::add(CSClient::CallbackIface* callbackInterface) {
     if (callbackInterface == nullptr) {
         return 0;
     }
@@ -17,7 +18,7 @@ unsigned int CSClientProtocol::addCallbackInterface(CSClient::CallbackIface* cal
         return 0;
     }
     try {
-        replaceCallbackList();
+        replaceList();
     } catch (...) {
         callbacks.erase(position);
         throw;
@@ -25,14 +26,13 @@ unsigned int CSClientProtocol::addCallbackInterface(CSClient::CallbackIface* cal
     return 1;
 }
 
-int CSClientProtocol::removeCallbackInterface(CSClient::CallbackIface* callbackInterface) {
+int CallbackRegistry::remove(CSClient::CallbackIface* callbackInterface) {
     CSLockGuard lock(callbackMutex);
     if (callbacks.erase(callbackInterface) != 0) {
         try {
-            replaceCallbackList();
+            replaceList();
         } catch (const std::bad_alloc&) {
-            // An object that is being destroyed must be able to remove itself whatever happens. Notifications under way
-            // then pass it over too.
+            // An object that is being destroyed must be able to remove itself. Notifications in progress skip it, too.
             for (std::atomic<CSClient::CallbackIface*>& entry : *callbackList) {
                 if (entry == callbackInterface) {
                     entry = nullptr;
@@ -43,36 +43,34 @@ int CSClientProtocol::removeCallbackInterface(CSClient::CallbackIface* callbackI
     return static_cast<int>(lock.unlock());
 }
 
-bool CSClientProtocol::hasCallbackInterface(CSClient::CallbackIface* callbackInterface) const {
+bool CallbackRegistry::has(CSClient::CallbackIface* callbackInterface) const {
     const CSLockGuard lock(callbackMutex);
     return callbacks.count(callbackInterface) != 0;
 }
 
-int CSClientProtocol::getNumCallbackInterfaces() const {
+int CallbackRegistry::size() const {
     const CSLockGuard lock(callbackMutex);
     return static_cast<int>(callbacks.size());
 }
 
-int CSClientProtocol::getCallbackInterfaces(std::set<CSClient::CallbackIface*>& out) const {
+int CallbackRegistry::copyTo(std::set<CSClient::CallbackIface*>& out) const {
     CSLockGuard lock(callbackMutex);
-    if (&out != &callbacks) {
-        out = callbacks;
-    }
+    out = callbacks;
     return static_cast<int>(lock.unlock());
 }
 
-void CSClientProtocol::replaceCallbackList() {
+void CallbackRegistry::replaceList() {
     callbackList = std::make_shared<CallbackList>(callbacks.begin(), callbacks.end());
     ++callbackListVersion;
 }
 
-std::shared_ptr<const CSClientProtocol::CallbackList> CSClientProtocol::callbacksToNotify() const {
+std::shared_ptr<const CallbackRegistry::CallbackList> CallbackRegistry::currentList() const {
     const CSLockGuard lock(callbackMutex);
     return callbackList;
 }
 
-void CSClientProtocol::renewCallbacks(std::shared_ptr<const CallbackList>& interfaces) const {
-    interfaces = callbacksToNotify();
+void CallbackRegistry::renew(std::shared_ptr<const CallbackList>& interfaces) const {
+    interfaces = currentList();
 }
 
 }  // namespace com_tesk

@@ -1,0 +1,194 @@
+#pragma once
+
+#include <cstddef>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/CSClient.h"
+#include "comms/CSLockGuard.h"
+#include "comms/CSMutex.h"
+#include "engine/DuplicateNames.h"
+#include "engine/NameBytes.h"
+#include "engine/RegistrationChecks.h"
+
+namespace com_tesk {
+
+/// The registered parameters of one kind, by name: the rules by which they get in and out. Owns the entries.
+///
+/// Its user holds `parameterMutex` in every operation but `names`.
+template <typename Entry>
+class EntryTable {
+  public:
+    /// The names that are keys are those in the entries.
+    using Map = std::map<std::string_view, Entry*>;
+    using Place = typename Map::iterator;
+
+    /// What a call unregisters.
+    struct Unregistration {
+        /// The entries of the names that are known, in the order of the call; one named twice is there twice.
+        std::vector<Entry*> batch;
+        /// Where each of them is in the table, once.
+        std::vector<Place> places;
+    };
+
+    EntryTable() = default;
+    EntryTable(const EntryTable&) = delete;
+    EntryTable& operator=(const EntryTable&) = delete;
+    ~EntryTable() { clear(); }
+
+    bool isEmpty() const { return byName.empty(); }
+    std::size_t size() const { return byName.size(); }
+    Place begin() { return byName.begin(); }
+    Place end() { return byName.end(); }
+    typename Map::const_iterator begin() const { return byName.begin(); }
+    typename Map::const_iterator end() const { return byName.end(); }
+
+    /// The entry, or null.
+    Entry* find(std::string_view name) const {
+        const auto found = byName.find(name);
+        return found == byName.end() ? nullptr : found->second;
+    }
+
+    /// Where `name` is, or the end. Constant time when `hint` matches, as when callers list names in order.
+    Place findNear(Place hint, std::string_view name) {
+        return hint != byName.end() && names::isSame(hint->first, name) ? hint : byName.find(name);
+    }
+
+    /// Whether the parameter is registered, or confirmed too.
+    bool has(const std::string& name, bool confirmed) const {
+        const Entry* const entry = find(name);
+        return entry != nullptr && (!confirmed || entry->isConfirmed());
+    }
+
+    /// All entries, in the order of the names.
+    std::vector<Entry*> entries() const {
+        std::vector<Entry*> all;
+        all.reserve(byName.size());
+        for (const auto& nameAndEntry : byName) {
+            all.push_back(nameAndEntry.second);
+        }
+        return all;
+    }
+
+    /// Inserts the definitions one by one, in order, and appends their entries to `batch`. Stops at the first that is
+    /// refused. Those before it stay inserted, and reach the host at the next re-registration. The same holds when memory
+    /// runs out.
+    /// @param reportInvalidType  prints the line for a definition without a type.
+    /// @return whether all were inserted.
+    template <typename Definition>
+    bool insert(const Definition* definitions, unsigned int count, bool silent,
+                void (*reportInvalidType)(const std::string&), std::vector<Entry*>& batch) {
+        const DuplicateNames duplicates(
+            count, [definitions](std::size_t i) { return std::string_view(definitions[i].name); });
+        batch.reserve(count);
+        for (unsigned int i = 0; i < count; ++i) {
+            const Definition& definition = definitions[i];
+            const Place place = placeFor(definition.name);
+            void (*report)(const std::string&) = nullptr;
+            if (definition.type == CSClient::TYPE_UNDEFINED) {
+                report = reportInvalidType;
+            } else if (checks::isTooLong(definition.name)) {
+                report = checks::reportTooLong;
+            } else if (place != byName.end() && place->first == definition.name) {
+                report = checks::reportAlreadyRegistered;
+            } else if (duplicates.occursAgain(i)) {
+                report = checks::reportRequestedTwice;
+            }
+            if (report != nullptr) {
+                if (!silent) {
+                    report(definition.name);
+                }
+                return false;
+            }
+            auto entry = std::make_unique<Entry>(Entry::of(definition));
+            batch.push_back(entry.get());
+            const CSLockGuard lock(namesMutex);
+            byName.emplace_hint(place, entry->name, entry.get());
+            static_cast<void>(entry.release());  // The table owns it now.
+        }
+        return true;
+    }
+
+    Unregistration findAll(const std::vector<std::string>& names) {
+        const DuplicateNames duplicates(names.size(), [&names](std::size_t i) { return std::string_view(names[i]); });
+        Unregistration found;
+        found.batch.reserve(names.size());
+        found.places.reserve(names.size());
+        Place hint = byName.begin();
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            const Place place = findNear(hint, names[i]);
+            if (place != byName.end()) {
+                found.batch.push_back(place->second);
+                if (!duplicates.occursAgain(i)) {
+                    found.places.push_back(place);
+                }
+                hint = std::next(place);
+            }
+        }
+        return found;
+    }
+
+    /// Removes and destroys the entries, and calls `eraseId(id)` for each. Allocates nothing.
+    template <typename EraseId>
+    void erase(const Unregistration& found, const EraseId& eraseId) {
+        const CSLockGuard lock(namesMutex);
+        for (const Place place : found.places) {
+            const std::unique_ptr<Entry> entry(place->second);  // It holds the key.
+            eraseId(entry->serverId);
+            byName.erase(place);
+        }
+    }
+
+    /// Moves everything to `other`, which is empty.
+    void moveTo(EntryTable& other) {
+        const CSLockGuard lock(namesMutex);
+        other.byName.swap(byName);
+    }
+
+    /// Takes from `other` what is not here. Allocates nothing.
+    void merge(EntryTable& other) {
+        const CSLockGuard lock(namesMutex);
+        byName.merge(other.byName);
+    }
+
+    /// Destroys all entries.
+    void clear() {
+        const CSLockGuard lock(namesMutex);
+        for (const auto& nameAndEntry : byName) {
+            delete nameAndEntry.second;
+        }
+        // The keys point into the destroyed entries; clearing the table does not read them.
+        byName.clear();
+    }
+
+    /// The names, in ascending order. Any thread: waits for no request that is being written under `parameterMutex`.
+    std::vector<std::string> names() const {
+        const CSLockGuard lock(namesMutex);
+        std::vector<std::string> all;
+        all.reserve(byName.size());
+        for (const auto& nameAndEntry : byName) {
+            all.emplace_back(nameAndEntry.first);
+        }
+        return all;
+    }
+
+  private:
+    friend class PartAccess;
+
+    /// The first entry whose name is not less than `name`: where `name` is, or belongs. Constant time for names that come
+    /// in ascending order.
+    Place placeFor(const std::string& name) {
+        const bool isAfterAll = byName.empty() || std::prev(byName.end())->first < name;
+        return isAfterAll ? byName.end() : byName.lower_bound(name);
+    }
+
+    /// Guards the set of keys, together with `parameterMutex`: a change takes both, a reader of names takes this one.
+    mutable CSMutex namesMutex;
+    Map byName;
+};
+
+}  // namespace com_tesk

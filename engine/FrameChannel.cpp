@@ -1,0 +1,214 @@
+#include "engine/FrameChannel.h"
+
+#include <cerrno>
+#include <exception>
+#include <iterator>
+#include <new>
+
+#include "comms/Diagnostics.h"
+#include "engine/DeferringMutex.h"
+#include "message/FrameLayout.h"
+
+namespace com_tesk {
+
+using diagnostics::Decimal;
+
+namespace {
+
+constexpr unsigned int kSent = 0;
+constexpr unsigned int kNotConnected = 1;
+constexpr unsigned int kWriteFailed = 2;
+constexpr unsigned int kInvalidMessage = 3;
+
+constexpr int kStreamClosed = 0;
+constexpr int kReceiveTimeout = -2;
+
+/// More than a header: with room to spare a transport appends faster.
+constexpr std::size_t kHeaderRoom = std::size_t{2} * frame::kHeaderLength;
+
+RawMessage::Type typeOfKind(unsigned int kind) {
+    switch (kind) {
+        case frame::kKindData:
+            return RawMessage::DATA;
+        case frame::kKindControl:
+            return RawMessage::CONTROL;
+        default:
+            return RawMessage::INVALID;
+    }
+}
+
+/// Puts `message` into a frame.
+/// @return false when messages of its type are not sent.
+bool buildFrame(const RawMessage& message, RawMessage& wholeFrame) {
+    wholeFrame.reserve(frame::kHeaderLength + message.size());
+    wholeFrame.assign(std::begin(frame::kDataHeader), std::end(frame::kDataHeader));
+    wholeFrame.insert(wholeFrame.end(), message.begin(), message.end());
+    switch (message.getType()) {
+        case RawMessage::DATA:
+            // The strict guard of writeAt leaves a body of eight bytes or less as it was built.
+            wholeFrame.writeAt(frame::kBodyLengthOffset, static_cast<unsigned int>(message.size()));
+            break;
+        case RawMessage::CONTROL:
+            wholeFrame.writeAt(frame::kKindOffset, frame::kKindControl);
+            wholeFrame.writeAt(frame::kSubKindOffset, frame::kSubKindControl);
+            wholeFrame.writeAt(frame::kEndMarkOffset, frame::kEndMarkControl);
+            break;
+        case RawMessage::INVALID:
+            return false;
+    }
+    wholeFrame.writeAt(frame::kFrameLengthOffset, static_cast<unsigned int>(wholeFrame.size()));
+    return true;
+}
+
+}  // namespace
+
+/// The write of one frame. When a cancellation ends it, the owner is notified.
+class FrameChannel::Write {
+  public:
+    Write(FrameChannel& writingChannel, std::uint32_t writtenConnection)
+        : channel(writingChannel), connection(writtenConnection) {}
+    Write(const Write&) = delete;
+    Write& operator=(const Write&) = delete;
+    ~Write() {
+        if (!hasReturned) {
+            channel.owner.writeAbandoned(connection);
+        }
+    }
+
+    int run(const RawMessage& wholeFrame) {
+        try {
+            const int written = channel.comms->writeMessage(wholeFrame);
+            hasReturned = true;
+            return written;
+        } catch (const std::exception&) {
+            hasReturned = true;
+            throw;
+        }
+    }
+
+  private:
+    FrameChannel& channel;
+    const std::uint32_t connection;
+    bool hasReturned = false;
+};
+
+FrameChannel::FrameChannel(Owner& channelOwner, CSCommsInterfaceTCP* first) : owner(channelOwner), comms(first) {}
+
+void FrameChannel::replaceTransport(CSCommsInterfaceTCP* next) {
+    if (next != comms.get()) {
+        // A sender that saw the last connection may still use its transport. That one is closed, so it will return.
+        senders.waitForUsers();
+        comms.reset(next);
+    }
+}
+
+unsigned int FrameChannel::send(const RawMessage& message) {
+    if (!owner.maySend()) {
+        return kNotConnected;
+    }
+    const SpareMessage::Loan wholeFrame(spareFrame, message.getType());
+    return buildFrame(message, *wholeFrame) ? sendFrame(*wholeFrame) : kInvalidMessage;
+}
+
+unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {
+    if (!owner.maySend()) {
+        return kNotConnected;
+    }
+    int written = -1;
+    std::uint32_t writtenTo = kNoConnection;
+    {
+        // Counted before the connection is read, so that replacing the transport waits for this write.
+        const CSUseCount::Use sending(senders);
+        writtenTo = owner.connectionToWriteTo();
+        if (writtenTo == kNoConnection) {
+            return kNotConnected;
+        }
+        written = Write(*this, writtenTo).run(wholeFrame);
+    }
+    if (written >= 0 && static_cast<std::size_t>(written) == wholeFrame.size()) {
+        return kSent;
+    }
+    owner.writeFailed(writtenTo, errno);
+    return kWriteFailed;
+}
+
+bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) {
+    ReusableMessage& header = receivedHeader;
+    header.begin(RawMessage::DATA);
+    header.reserve(kHeaderRoom);
+    const int received = comms->readMessage(frame::kHeaderLength, header);
+    if (received == kReceiveTimeout) {
+        return false;
+    }
+    if (received == kStreamClosed) {
+        owner.readFailed({"Connection closed by server."});
+        return false;
+    }
+    if (received < 0) {
+        // Goes on: the header as the transport left it is refused below, with its own line and close. Users of the
+        // diagnostics rely on both lines.
+        owner.readFailed({"Read error (", Decimal(errno), "). Closing connection."});
+    } else if (static_cast<unsigned int>(received) < frame::kHeaderLength) {
+        owner.readFailed({"Read error (bytes read ", Decimal(received), "). Closing connection."});
+        return false;
+    }
+
+    if (header.wordAt(frame::kHeaderLengthOffset) != frame::kHeaderLength) {
+        owner.readFailed({"Invalid header data received. Closing connection."});
+        return false;
+    }
+    bodyLength = header.wordAt(frame::kFrameLengthOffset);
+    // An empty body is refused, too: no message of the host is empty.
+    if (bodyLength <= frame::kHeaderLength) {
+        owner.readFailed({"Invalid message data received (", Decimal(bodyLength), "). Closing connection."});
+        return false;
+    }
+    bodyLength -= frame::kHeaderLength;
+    type = typeOfKind(header.wordAt(frame::kKindOffset));
+    return true;
+}
+
+// One function, because code that runs right after a system call finds cold caches.
+[[gnu::flatten]] void FrameChannel::receive() {
+    try {
+        RawMessage::Type type = RawMessage::INVALID;
+        unsigned int bodyLength = 0;
+        if (!readHeader(type, bodyLength)) {
+            return;
+        }
+        receivedBody.begin(type);
+        const BodyRead body = readBody(bodyLength, receivedBody);
+        if (body == BodyRead::WHOLE) {
+            owner.bodyReceived(receivedBody);
+        }
+        // Before the connection is closed, which can take its time: half a large body needs as much memory as a whole one.
+        receivedBody.end();
+        if (body == BodyRead::CLOSED) {
+            owner.readFailed({"EXIT: Connection closed by server."});
+        } else if (body == BodyRead::FAILED) {
+            owner.readFailed({"EXIT: Read error."});
+        }
+    } catch (const std::bad_alloc&) {
+        // The frame is lost, so the connection ends: what the frame would have confirmed is registered again on the next.
+        receivedBody.end();
+        owner.readFailed({"EXIT: Read error."});
+    }
+}
+
+FrameChannel::BodyRead FrameChannel::readBody(unsigned int bodyLength, RawMessage& message) {
+    unsigned int receivedBytes = 0;
+    while (receivedBytes < bodyLength) {
+        const int received = comms->readMessage(bodyLength - receivedBytes, message);
+        if (received > 0) {
+            receivedBytes += static_cast<unsigned int>(received);
+        } else if (received == kStreamClosed) {
+            return BodyRead::CLOSED;
+        } else if (errno != EAGAIN) {
+            return BodyRead::FAILED;
+        }
+        // Timed out: read again, without limit.
+    }
+    return BodyRead::WHOLE;
+}
+
+}  // namespace com_tesk

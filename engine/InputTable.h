@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "client/CSClient.h"
+#include "engine/CSClientProtocol.h"
+#include "engine/EntryTable.h"
+#include "engine/LookupIndex.h"
+#include "engine/ReregistrationGate.h"
+
+namespace com_tesk {
+
+/// The inputs: by name, and by the ids under which the host has confirmed them.
+///
+/// Its user holds `parameterMutex` in every operation but `names`.
+class InputTable {
+  public:
+    using Entry = CSClientProtocol::InputParameterEntry;
+    using Entries = EntryTable<Entry>;
+
+    /// Every input, confirmed or not.
+    const Entries& all() const { return inputsByName; }
+    Entries& all() { return inputsByName; }
+
+    /// The number of inputs, or of ids under which the host has confirmed inputs.
+    std::size_t size(bool confirmed) const { return confirmed ? inputNamesById.size() : inputsByName.size(); }
+
+    /// @return whether every definition was inserted; see `EntryTable::insert`.
+    bool insert(const CSClient::InputDef* definitions, unsigned int count, bool silent, std::vector<Entry*>& batch);
+
+    /// Removes what was unregistered.
+    void erase(const Entries::Unregistration& found);
+
+    /// The host has confirmed an input. An older id of it stays, and still names it.
+    /// @param hint  where the input may be; the place after it when it is found.
+    /// @return the entry; null when there is no such input.
+    Entry* confirm(Entries::Place& hint, std::uint32_t id, std::string_view name);
+
+    /// The name of the input that the host has confirmed under `id`. Null when there is none. Valid until `version`
+    /// changes.
+    const std::string* nameOf(std::uint32_t id);
+
+    /// Changes when names may have got other ids.
+    std::uint32_t version() const { return inputNamesVersion; }
+
+    /// Copies of all definitions.
+    std::vector<CSClient::InputDef> definitions() const;
+
+    /// Moves all entries to `taken` and erases all ids.
+    void takeAll(Entries& taken);
+
+    /// Takes back entries, as unconfirmed, that are not in the table. Allocates nothing.
+    void restore(Entries& taken) { inputsByName.merge(taken); }
+
+    void clear();
+
+    /// The names, in ascending order, without `parameterMutex`.
+    std::vector<std::string> names() const { return inputsByName.names(); }
+
+    ReregistrationGate& gate() { return registered; }
+    const ReregistrationGate& gate() const { return registered; }
+
+  private:
+    friend class PartAccess;
+
+    /// To be called with every change of `inputNamesById`, before an element goes.
+    void idsChange();
+
+    Entries inputsByName;
+    std::map<std::uint32_t, std::string> inputNamesById;
+    std::uint32_t inputNamesVersion = 0;
+    /// The elements of `inputNamesById` that updates have needed since it changed.
+    LookupIndex<const std::pair<const std::uint32_t, std::string>, IdKey> updatedIndex;
+    ReregistrationGate registered;
+};
+
+}  // namespace com_tesk

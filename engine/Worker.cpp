@@ -1,0 +1,72 @@
+// The worker thread: connects, receives, and ends the connection.
+
+#include <new>
+
+#include "comms/CSCommsInterfaceTCP.h"
+#include "engine/EngineParts.h"
+
+namespace com_tesk {
+
+void* CSClientProtocol::Parts::runWorker(void* engine) {
+    if (engine != nullptr) {
+        static_cast<CSClientProtocol*>(engine)->parts->runUntilEnd();
+    }
+    return nullptr;
+}
+
+void CSClientProtocol::Parts::runUntilEnd() {
+    bool running = true;
+    while (running) {
+        try {
+            running = runOnce();
+        } catch (const std::bad_alloc&) {
+            // Memory may be back at the next attempt; the registrations are still there.
+            closeAfterFailure();
+        }
+    }
+    connection.finish([this] { frames.transport().close(); });
+}
+
+bool CSClientProtocol::Parts::runOnce() {
+    connection.closeAsLeft();
+    switch (connection.current()) {
+        case CSClient::STATE_CONNECTING:
+            startConnection();
+            return true;
+        case CSClient::STATE_CONNECTED:
+        case CSClient::STATE_READY:
+            frames.receive();
+            return true;
+        case CSClient::STATE_RECONNECTING:
+            connection.leaveReconnecting();
+            return true;
+        case CSClient::STATE_DISCONNECTED:
+        case CSClient::STATE_DISCONNECTING:
+            return false;
+    }
+    return false;
+}
+
+int CSClientProtocol::Parts::startConnection() {
+    constexpr int kConnected = 0;
+    constexpr int kFailed = 2;
+    ConnectionState::Attempt attempt;
+    bool isConnected = false;
+    if (connection.isAttemptWanted(attempt)) {
+        CSCommsInterfaceTCP::Options transportOptions;
+        // Not quiet, whatever OPTION_SILENT says: what the system refuses is worth a line.
+        transportOptions.quiet = false;
+        transportOptions.receiveBufferSize = attempt.options.receiveBufferSize;
+        transportOptions.sendBufferSize = attempt.options.sendBufferSize;
+        frames.transport().setOptions(transportOptions);
+        // Without a lock: a host that does not answer must not hold up threads that close or ask.
+        isConnected = frames.transport().openConnection(attempt.address, attempt.port);
+    }
+    if (isConnected && connection.enterConnected()) {
+        return kConnected;
+    }
+    closeAfterFailure();
+    return kFailed;
+}
+
+}  // namespace com_tesk

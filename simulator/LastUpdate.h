@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "client/CSClient.h"
+#include "simulator/HostMessages.h"
+
+namespace com_tesk {
+
+/// The parameters of the update received last. Hosts usually send the same parameters each cycle, so only their values
+/// are read again. Worker thread.
+class LastUpdate {
+  public:
+    /// Reads an update, without the records whose id is unknown.
+    /// @param namesVersion  changes whenever an id may name another input.
+    /// @param nameOf        `const std::string*` of an id, or null.
+    template <typename NameOf>
+    void read(const wire::ValueUpdates& updates, std::uint32_t namesVersion, const NameOf& nameOf) {
+        if (isRepeatedBy(updates, namesVersion)) {
+            for (unsigned int i = 0; i < updates.size(); ++i) {
+                updates.read(i, values[i]);
+            }
+        } else {
+            readNew(updates, namesVersion, nameOf);
+        }
+    }
+
+    /// The known parameters, in the order of the update.
+    const std::vector<CSClient::Parameter>& parameters() const { return values; }
+
+    /// Gives back the memory that one huge update has needed.
+    void trim() {
+        if (ids.size() > kMaxKept) {
+            release();
+        }
+    }
+
+  private:
+    static constexpr std::size_t kMaxKept = 4'096;
+
+    /// Whether an update has the ids of the one before, all of them known, under the same names.
+    bool isRepeatedBy(const wire::ValueUpdates& updates, std::uint32_t namesVersion) const {
+        if (!isComplete || keptNamesVersion != namesVersion || updates.size() != ids.size() ||
+            updates.size() != values.size()) {
+            return false;
+        }
+        for (unsigned int i = 0; i < updates.size(); ++i) {
+            if (updates.id(i) != ids[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    template <typename NameOf>
+    void readNew(const wire::ValueUpdates& updates, std::uint32_t namesVersion, const NameOf& nameOf) {
+        // Until the end, so that a lack of memory on the way leaves nothing that looks like an update.
+        isComplete = false;
+        ids.resize(updates.size());
+        std::size_t known = 0;
+        for (unsigned int i = 0; i < updates.size(); ++i) {
+            const std::uint32_t id = updates.id(i);
+            ids[i] = id;
+            // The id 0 counts as unknown, even if the host has confirmed an input under it: 0 stands for no parameter.
+            const std::string* const name = id == 0 ? nullptr : nameOf(id);
+            if (name != nullptr) {
+                if (known == values.size()) {
+                    values.emplace_back();
+                }
+                values[known].name = *name;
+                updates.read(i, values[known]);
+                ++known;
+            }
+        }
+        values.resize(known);
+        keptNamesVersion = namesVersion;
+        isComplete = true;
+    }
+
+    [[gnu::cold]] void release() {
+        std::vector<std::uint32_t>().swap(ids);
+        std::vector<CSClient::Parameter>().swap(values);
+    }
+
+    /// The ids of all its records.
+    std::vector<std::uint32_t> ids;
+    /// Its known parameters.
+    std::vector<CSClient::Parameter> values;
+    /// Whether the other members belong together.
+    bool isComplete = false;
+    /// The version of the names under which the parameters got theirs.
+    std::uint32_t keptNamesVersion = 0;
+};
+
+}  // namespace com_tesk

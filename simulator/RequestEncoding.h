@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "client/CSClient.h"
+#include "simulator/MessageLayout.h"
+
+/// The bytes of the six requests, in their frames. Pure functions: each writes at a place in the caller's buffer and returns
+/// the place after it. A request is begun, gets its records, and is completed once its end is known.
+namespace com_tesk::wire {
+
+/// The most bytes of a request with `count` records of `recordLength`. `words` counts the words before the records.
+constexpr std::size_t maxRequestSize(std::size_t words, std::size_t count = 0, std::size_t recordLength = 0) {
+    return layout::kRequestFieldsOffset + words * layout::kWordLength + count * recordLength;
+}
+
+/// A whole request for the host's version.
+char* putVersionRequest(char* at, std::uint32_t simulatorId);
+
+/// Begins a subscription of `count` inputs; `putInput` follows for each.
+char* beginInputSubscription(char* at, std::uint32_t simulatorId, std::size_t count);
+char* putInput(char* at, const std::string& name, CSClient::ParameterType type, std::uint32_t subscriptionMode);
+
+/// Begins a registration of `count` outputs; `putOutput` follows for each.
+char* beginOutputRegistration(char* at, std::uint32_t simulatorId, std::size_t count);
+char* putOutput(char* at, const std::string& name, CSClient::ParameterType type);
+
+/// Begins a publication of `count` values; `putValue` follows for each.
+char* beginPublication(char* at, std::uint32_t simulatorId, std::uint32_t mode, std::size_t count);
+char* putValue(char* at, std::uint32_t id, CSClient::ParameterType type, CSClient::Value value);
+
+/// Begins an unsubscription of `count` inputs; `putId` follows for each.
+char* beginInputUnsubscription(char* at, std::uint32_t simulatorId, std::size_t count);
+/// Begins an unregistration of `count` outputs; `putId` follows for each.
+char* beginOutputUnregistration(char* at, std::uint32_t simulatorId, std::size_t count);
+char* putId(char* at, std::uint32_t id);
+
+/// Writes the two lengths that a request holds.
+/// @param request  its first byte.
+/// @param length   its length, frame header included.
+void complete(char* request, std::size_t length);
+
+}  // namespace com_tesk::wire

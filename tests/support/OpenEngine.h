@@ -1,0 +1,130 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "engine/EngineParts.h"
+#include "simulator/SimulatorProtocol.h"
+
+namespace com_tesk {
+
+/// Reaches the private members of an engine's parts.
+class PartAccess {
+  public:
+    static auto& state(ConnectionState& connection) { return connection.state; }
+    static auto& connectionMutex(ConnectionState& connection) { return connection.connectionMutex; }
+    static auto& serverAddress(ConnectionState& connection) { return connection.serverAddress; }
+    static auto& serverPort(ConnectionState& connection) { return connection.serverPort; }
+    static auto& connectionOptions(ConnectionState& connection) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return connection.connectionOptions;
+    }
+    static auto& retryPause(ConnectionState& connection) { return connection.retryPause; }
+    static auto& isCloseRequested(ConnectionState& connection) { return connection.isCloseRequested; }
+
+    static auto& callbackMutex(CallbackRegistry& registry) { return registry.callbackMutex; }
+    static auto& callbacks(CallbackRegistry& registry) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return registry.callbacks; }
+
+    static auto& inputs(ParameterTables& tables) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return tables.inputTable.inputsByName;
+    }
+    static auto& inputNamesById(ParameterTables& tables) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return tables.inputTable.inputNamesById;
+    }
+    static auto& outputs(ParameterTables& tables) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return tables.outputTable.outputsByName;
+    }
+    static auto& outputsById(ParameterTables& tables) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return tables.outputTable.outputsById;
+    }
+    template <typename Entry>
+    static auto& byName(EntryTable<Entry>& table) {
+        return table.byName;
+    }
+    template <typename Entry>
+    static auto& namesMutex(EntryTable<Entry>& table) {
+        return table.namesMutex;
+    }
+
+    static auto& versionMutex(HostVersion& version) { return version.versionMutex; }
+};
+
+namespace test {
+
+/// An engine whose parts a test can look at and change.
+class OpenEngine : public SimulatorProtocol {
+  public:
+    using SimulatorProtocol::SimulatorProtocol;
+
+    /// Sets the state without any of what a change of state does.
+    void pretendState(CSClient::State pretended) { PartAccess::state(engineParts().connection) = pretended; }
+
+    /// Sets the address of the host as if the engine had been opened with it.
+    void pretendAddress(unsigned int address, unsigned int port) {
+        PartAccess::serverAddress(engineParts().connection) = address;
+        PartAccess::serverPort(engineParts().connection) = port;
+    }
+
+    /// A real change of state, under the lock that it needs.
+    void changeState(CSClient::State newState) {
+        underConnectionLock([this, newState] { setState(newState); });
+    }
+
+    /// What opening does before it starts the worker.
+    void beginConnecting(unsigned int address = 0, unsigned int port = 0) {
+        underConnectionLock([=] {
+            PartAccess::isCloseRequested(engineParts().connection) = false;
+            PartAccess::retryPause(engineParts().connection).reset();
+            setState(CSClient::STATE_CONNECTING);
+            pretendAddress(address, port);
+        });
+    }
+
+    template <typename Step>
+    void underConnectionLock(const Step& step) {
+        engineParts().connection.underLock(step);
+    }
+
+    /// Waits until a change of state in progress is complete; false when the time is up before.
+    bool waitForStateChange(std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
+        return engineParts().connection.underLockWithin(timeout, [] {});
+    }
+
+    /// As the worker does it.
+    bool runOnce() { return engineParts().runOnce(); }
+
+    /// Pauses between two attempts to connect take no time from now on.
+    void skipPauses() { PartAccess::retryPause(engineParts().connection).interrupt(); }
+
+    bool holdsConnectionMutex() const { return engineParts().connection.isChangedByThisThread(); }
+    bool holdsParameterMutex() const { return parameterMutex().isHeldByThisThread(); }
+    bool holdsCallbackMutex() const { return PartAccess::callbackMutex(engineParts().callbacks).isHeldByThisThread(); }
+    bool holdsNamesMutex() const {
+        ParameterTables& tables = engineParts().tables;
+        return PartAccess::namesMutex(PartAccess::inputs(tables)).isHeldByThisThread() ||
+               PartAccess::namesMutex(PartAccess::outputs(tables)).isHeldByThisThread();
+    }
+    bool holdsAnyLock() const { return holdsConnectionMutex() || holdsOtherLock(); }
+    bool holdsOtherLock() const {
+        return holdsParameterMutex() || holdsCallbackMutex() || holdsNamesMutex() ||
+               PartAccess::versionMutex(engineParts().host).isHeldByThisThread();
+    }
+
+    CSMutex& parameterMutex() const { return engineParts().tables.mutex(); }
+
+    /// @name The four tables
+    /// For one thread, or with `parameterMutex` held.
+    /// @{
+    using Inputs = std::map<std::string_view, InputParameterEntry*>;
+    using Outputs = std::map<std::string_view, OutputParameterEntry*>;
+    Inputs& inputsByName() const { return PartAccess::byName(PartAccess::inputs(engineParts().tables)); }
+    const auto& inputNamesById() const { return PartAccess::inputNamesById(engineParts().tables); }
+    Outputs& outputsByName() const { return PartAccess::byName(PartAccess::outputs(engineParts().tables)); }
+    const auto& outputsById() const { return PartAccess::outputsById(engineParts().tables); }
+    /// @}
+};
+
+}  // namespace test
+}  // namespace com_tesk
