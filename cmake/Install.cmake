@@ -3,39 +3,9 @@
 
 include(CMakePackageConfigHelpers)
 
-# The public headers: those for programs (client/, the transports), those for who derives an engine or writes a transport, and
-# what these include. Nothing else is installed; scripts/test-install compiles each by itself.
-set(public_headers
-    client/CSClient.h
-    client/SimClient.h
-    comms/CSCommsInterface.h
-    comms/CSCommsInterfaceTCP.h
-    comms/CSCommsInterfaceTCPBuffered.h
-    comms/CSMutex.h
-    comms/CSThread.h
-    comms/CSUseCount.h
-    comms/FrameProgress.h
-    comms/InterruptiblePause.h
-    comms/PeerWatch.h
-    comms/ReadAheadBuffer.h
-    comms/ReceiveBacklog.h
-    comms/ThreadSafety.h
-    engine/CSClientProtocol.h
-    engine/EngineLocks.h
-    engine/LookupIndex.h
-    engine/NameBytes.h
-    message/BigEndian.h
-    message/Export.h
-    message/FrameLayout.h
-    message/RawMessage.h
-    message/ReusableMessage.h
-    message/SpareMessage.h
-    simulator/SimulatorProtocol.h)
-foreach(header IN LISTS public_headers)
-    get_filename_component(room ${header} DIRECTORY)
-    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csclient/${room}
-        COMPONENT development)
-endforeach()
+# Everything under include/ is public, and nothing else is installed. scripts/test-install compiles each header by itself.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csclient COMPONENT development
+    FILES_MATCHING PATTERN "*.h")
 
 install(TARGETS csclient_shared csclient_static EXPORT csclientTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development

@@ -12,14 +12,14 @@ set_source_files_properties(engine/FrameChannel.cpp simulator/ValueUpdate.cpp PR
     COMPILE_OPTIONS -fno-semantic-interposition)
 target_link_libraries(csclient_objects PUBLIC Threads::Threads)
 target_compile_features(csclient_objects PUBLIC cxx_std_17)
-target_include_directories(csclient_objects PRIVATE ${PROJECT_SOURCE_DIR})
+target_include_directories(csclient_objects PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
 
 foreach(library IN ITEMS csclient_shared csclient_static)
     add_library(csclient::${library} ALIAS ${library})
     target_compile_features(${library} PUBLIC cxx_std_17)
     # Headers are included as <client/SimClient.h>, here and where they are installed.
     target_include_directories(${library} PUBLIC
-        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/csclient>)
     target_link_libraries(${library} PUBLIC Threads::Threads)
     set_target_properties(${library} PROPERTIES OUTPUT_NAME csclient)

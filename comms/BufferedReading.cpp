@@ -8,7 +8,7 @@
 #include <ctime>
 #include <limits>
 
-#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "comms/BufferedConnection.h"
 #include "comms/SocketWait.h"
 #include "message/FrameLayout.h"
 #include "message/RawMessage.h"
@@ -17,7 +17,7 @@ namespace com_tesk {
 
 namespace {
 
-constexpr int kNoSocket = -1;
+constexpr int kNoSocket = TcpConnection::kNoSocket;
 constexpr int kError = -1;
 constexpr int kStreamClosed = 0;
 constexpr int kReceiveTimeout = -2;
@@ -33,7 +33,7 @@ constexpr std::size_t kLargestMessage = std::numeric_limits<std::uint32_t>::max(
 
 }  // namespace
 
-int CSCommsInterfaceTCPBuffered::readMessage(unsigned int count, RawMessage& message) {
+int BufferedConnection::read(unsigned int count, RawMessage& message) {
     const std::size_t largest = std::min(kLargestMessage, message.max_size());
     const bool fitsFrame = count <= frame::kHeaderLength ||
                            count <= bounds.largestFrame - std::min(bounds.largestFrame, frame::kHeaderLength);
@@ -41,7 +41,7 @@ int CSCommsInterfaceTCPBuffered::readMessage(unsigned int count, RawMessage& mes
         errno = EMSGSIZE;
         return kError;
     }
-    const CSUseCount::Use use(readers);
+    const CSUseCount::Use use(tcp.readers());
     waitForWriterToTakeIn();
     Reading reading;
     reading.descriptor = connectedSocket();
@@ -87,7 +87,7 @@ int CSCommsInterfaceTCPBuffered::readMessage(unsigned int count, RawMessage& mes
     return static_cast<int>(count);
 }
 
-int CSCommsInterfaceTCPBuffered::failReading(int descriptor, int error) {
+int BufferedConnection::failReading(int descriptor, int error) {
     // What has arrived of a frame is dropped, so nothing that follows on this connection can be read.
     hasReadingFailed = true;
     releaseReceived();
@@ -96,14 +96,14 @@ int CSCommsInterfaceTCPBuffered::failReading(int descriptor, int error) {
     return kError;
 }
 
-void CSCommsInterfaceTCPBuffered::waitForWriterToTakeIn() const {
+void BufferedConnection::waitForWriterToTakeIn() const {
     constexpr timespec kPollInterval{0, 50'000};
     while (isTakingIn) {
         nanosleep(&kPollInterval, nullptr);
     }
 }
 
-CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::gatherAhead(Reading& reading, std::size_t count) {
+BufferedConnection::Arrival BufferedConnection::gatherAhead(Reading& reading, std::size_t count) {
     while (buffer.size() < count) {
         std::size_t arrived = 0;
         const Arrival arrival = receive(reading, buffer.room(), buffer.roomSize(), arrived);
@@ -115,7 +115,7 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::gatherAhead(Re
     return Arrival::SOME;
 }
 
-CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::gatherLargeBody(Reading& reading, std::size_t count) {
+BufferedConnection::Arrival BufferedConnection::gatherLargeBody(Reading& reading, std::size_t count) {
     if (largeBodyFilled == 0) {
         largeBody.clear();
         largeBody.reserve(count);
@@ -138,8 +138,8 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::gatherLargeBod
     return Arrival::SOME;
 }
 
-CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::receive(Reading& reading, char* target,
-                                                                          std::size_t room, std::size_t& arrived) {
+BufferedConnection::Arrival BufferedConnection::receive(Reading& reading, char* target, std::size_t room,
+                                                        std::size_t& arrived) {
     if (!reading.hasDeadline) {
         reading.hasDeadline = true;
         reading.deadline = Clock::now() + kReceiveWait;
@@ -181,7 +181,7 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::receive(Readin
     }
 }
 
-CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::waitInFrame(const Reading& reading) {
+BufferedConnection::Arrival BufferedConnection::waitInFrame(const Reading& reading) {
     const Clock::time_point now = Clock::now();
     if (now >= reading.deadline) {
         return Arrival::NOTHING_YET;
@@ -199,7 +199,7 @@ CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::waitInFrame(co
     return Arrival::NOTHING_YET;
 }
 
-CSCommsInterfaceTCPBuffered::Arrival CSCommsInterfaceTCPBuffered::arrivalAfterInterruption() const {
+BufferedConnection::Arrival BufferedConnection::arrivalAfterInterruption() const {
     if (!isInterrupted) {
         errno = EBADF;
         return Arrival::FAILED;

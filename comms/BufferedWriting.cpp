@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "comms/AtScopeEnd.h"
-#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "comms/BufferedConnection.h"
 #include "comms/CSLockGuard.h"
 #include "comms/SocketWait.h"
 #include "message/FrameLayout.h"
@@ -19,7 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kNoSocket = -1;
+constexpr int kNoSocket = TcpConnection::kNoSocket;
 constexpr int kError = -1;
 
 /// How often a write that waits asks whether the peer is still there.
@@ -30,8 +30,8 @@ constexpr milliseconds kTakeInInterval{5};
 
 }  // namespace
 
-int CSCommsInterfaceTCPBuffered::writeMessage(const RawMessage& message) {
-    const CSUseCount::Use use(writers);
+int BufferedConnection::write(const RawMessage& message) {
+    const CSUseCount::Use use(tcp.writers());
     const CSLockGuard oneFrameAtATime(writeMutex);
     const int descriptor = connectedSocket();
     if (descriptor == kNoSocket) {
@@ -74,7 +74,7 @@ int CSCommsInterfaceTCPBuffered::writeMessage(const RawMessage& message) {
     return static_cast<int>(message.size());
 }
 
-bool CSCommsInterfaceTCPBuffered::waitForRoom(int descriptor, Clock::time_point deadline) {
+bool BufferedConnection::waitForRoom(int descriptor, Clock::time_point deadline) {
     Clock::time_point peerCheck = Clock::now() + kPeerCheckInterval;
     bool isInputAwaited = true;
     for (;;) {
@@ -104,13 +104,13 @@ bool CSCommsInterfaceTCPBuffered::waitForRoom(int descriptor, Clock::time_point 
     }
 }
 
-bool CSCommsInterfaceTCPBuffered::takeIn(int descriptor) {
+bool BufferedConnection::takeIn(int descriptor) {
     const std::size_t limit = std::max(bounds.largestFrame, frame::kHeaderLength);
     if (isTakingIn.exchange(true)) {
         return false;
     }
     const AtScopeEnd letReadersIn([this] { isTakingIn = false; });
-    return !readers.isInUse() && backlog.takeIn(descriptor, limit);
+    return !tcp.readers().isInUse() && backlog.takeIn(descriptor, limit);
 }
 
 }  // namespace com_tesk

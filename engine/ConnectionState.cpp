@@ -8,9 +8,6 @@ namespace com_tesk {
 
 namespace {
 
-constexpr int kOk = 0;
-constexpr int kFailed = 2;
-
 /// Between connection attempts, and after a loss.
 constexpr unsigned int kRetrySeconds = 1;
 
@@ -84,13 +81,13 @@ int ConnectionState::open(const Attempt& newAttempt, void* (*routine)(void*), vo
         }
     });
     if (isStarted) {
-        return kOk;
+        return CSClient::RESULT_OK;
     }
     // Without a worker no thread leaves the state that is left here: connecting, or disconnecting.
     if (!isRefused && hasOption(CSClient::OPTION_AUTO_RECONNECT)) {
         closeOrReconnect();
     }
-    return kFailed;
+    return CSClient::RESULT_FAILED;
 }
 
 void ConnectionState::beginConnecting() {
@@ -112,8 +109,8 @@ bool ConnectionState::startWorker(void* (*routine)(void*), void* argument) {
 }
 
 void ConnectionState::close() {
-    const bool isCarriedOut = underLockWithin(
-        kMaxStateChange, [this]() CSCLIENT_REQUIRES(connectionMutex) { beginDisconnecting(); });
+    const bool isCarriedOut =
+        underLockWithin(kMaxStateChange, [this]() CSCLIENT_REQUIRES(connectionMutex) { beginDisconnecting(); });
     if (!isCarriedOut) {
         requestClose();
         closeIfRequested();

@@ -164,8 +164,8 @@ class ConnectionState {
     /// As `underLock`, but waits at most `timeout` for the lock.
     /// @return whether `step` was run.
     template <typename Step>
-    bool underLockWithin(std::chrono::milliseconds timeout,
-                         const Step& step) CSCLIENT_EXCLUDES(connectionMutex) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+    bool underLockWithin(std::chrono::milliseconds timeout, const Step& step)
+        CSCLIENT_EXCLUDES(connectionMutex) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
         if (!connectionMutex.lockWithin(timeout)) {
             return false;
         }

@@ -82,8 +82,8 @@ class EntryTable {
     template <typename Definition>
     bool insert(const Definition* definitions, unsigned int count, bool silent,
                 void (*reportInvalidType)(const std::string&), std::vector<Entry*>& batch) {
-        const DuplicateNames duplicates(
-            count, [definitions](std::size_t i) { return std::string_view(definitions[i].name); });
+        const DuplicateNames duplicates(count,
+                                        [definitions](std::size_t i) { return std::string_view(definitions[i].name); });
         batch.reserve(count);
         for (unsigned int i = 0; i < count; ++i) {
             const Definition& definition = definitions[i];

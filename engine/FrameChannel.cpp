@@ -5,6 +5,7 @@
 #include <iterator>
 #include <new>
 
+#include "client/CSClient.h"
 #include "comms/Diagnostics.h"
 #include "engine/DeferringMutex.h"
 #include "message/FrameLayout.h"
@@ -14,11 +15,6 @@ namespace com_tesk {
 using diagnostics::Decimal;
 
 namespace {
-
-constexpr unsigned int kSent = 0;
-constexpr unsigned int kNotConnected = 1;
-constexpr unsigned int kWriteFailed = 2;
-constexpr unsigned int kInvalidMessage = 3;
 
 constexpr int kStreamClosed = 0;
 constexpr int kReceiveTimeout = -2;
@@ -104,15 +100,15 @@ void FrameChannel::replaceTransport(CSCommsInterfaceTCP* next) {
 
 unsigned int FrameChannel::send(const RawMessage& message) {
     if (!owner.maySend()) {
-        return kNotConnected;
+        return CSClient::RESULT_NOT_CONNECTED;
     }
     const SpareMessage::Loan wholeFrame(spareFrame, message.getType());
-    return buildFrame(message, *wholeFrame) ? sendFrame(*wholeFrame) : kInvalidMessage;
+    return buildFrame(message, *wholeFrame) ? sendFrame(*wholeFrame) : CSClient::RESULT_REFUSED;
 }
 
 unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {
     if (!owner.maySend()) {
-        return kNotConnected;
+        return CSClient::RESULT_NOT_CONNECTED;
     }
     int written = -1;
     std::uint32_t writtenTo = kNoConnection;
@@ -121,15 +117,15 @@ unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {
         const CSUseCount::Use sending(senders);
         writtenTo = owner.connectionToWriteTo();
         if (writtenTo == kNoConnection) {
-            return kNotConnected;
+            return CSClient::RESULT_NOT_CONNECTED;
         }
         written = Write(*this, writtenTo).run(wholeFrame);
     }
     if (written >= 0 && static_cast<std::size_t>(written) == wholeFrame.size()) {
-        return kSent;
+        return CSClient::RESULT_OK;
     }
     owner.writeFailed(writtenTo, errno);
-    return kWriteFailed;
+    return CSClient::RESULT_FAILED;
 }
 
 bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) {

@@ -49,7 +49,8 @@ class OutputTable {
     /// Checks all records, then stores all their values.
     /// @param batch  as from `batchFor`. Filled with the outputs, record by record.
     /// @return false when a record is refused, which prints a line unless `silent`: then no value was stored.
-    bool storeValues(const CSClient::Parameter* parameters, unsigned int count, bool silent, std::vector<Entry*>& batch);
+    bool storeValues(const CSClient::Parameter* parameters, unsigned int count, bool silent,
+                     std::vector<Entry*>& batch);
 
     void clear();
 

@@ -18,38 +18,40 @@ constexpr bool isUnregistered(int result) {
 
 int CSClientProtocol::registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) {
     if (count == 0) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     Parts& engine = *parts;
-    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) {
+    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) -> int {
         std::vector<InputParameterEntry*> batch;
         if (!engine.tables.inputs().insert(definitions, count, engine.isSilent(), batch)) {
-            return checks::kRefused;
+            return CSClient::RESULT_REFUSED;
         }
-        return engine.isLeftToReregistration(engine.tables.inputs().gate()) ? 0 : sendInputSubscriptionRequest(batch);
+        return engine.isLeftToReregistration(engine.tables.inputs().gate()) ? CSClient::RESULT_OK
+                                                                            : sendInputSubscriptionRequest(batch);
     });
 }
 
 int CSClientProtocol::registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count) {
     if (count == 0) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     Parts& engine = *parts;
-    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) {
+    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) -> int {
         std::vector<OutputParameterEntry*> batch;
         if (!engine.tables.outputs().insert(definitions, count, engine.isSilent(), batch)) {
-            return checks::kRefused;
+            return CSClient::RESULT_REFUSED;
         }
-        return engine.isLeftToReregistration(engine.tables.outputs().gate()) ? 0 : sendOutputSubscriptionRequest(batch);
+        return engine.isLeftToReregistration(engine.tables.outputs().gate()) ? CSClient::RESULT_OK
+                                                                             : sendOutputSubscriptionRequest(batch);
     });
 }
 
 int CSClientProtocol::unregisterInputParameters(const std::vector<std::string>& names) {
     if (names.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     Parts& engine = *parts;
-    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) {
+    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) -> int {
         const auto found = engine.tables.inputs().all().findAll(names);
         const int result = sendInputUnsubscriptionRequest(found.batch);
         if (isUnregistered(result)) {
@@ -61,10 +63,10 @@ int CSClientProtocol::unregisterInputParameters(const std::vector<std::string>& 
 
 int CSClientProtocol::unregisterOutputParameters(const std::vector<std::string>& names) {
     if (names.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     Parts& engine = *parts;
-    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) {
+    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) -> int {
         const auto found = engine.tables.outputs().all().findAll(names);
         const int result = sendOutputUnsubscriptionRequest(found.batch);
         if (isUnregistered(result)) {
@@ -96,14 +98,14 @@ void CSClientProtocol::reregisterAllOutputParameters() {
 
 int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode) {
     if (count == 0) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     Parts& engine = *parts;
-    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) {
+    return engine.underParameterLock([&]() CSCLIENT_REQUIRES(engine.tables.mutex()) -> int {
         std::vector<OutputParameterEntry*> longBatch;
         std::vector<OutputParameterEntry*>& batch = engine.tables.outputs().batchFor(count, longBatch);
         if (!engine.tables.outputs().storeValues(parameters, count, engine.isSilent(), batch)) {
-            return checks::kRefused;
+            return CSClient::RESULT_REFUSED;
         }
         return sendParameterPublishRequest(batch, mode);
     });

@@ -5,9 +5,6 @@
 /// What registration and publishing refuse a record for, and the lines that say so on standard error.
 namespace com_tesk::checks {
 
-/// The result of an operation that refuses an argument.
-constexpr int kRefused = 3;
-
 /// Whether a name does not fit a name field with its terminating zero.
 bool isTooLong(const std::string& name);
 

@@ -48,8 +48,6 @@ bool CSClientProtocol::Parts::runOnce() {
 }
 
 int CSClientProtocol::Parts::startConnection() {
-    constexpr int kConnected = 0;
-    constexpr int kFailed = 2;
     ConnectionState::Attempt attempt;
     bool isConnected = false;
     if (connection.isAttemptWanted(attempt)) {
@@ -63,10 +61,10 @@ int CSClientProtocol::Parts::startConnection() {
         isConnected = frames.transport().openConnection(attempt.address, attempt.port);
     }
     if (isConnected && connection.enterConnected()) {
-        return kConnected;
+        return CSClient::RESULT_OK;
     }
     closeAfterFailure();
-    return kFailed;
+    return CSClient::RESULT_FAILED;
 }
 
 }  // namespace com_tesk

@@ -152,7 +152,8 @@ class DispatcherEngine : public test::OpenEngine {
     /// Looks without a lock: nothing else runs.
     void checkTables() const {
         FUZZ_CHECK(inputNamesById() == model.inputIds);
-        FUZZ_CHECK(std::equal(outputsById().begin(), outputsById().end(), model.outputIds.begin(), model.outputIds.end(),
+        FUZZ_CHECK(std::equal(outputsById().begin(), outputsById().end(), model.outputIds.begin(),
+                              model.outputIds.end(),
                               [](const auto& idAndEntry, std::uint32_t id) { return idAndEntry.first == id; }));
         FUZZ_CHECK(std::equal(inputsByName().begin(), inputsByName().end(), model.inputs.begin(), model.inputs.end(),
                               [](const auto& actual, const auto& expected) {
@@ -161,8 +162,8 @@ class DispatcherEngine : public test::OpenEngine {
                                          actual.second->subscriptionMode == expected.second.mode &&
                                          actual.second->serverId == expected.second.id;
                               }));
-        FUZZ_CHECK(std::equal(outputsByName().begin(), outputsByName().end(), model.outputs.begin(), model.outputs.end(),
-                              [](const auto& actual, const auto& expected) {
+        FUZZ_CHECK(std::equal(outputsByName().begin(), outputsByName().end(), model.outputs.begin(),
+                              model.outputs.end(), [](const auto& actual, const auto& expected) {
                                   return actual.first == expected.first && actual.second->name == expected.first &&
                                          actual.second->type == expected.second.type &&
                                          actual.second->serverId == expected.second.id &&

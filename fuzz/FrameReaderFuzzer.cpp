@@ -94,8 +94,7 @@ class SplittingTransport : public CSCommsInterfaceTCP {
 /// An engine that connects without a worker and keeps the bodies that it is handed.
 class FrameEngine : public com_tesk::test::OpenEngine {
   public:
-    explicit FrameEngine(Input& input)
-        : OpenEngine(1, CSClient::OPTION_SILENT), split(new SplittingTransport(input)) {
+    explicit FrameEngine(Input& input) : OpenEngine(1, CSClient::OPTION_SILENT), split(new SplittingTransport(input)) {
         changeCommsInterface(split);
         pretendState(CSClient::STATE_CONNECTING);
         startConnection();

@@ -64,7 +64,9 @@ class InputConfirmations : public Records {
     explicit InputConfirmations(const RawMessage& message)
         : Records(message, layout::kCountOffset, layout::kRecordsOffset, layout::input_confirmation::kRecordLength) {}
 
-    std::uint32_t id(std::size_t index) const { return big_endian::wordAt(at(index) + layout::input_confirmation::kId); }
+    std::uint32_t id(std::size_t index) const {
+        return big_endian::wordAt(at(index) + layout::input_confirmation::kId);
+    }
     std::string_view name(std::size_t index) const {
         return textAt(at(index) + layout::input_confirmation::kName, layout::kNameLength);
     }

@@ -6,13 +6,13 @@
 namespace com_tesk {
 
 int SimulatorProtocol::requestSimulatorVersion() {
-    return static_cast<int>(
-        inside->send(wire::maxRequestSize(1), [this](char* at) { return wire::putVersionRequest(at, getSimulatorId()); }));
+    return static_cast<int>(inside->send(wire::maxRequestSize(1),
+                                         [this](char* at) { return wire::putVersionRequest(at, getSimulatorId()); }));
 }
 
 int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
     if (entries.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     constexpr std::size_t kRecordLength = layout::input_subscription::kRecordLength;
     return inside->sendBatch(wire::maxRequestSize(1, entries.size(), kRecordLength), [&](char* at) {
@@ -26,7 +26,7 @@ int SimulatorProtocol::sendInputSubscriptionRequest(const std::vector<InputParam
 
 int SimulatorProtocol::sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
     if (entries.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     return inside->sendBatch(wire::maxRequestSize(1 + entries.size()), [&](char* at) {
         at = wire::beginInputUnsubscription(at, getSimulatorId(), entries.size());
@@ -39,7 +39,7 @@ int SimulatorProtocol::sendInputUnsubscriptionRequest(const std::vector<InputPar
 
 int SimulatorProtocol::sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) {
     if (entries.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     constexpr std::size_t kRecordLength = layout::output_registration::kRecordLength;
     return inside->sendBatch(wire::maxRequestSize(1, entries.size(), kRecordLength), [&](char* at) {
@@ -53,7 +53,7 @@ int SimulatorProtocol::sendOutputSubscriptionRequest(const std::vector<OutputPar
 
 int SimulatorProtocol::sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) {
     if (entries.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     return inside->sendBatch(wire::maxRequestSize(1 + entries.size()), [&](char* at) {
         at = wire::beginOutputUnregistration(at, getSimulatorId(), entries.size());
@@ -67,7 +67,7 @@ int SimulatorProtocol::sendOutputUnsubscriptionRequest(const std::vector<OutputP
 int SimulatorProtocol::sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries,
                                                    PublishMode mode) {
     if (entries.empty()) {
-        return 0;
+        return CSClient::RESULT_OK;
     }
     constexpr std::size_t kRecordLength = layout::publication::kRecordLength;
     return inside->sendBatch(wire::maxRequestSize(2, entries.size(), kRecordLength), [&](char* at) {

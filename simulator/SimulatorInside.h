@@ -33,9 +33,8 @@ struct SimulatorProtocol::Inside {
     /// As `send`, for a batch's request: without a connection it counts as sent.
     template <typename Encode>
     int sendBatch(std::size_t maxSize, const Encode& encode) {
-        constexpr unsigned int kNotConnected = 1;
         const unsigned int status = send(maxSize, encode);
-        return status == kNotConnected ? 0 : static_cast<int>(status);
+        return status == CSClient::RESULT_NOT_CONNECTED ? CSClient::RESULT_OK : static_cast<int>(status);
     }
 
     /// Sends the current values of those of the named outputs that still are registered and published.

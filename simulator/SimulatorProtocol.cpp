@@ -15,12 +15,11 @@ unsigned int SimulatorProtocol::getSimulatorId() const {
 }
 
 int SimulatorProtocol::setSimulatorId(unsigned int id) {
-    constexpr int kRefused = 3;
     if (id >= kSimulatorIdLimit) {
-        return kRefused;
+        return CSClient::RESULT_REFUSED;
     }
     inside->simulatorId = id;
-    return 0;
+    return CSClient::RESULT_OK;
 }
 
 void SimulatorProtocol::handleReceivedMessage(const RawMessage& message) {

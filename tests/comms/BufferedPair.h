@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "comms/TcpConnection.h"
 #include "message/RawMessage.h"
 #include "tests/support/Hex.h"
 #include "tests/support/ScriptedHost.h"
@@ -24,7 +25,7 @@ class VisibleBuffered : public CSCommsInterfaceTCPBuffered {
     explicit VisibleBuffered(const Bounds& givenBounds = Bounds(), const Options& givenOptions = Options())
         : CSCommsInterfaceTCPBuffered(givenOptions, givenBounds) {}
 
-    int descriptor() const { return socketHandle; }
+    int descriptor() const { return connection().descriptor(); }
 };
 
 /// Bounds under which a test need not wait long for a silence to be too long.

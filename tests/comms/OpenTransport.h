@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "comms/CSCommsInterfaceTCP.h"
+#include "comms/TcpConnection.h"
 #include "tests/support/ScriptedHost.h"
 
 namespace com_tesk {
@@ -15,7 +16,7 @@ class VisibleTransport : public CSCommsInterfaceTCP {
   public:
     explicit VisibleTransport(const Options& givenOptions = Options()) : CSCommsInterfaceTCP(givenOptions) {}
 
-    int descriptor() const { return socketHandle; }
+    int descriptor() const { return connection().descriptor(); }
 };
 
 /// A transport that is connected to a peer.

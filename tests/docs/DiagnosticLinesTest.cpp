@@ -97,7 +97,7 @@ std::string lineOf(const std::vector<std::string>& pieces) {
 /// The lines that a source file prints: through `diagnostics`, and the functions that pass lines on to it; or, in the
 /// publisher, through a stream.
 void addLinesOf(const std::string& file, std::set<std::string>& lines) {
-    static const std::regex call("\\b(?:diagnostics::error|diagnostics::progress|failRead|report)\\((\\{?)");
+    static const std::regex call("\\b(?:diagnostics::error|diagnostics::progress|readFailed|report)\\((\\{?)");
     static const std::regex stream("\\b(?:line|std::cout|std::cerr) << ");
     const std::string code = sourceFile(file);
     for (std::sregex_iterator match(code.begin(), code.end(), call), end; match != end; ++match) {

@@ -4,7 +4,6 @@
 #include <client/CSClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
 #include <engine/CSClientProtocol.h>
-#include <engine/EngineLocks.h>
 #include <simulator/SimulatorProtocol.h>
 
 #include <memory>
@@ -36,10 +35,8 @@ class OwnProtocol : public CSClientProtocol {
         ++published;
         return 0;
     }
-    std::size_t outputs() {
-        const ParameterLock lock(*this);
-        return outputsByName.size();
-    }
+    /// What a handler of received messages does.
+    bool confirm(const std::string& name, unsigned int id) { return confirmOutputParameter(name, id); }
     int published = 0;
 };
 
@@ -69,6 +66,8 @@ int main() {
     const bool isTaken = client.changeCommsInterface(transport);
     const bool isPublished = client.registerOutputParameter({"one", CSClient::TYPE_INT}) == 0 &&
                              client.publishParameter({"one", {1.0F}, CSClient::TYPE_INT}) == 0 &&
-                             client.protocol().outputs() == 1 && client.protocol().published == 1;
+                             client.protocol().published == 1 && !client.isOutputParameterRegistered("one") &&
+                             client.protocol().confirm("one", 7) && client.isOutputParameterRegistered("one") &&
+                             !client.protocol().confirm("two", 8);
     return isRefused && isTaken && isPublished ? 0 : 1;
 }

@@ -80,13 +80,9 @@ class ReadyEngine : public TestEngine {
         return names;
     }
 
-    InputParameterEntry input(const std::string& name) const {
-        return *inputsByName().at(name);
-    }
+    InputParameterEntry input(const std::string& name) const { return *inputsByName().at(name); }
 
-    OutputParameterEntry output(const std::string& name) const {
-        return *outputsByName().at(name);
-    }
+    OutputParameterEntry output(const std::string& name) const { return *outputsByName().at(name); }
 
     /// Puts parameters into the tables that a registration would refuse.
     void adoptInput(const std::string& name) {
@@ -105,9 +101,7 @@ class ReadyEngine : public TestEngine {
     }
 
     /// An operation that takes a lock that it must not take never returns from these.
-    void withConnectionMutexHeld(const std::function<void()>& action) {
-        underConnectionLock(action);
-    }
+    void withConnectionMutexHeld(const std::function<void()>& action) { underConnectionLock(action); }
     void withParameterMutexHeld(const std::function<void()>& action) {
         const CSLockGuard lock(parameterMutex());
         action();

@@ -90,7 +90,7 @@ class ProbeTransport : public FakeTransport {
     bool openConnection(unsigned int address, unsigned int port) override {
         {
             const std::lock_guard<std::mutex> lock(openingsMutex);
-            opened.push_back({address, port, options, std::chrono::steady_clock::now()});
+            opened.push_back({address, port, getOptions(), std::chrono::steady_clock::now()});
         }
         return FakeTransport::openConnection(address, port);
     }

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <string_view>
 
 #include "comms/CSCommsInterface.h"
-#include "comms/CSUseCount.h"
 #include "message/Export.h"
 
 namespace com_tesk {
+
+class TcpConnection;
 
 /// One TCP connection over POSIX sockets. It knows nothing of frames.
 ///
@@ -40,7 +40,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// Reads with one system call; blocks for at most one second.
     ///
     /// First `message` grows by `count` zero bytes, and what arrives overwrites them from its old end on. A short read
-    /// then leaves it with exactly `count` bytes in all, deliberately whatever it held before: an empty message keeps
+    /// then leaves it with exactly `count` bytes in all, whatever it held before, because readers of bodies in pieces rely on it: an empty message keeps
     /// `count` bytes with a zero tail; one that already held bytes is cut back (or filled with zeros) to `count`.
     /// After -1 and -2 it keeps the grown size.
     /// @return as `CSCommsInterface::readMessage`; -1 with EMSGSIZE, the message unchanged, when the grown size would
@@ -74,7 +74,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
 
     /// Tells the transport that its connection is being given up (true) or that a new one may be made (false). A
     /// transport that can then ends every wait that is under way, and lets none begin, so that nobody waits for a host
-    /// that says nothing. This one deliberately does nothing: its waits end by their own time-outs. Any thread; never
+    /// that says nothing. This one does nothing: its waits end by their own time-outs. Any thread; never
     /// blocks.
     virtual void setInterrupted(bool interrupted);
 
@@ -84,52 +84,19 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCP : public CSCommsInterface {
     /// `inet_addr(address)`: the address in network order, 0xFFFFFFFF for text that is none. Not null.
     static std::uint32_t convertIPAddressToOctet(const char* address);
 
-    /// The dotted text of an address. Takes the least significant byte first, deliberately: on a little-endian machine
+    /// The dotted text of an address. Takes the least significant byte first: on a little-endian machine
     /// that turns a network-order address back into the text it came from.
     static std::string convertIPOctetToAddress(unsigned int octet);
 
   protected:
-    /// A TCP socket that programs started by the application do not inherit.
-    /// @return -1 after a failure, which has been reported.
-    int createSocket() const;
+    /// The options in force. The opening thread only.
+    const Options& getOptions() const;
 
-    /// Sets what must be set before connecting.
-    /// @return false after a failure that forbids going on.
-    bool configureSocket(int descriptor) const;
-
-    /// The system's `connect`.
-    /// @return whether it has succeeded; otherwise `errno` says more.
-    static bool connectSocket(int descriptor, unsigned int address, unsigned int port);
-
-    /// Whether the connection's two ends are the same socket. Then dissolves the connection and sets `errno` to
-    /// ECONNREFUSED.
-    static bool isConnectedToItself(int descriptor);
-
-    /// Whether there is a socket; sets `errno` to EBADF when there is none.
-    bool isOpen() const;
-
-    /// Waits until the threads that are inside have left. Only after the socket was taken away.
-    void waitForUsers();
-
-    /// One line on standard error, unless `options` say `quiet`.
-    void report(std::string_view line) const;
-
-    /// The connected socket, or -1. Taken by one thread, in `close` or the destructor; that thread closes it once
-    /// `readers` and `writers` have left.
-    std::atomic<int> socketHandle{-1};
-
-    /// Opening thread only.
-    Options options;
-
-    /// Reads under way.
-    CSUseCount readers;
-
-    /// Writes under way. Counted by themselves: while one thread waits in a read, the one that writes is the first.
-    CSUseCount writers;
+    /// The socket, for the library's own transports.
+    TcpConnection& connection() const { return *tcp; }
 
   private:
-    /// Closes a descriptor that was taken away and that other threads may still be reading or writing.
-    int closeWhenUnused(int descriptor);
+    const std::unique_ptr<TcpConnection> tcp;
 };
 
 }  // namespace com_tesk

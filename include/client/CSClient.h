@@ -20,8 +20,8 @@ class RawMessage;
 /// and sends the last published values. Closing erases every registration. Without that option, a failed connect and a
 /// lost connection do, too: register again before the next `open`.
 ///
-/// Results. Operations that return an `int` give 0 for success, 2 for a failure (a connection that is not closed, a
-/// failed write) and 3 for a refused argument. A line on standard error says more, unless `OPTION_SILENT` is set.
+/// Results. Operations that return an `int` give a `Result`: 0 for success, 2 for a failure (a connection that is not closed,
+/// a failed write) and 3 for a refused argument. A line on standard error says more, unless `OPTION_SILENT` is set.
 /// Without a connection, registering and publishing succeed: they take effect at the host when the connection is
 /// established. `sendMessage` gives 1 then.
 ///
@@ -46,6 +46,14 @@ class CSCLIENT_EXPORT CSClient {
         STATE_DISCONNECTING = 3,  ///< Waits for the worker to close the connection.
         STATE_READY = 4,          ///< Requests are sent and values arrive; waits for the connection to end.
         STATE_RECONNECTING = 5,   ///< The connection was lost. Followed by `STATE_CONNECTING` at once.
+    };
+
+    /// What operations return. The numbers are part of the interface.
+    enum Result : int {
+        RESULT_OK = 0,             ///< Done, or stored for the next connection.
+        RESULT_NOT_CONNECTED = 1,  ///< `sendMessage` only: there is no connection, and nothing was sent.
+        RESULT_FAILED = 2,         ///< The connection is not closed, a write has failed, or no thread could be started.
+        RESULT_REFUSED = 3,        ///< An argument was refused.
     };
 
     /// How the 32 bits of a value are read. Any number but 0 can be stored; what is not 2 is handled as a float.

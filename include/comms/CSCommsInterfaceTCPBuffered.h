@@ -1,20 +1,16 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "comms/CSCommsInterfaceTCP.h"
-#include "comms/CSMutex.h"
-#include "comms/FrameProgress.h"
-#include "comms/PeerWatch.h"
-#include "comms/ReadAheadBuffer.h"
-#include "comms/ReceiveBacklog.h"
 #include "message/Export.h"
 
 namespace com_tesk {
+
+class BufferedConnection;
 
 /// The transport for production: whole frames, bounded waits, and far fewer system calls than its base class. Give one
 /// to `CSClient::changeCommsInterface` before `open`.
@@ -102,87 +98,7 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     void setInterrupted(bool interrupted) override;
 
   private:
-    using Clock = std::chrono::steady_clock;
-
-    enum class Arrival { SOME, NOTHING_YET, END, FAILED };
-
-    /// One `readMessage`: until when it may wait, known as soon as it receives.
-    struct Reading {
-        int descriptor = -1;
-        bool hasDeadline = false;
-        Clock::time_point deadline;
-    };
-
-    /// The connected socket, or -1 with EBADF. For threads counted in `readers` or `writers`.
-    CSCLIENT_INTERNAL int connectedSocket() const;
-
-    CSCLIENT_INTERNAL bool connectWithin(int descriptor, unsigned int address, unsigned int port) const;
-
-    /// Whether another thread has closed or interrupted meanwhile.
-    bool isGivenUp(int descriptor) const { return isInterrupted || socketHandle != descriptor; }
-
-    /// Brings together `count` bytes in the buffer, or in `largeBody`.
-    CSCLIENT_INTERNAL Arrival gatherAhead(Reading& reading, std::size_t count);
-    CSCLIENT_INTERNAL Arrival gatherLargeBody(Reading& reading, std::size_t count);
-
-    /// Receives up to `room` bytes, as soon as there are any.
-    CSCLIENT_INTERNAL Arrival receive(Reading& reading, char* target, std::size_t room, std::size_t& arrived);
-    /// Ends a connection from which nothing more can be read.
-    /// @return -1, with `error` in `errno`.
-    CSCLIENT_INTERNAL int failReading(int descriptor, int error);
-
-    /// Prepares for a new connection.
-    CSCLIENT_INTERNAL void beginReading();
-
-    /// Drops what has been received of a large body, and what writes have taken in, and gives back the memory.
-    CSCLIENT_INTERNAL void releaseReceived();
-
-    /// Waits until a writer has finished taking in. For a thread counted in `readers`.
-    CSCLIENT_INTERNAL void waitForWriterToTakeIn() const;
-
-    /// Takes in what has arrived, for a write that waits, unless the reader is inside.
-    /// @return whether anything was taken in.
-    CSCLIENT_INTERNAL bool takeIn(int descriptor);
-
-    /// Waits until more can be written, and takes in what arrives meanwhile.
-    /// @return false when the deadline has passed (EAGAIN), the peer is gone (ETIMEDOUT) or the system cannot wait.
-    CSCLIENT_INTERNAL bool waitForRoom(int descriptor, Clock::time_point deadline);
-
-    /// Waits for bytes in the middle of a frame.
-    CSCLIENT_INTERNAL Arrival waitInFrame(const Reading& reading);
-    CSCLIENT_INTERNAL Arrival arrivalAfterInterruption() const;
-
-    bool isInsideFrame() const { return progress.isInsideBody() || buffer.size() > 0 || largeBodyFilled > 0; }
-
-    // Constant after construction.
-
-    const Bounds bounds;
-    const PeerWatch peerWatch;
-
-    // Any thread.
-
-    /// The socket while it is being connected, otherwise -1: `socketHandle` holds it already, so that other threads can
-    /// end the connect, but nothing may be written to it yet.
-    std::atomic<int> connectingHandle{-1};
-    std::atomic<bool> isInterrupted{false};
-    /// Held while one frame is written.
-    CSMutex writeMutex;
-    /// Set by a thread, other than the reader, that uses what the reader owns: the backlog and the large body. It sets the
-    /// flag first and checks `readers` second; a reader counts itself first and checks the flag second.
-    std::atomic<bool> isTakingIn{false};
-
-    // Opening and reading thread only, but for `isTakingIn`.
-
-    /// Whether a read has failed on this connection: all later ones find the end of the stream.
-    bool hasReadingFailed = false;
-    FrameProgress progress;
-    ReadAheadBuffer buffer;
-    /// What has arrived of a body that is larger than the buffer: its first `largeBodyFilled` bytes.
-    std::vector<char> largeBody;
-    std::size_t largeBodyFilled = 0;
-    ReceiveBacklog backlog;
-    /// How long the reader has waited in the middle of a frame since the last byte came.
-    Clock::duration silence{0};
+    const std::unique_ptr<BufferedConnection> buffered;
 };
 
 }  // namespace com_tesk

@@ -101,20 +101,18 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Asks the host for its version; the answer arrives as a message.
     /// @return as `sendMessage`.
     virtual int requestSimulatorVersion() = 0;
+    /// @}
 
-    // Request senders: each sends one request for the batch, in its order. They are called with `parameterMutex` held, which
-    // guards the entries, and neither change nor keep these. They return 0 when the request was sent, the batch is empty or
-    // there is no connection; 2 when the write failed.
+    /// @name Request senders
+    /// @{
 
-    /// Subscribes the batch.
+    /// Sends one request for the batch, in its order; `mode` is sent as it is. Called with `parameterMutex` held, which
+    /// guards the entries. Neither changes nor keeps them.
+    /// @return 0 sent, or the batch is empty, or there is no connection; 2 the write failed.
     virtual int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
-    /// Unsubscribes the batch.
     virtual int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
-    /// Registers the batch.
     virtual int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
-    /// Unregisters the batch.
     virtual int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
-    /// Publishes the values of the batch. `mode` is sent as it is.
     virtual int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) = 0;
     /// @}
 
@@ -139,9 +137,6 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @return true: the engine owns `newComms` and has deleted any other transport. False, when it is null or the state
     ///         is another: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* newComms);
-
-    /// As `CSClient::open`.
-    int openConnection(unsigned int address, unsigned int port, const CSClient::ConnectionOptions* options);
 
     /// Ends the connection after a failure. With `OPTION_AUTO_RECONNECT` it goes back to connecting and sleeps for one
     /// second on the calling thread; without it, it is `forceCloseConnection`.
@@ -185,56 +180,43 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void receiveMessage();
     /// @}
 
-    /// @name Callback interfaces
-    /// The integer results are the status of releasing `callbackMutex`: 0, or 2 when that failed.
-    /// @{
-
-    /// As `CSClient::addCallbackInterface`, with its result.
-    unsigned int addCallbackInterface(CSClient::CallbackIface* callbackInterface);
-    /// As `CSClient::removeCallbackInterface`.
-    int removeCallbackInterface(CSClient::CallbackIface* callbackInterface);
-    /// As `CSClient::hasCallbackInterface`.
-    bool hasCallbackInterface(CSClient::CallbackIface* callbackInterface) const;
-    /// As `CSClient::getNumCallbackInterfaces`.
-    int getNumCallbackInterfaces() const;
-    /// As `CSClient::getCallbackInterfaces`.
-    int getCallbackInterfaces(std::set<CSClient::CallbackIface*>& out) const;
-    /// @}
-
     /// @name Parameter tables
     /// The flag asks for confirmed parameters only: counts use the ids that the host has given, look-ups the entry's own id.
     /// @{
 
-    /// The inputs, or the ids under which the host has confirmed inputs.
+    /// The parameters, or the ids under which the host has confirmed parameters.
     unsigned int getNumberOfInputParameters(bool confirmed) const;
-    /// The outputs, or the ids under which the host has confirmed outputs.
     unsigned int getNumberOfOutputParameters(bool confirmed) const;
     /// Parameters minus confirmed ids; negative when ids of earlier connections are counted.
     int getNumberOfInputParametersWaitingForConfirmation() const;
-    /// As for inputs.
     int getNumberOfOutputParametersWaitingForConfirmation() const;
-    /// Whether the input is registered, or confirmed too.
+    /// Whether the parameter is registered, or confirmed too.
     bool hasInputParameter(const std::string& name, bool confirmed) const;
-    /// Whether the output is registered, or confirmed too.
     bool hasOutputParameter(const std::string& name, bool confirmed) const;
 
     /// Erases every parameter. The host is not notified.
     void unregisterAllLocalParameters();
     /// @}
 
-    /// @name Registration
-    /// Those for all parameters list the names without `parameterMutex`, so they do not wait for a request that is being
-    /// written. What another thread registers meanwhile may stay.
+    /// @name What `CSClient` forwards
     /// @{
 
-    /// As `CSClient::unregisterAllInputParameters`.
+    /// As the operation of `CSClient` with this name; `openConnection` is `CSClient::open`. The operations for all inputs or
+    /// outputs list the names without `parameterMutex`: they do not wait for a request that is being written, and what
+    /// another thread registers meanwhile may stay.
     void unregisterAllInputParameters();
-    /// As `CSClient::registerOutputParameters`.
-    int registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count);
-    /// As `CSClient::unregisterOutputParameters`.
-    int unregisterOutputParameters(const std::vector<std::string>& names);
-    /// As `CSClient::unregisterAllOutputParameters`.
     void unregisterAllOutputParameters();
+    int registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count);
+    int unregisterOutputParameters(const std::vector<std::string>& names);
+    int publishParameters(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode);
+    bool findPublishedParameter(const std::string& name, CSClient::Parameter& parameter) const;
+    void getAllPublishedParameters(std::vector<CSClient::Parameter>& parameters) const;
+    unsigned int addCallbackInterface(CSClient::CallbackIface* callbackInterface);
+    int removeCallbackInterface(CSClient::CallbackIface* callbackInterface);
+    bool hasCallbackInterface(CSClient::CallbackIface* callbackInterface) const;
+    int getNumCallbackInterfaces() const;
+    int getCallbackInterfaces(std::set<CSClient::CallbackIface*>& out) const;
+    int openConnection(unsigned int address, unsigned int port, const CSClient::ConnectionOptions* options);
     /// @}
 
     /// @name Re-registration
@@ -243,18 +225,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @{
     void reregisterAllInputParameters();   ///< When memory runs out the inputs stay registered, unconfirmed.
     void reregisterAllOutputParameters();  ///< Sends one request for all outputs.
-    /// @}
-
-    /// @name Publishing
-    /// @{
-
-    /// As `CSClient::publishParameters`, with the mode to send.
-    int publishParameters(const CSClient::Parameter* parameters, unsigned int count, PublishMode mode);
-    /// As `CSClient::findPublishedParameter`.
-    bool findPublishedParameter(const std::string& name, CSClient::Parameter& parameter) const;
-    /// As `CSClient::getAllPublishedParameters`.
-    void getAllPublishedParameters(std::vector<CSClient::Parameter>& parameters) const;
-    /// @}
+                                           /// @}
 
   protected:
     /// @name For the message handlers of a derived protocol
@@ -264,8 +235,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// The host has confirmed an input under `id`. Callback interfaces are not notified.
     /// @return whether there is such an input.
     bool confirmInputParameter(const std::string& name, std::uint32_t id);
-    /// As for inputs.
-    bool confirmOutputParameter(const std::string& name, std::uint32_t id);
+    bool confirmOutputParameter(const std::string& name, std::uint32_t id);  ///< As for inputs.
     /// Calls `notify` for each callback interface, in ascending pointer order.
     void notifyCallbackInterfaces(const std::function<void(CSClient::CallbackIface&)>& notify);
     /// Stores what the host reports about itself, for the queries.
