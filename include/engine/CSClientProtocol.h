@@ -50,8 +50,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
         static InputParameterEntry of(const CSClient::InputDef& definition) {
             return {definition.name, definition.type, definition.subscriptionMode, kUnassignedId};
         }
-        CSClient::InputDef definition() const { return {name, type, subscriptionMode}; }
-        bool isConfirmed() const { return serverId != kUnassignedId; }
+        CSClient::InputDef definition() const { return {name, type, subscriptionMode}; }  ///< A copy.
+        bool isConfirmed() const { return serverId != kUnassignedId; }                    ///< By the host.
     };
 
     /// One output.
@@ -66,8 +66,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
         static OutputParameterEntry of(const CSClient::OutputDef& definition) {
             return {definition.name, definition.type, kUnassignedId, false, {0.0F}};
         }
-        CSClient::OutputDef definition() const { return {name, type}; }
-        bool isConfirmed() const { return serverId != kUnassignedId; }
+        CSClient::OutputDef definition() const { return {name, type}; }  ///< A copy.
+        bool isConfirmed() const { return serverId != kUnassignedId; }   ///< By the host.
     };
 
     /// Opens nothing and starts no thread. It comes with a standard transport.
@@ -103,12 +103,10 @@ class CSCLIENT_EXPORT CSClientProtocol {
     virtual int requestSimulatorVersion() = 0;
     /// @}
 
-    /// @name Request senders
-    /// @{
-
     /// Sends one request for the batch, in its order; `mode` is sent as it is. Called with `parameterMutex` held, which
     /// guards the entries. Neither changes nor keeps them.
     /// @return 0 sent, or the batch is empty, or there is no connection; 2 the write failed.
+    /// @{
     virtual int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
     virtual int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
     virtual int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) = 0;
@@ -159,9 +157,6 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void setState(CSClient::State newState);
     /// @}
 
-    /// @name Frames
-    /// @{
-
     /// Sends a copy of `message` in a frame, with one write. Takes no lock unless the write fails.
     /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed, and the connection closes as soon as this thread
     ///         holds no engine lock; 3 the message's type is `RawMessage::INVALID`, nothing sent.
@@ -178,32 +173,32 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Reads at most one frame and has its body handled. Worker thread. Blocks for one second when nothing arrives; in the
     /// middle of a frame it waits as long as the transport does.
     void receiveMessage();
-    /// @}
 
-    /// @name Parameter tables
-    /// The flag asks for confirmed parameters only: counts use the ids that the host has given, look-ups the entry's own id.
+    /// The number of registered parameters, or of the ids under which the host has confirmed parameters.
     /// @{
-
-    /// The parameters, or the ids under which the host has confirmed parameters.
     unsigned int getNumberOfInputParameters(bool confirmed) const;
     unsigned int getNumberOfOutputParameters(bool confirmed) const;
+    /// @}
+
     /// Parameters minus confirmed ids; negative when ids of earlier connections are counted.
+    /// @{
     int getNumberOfInputParametersWaitingForConfirmation() const;
     int getNumberOfOutputParametersWaitingForConfirmation() const;
-    /// Whether the parameter is registered, or confirmed too.
+    /// @}
+
+    /// Whether the parameter is registered, or confirmed too. What counts is the parameter's own id.
+    /// @{
     bool hasInputParameter(const std::string& name, bool confirmed) const;
     bool hasOutputParameter(const std::string& name, bool confirmed) const;
+    /// @}
 
     /// Erases every parameter. The host is not notified.
     void unregisterAllLocalParameters();
-    /// @}
-
-    /// @name What `CSClient` forwards
-    /// @{
 
     /// As the operation of `CSClient` with this name; `openConnection` is `CSClient::open`. The operations for all inputs or
     /// outputs list the names without `parameterMutex`: they do not wait for a request that is being written, and what
     /// another thread registers meanwhile may stay.
+    /// @{
     void unregisterAllInputParameters();
     void unregisterAllOutputParameters();
     int registerOutputParameters(const CSClient::OutputDef* definitions, unsigned int count);
@@ -242,11 +237,9 @@ class CSCLIENT_EXPORT CSClientProtocol {
     void storeServerVersion(const std::string& text, unsigned int protocolVersion);
     /// @}
 
-    /// The inside of the engine, which may change from version to version. Its header is not installed.
+    /// The inside of the engine, for the library's own protocol. Its header is not installed.
     class CSCLIENT_INTERNAL Parts;
-
-    /// For the library's own protocol.
-    Parts& engineParts() const { return *parts; }
+    Parts& engineParts() const { return *parts; }  ///< As `Parts`.
 
   private:
     std::unique_ptr<Parts> parts;

@@ -21,6 +21,10 @@ class PartAccess {
     static auto& connectionOptions(ConnectionState& connection) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
         return connection.connectionOptions;
     }
+    static auto& connectionNumber(ConnectionState& connection) { return connection.connectionNumber; }
+    static void change(ConnectionState& connection, CSClient::State state) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        connection.change(state);
+    }
     static auto& retryPause(ConnectionState& connection) { return connection.retryPause; }
     static auto& isCloseRequested(ConnectionState& connection) { return connection.isCloseRequested; }
 
@@ -97,6 +101,9 @@ class OpenEngine : public SimulatorProtocol {
 
     /// Pauses between two attempts to connect take no time from now on.
     void skipPauses() { PartAccess::retryPause(engineParts().connection).interrupt(); }
+
+    /// Where `connectionMutex` is.
+    const ConnectionState& connectionPart() const { return engineParts().connection; }
 
     bool holdsConnectionMutex() const { return engineParts().connection.isChangedByThisThread(); }
     bool holdsParameterMutex() const { return parameterMutex().isHeldByThisThread(); }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <future>
 #include <memory>
@@ -77,7 +78,8 @@ class LockHeldWhileClosing : public testing::Test {
     void closeWhileHeldBy(void (*operation)(TestClient&)) {
         auto holding = std::async(std::launch::async, [this, operation] {
             {
-                const HeldMutex held(engine(), [this] {
+                const HeldMutex held(engine().connectionPart(), [this] {
+                    wasHeld = true;
                     isHeld.open();
                     goOn.wait();
                 });
@@ -86,11 +88,13 @@ class LockHeldWhileClosing : public testing::Test {
             isHeld.open();
         });
         ASSERT_TRUE(isHeld.wait());
+        ASSERT_TRUE(wasHeld) << "the operation has not taken the lock";
         engine().forceCloseConnection();
         goOn.open();
         ASSERT_EQ(holding.wait_for(std::chrono::seconds(20)), std::future_status::ready);
     }
 
+    std::atomic<bool> wasHeld{false};
     Latch isReading;
     Latch workerGoesOn;
     Latch isHeld;
