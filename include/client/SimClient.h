@@ -8,9 +8,9 @@ namespace com_tesk {
 /// The client to create: a `CSClient` that speaks the simulator protocol.
 class CSCLIENT_EXPORT SimClient : public CSClient {
   public:
-    /// Opens nothing: the state is `STATE_DISCONNECTED` until `open`.
-    /// @param simulatorId  the id that identifies this client to the host, 0 to 32767; taken as it is. The host may
-    ///                     assign another.
+    /// Creates a client without opening a connection. The state is `STATE_DISCONNECTED` until `open`.
+    /// @param simulatorId  identifies this client to the host: 0 to 32767. It is not checked. The host may assign
+    ///                     another.
     /// @param options      `OPTION_AUTO_RECONNECT` and `OPTION_SILENT`, or-ed; other bits are kept without effect.
     SimClient(unsigned int simulatorId, unsigned int options);
     /// As `~CSClient`.

@@ -6,8 +6,8 @@ namespace com_tesk {
 
 class RawMessage;
 
-/// A byte transport: all that the frame layer relies on. Messages belong to the caller and are used during the call
-/// only. Which threads may call what, and how long a call may block, is each transport's to say.
+/// A byte transport: the operations that the frame layer needs. The caller owns the messages; a call uses them only
+/// until it returns. Each transport documents which threads may call its operations, and how long they may block.
 class CSCLIENT_EXPORT CSCommsInterface {
   public:
     CSCommsInterface() = default;
@@ -15,14 +15,14 @@ class CSCLIENT_EXPORT CSCommsInterface {
     CSCommsInterface& operator=(const CSCommsInterface&) = delete;
     virtual ~CSCommsInterface();
 
-    /// Appends up to `count` bytes to `message`. What else becomes of it, above all after a failure, differs by
+    /// Appends up to `count` bytes to `message`. Other effects on `message`, above all after a failure, differ by
     /// transport.
     /// @return the number of bytes read; 0 when the peer has closed the stream; -2 when nothing arrived within the
-    ///         transport's receive time-out; -1 on any other error, with `errno` saying which.
+    ///         transport's receive time-out; -1 on any other error, with the reason in `errno`.
     virtual int readMessage(unsigned int count, RawMessage& message) = 0;
 
     /// Writes all bytes of `message`.
-    /// @return the number of bytes written, or -1 with `errno` saying why.
+    /// @return the number of bytes written, or -1 with the reason in `errno`.
     virtual int writeMessage(const RawMessage& message) = 0;
 
     /// Closes the stream.

@@ -16,21 +16,22 @@ namespace com_tesk {
 
 class CSCommsInterfaceTCP;
 
-/// The engine behind `CSClient`: one connection with its worker thread, the callback interfaces, and the tables of
+/// The engine of a `CSClient`: one connection with its worker thread, the callback interfaces, and the tables of
 /// registered parameters. A derived protocol (`SimulatorProtocol`) encodes and decodes the messages.
 ///
-/// Operations that `CSClient` forwards are documented there. Any thread may call any operation, unless stated otherwise.
+/// `CSClient` documents the operations that it forwards. Any thread may call any operation, unless stated otherwise.
 /// Cancelling an application thread inside an operation is safe: the worker then ends the connection.
 ///
-/// Two locks matter to a derived class. `connectionMutex` is held through every state change, and so through
-/// `connectionStateChanged`, the version request and the re-registration. `parameterMutex` is held while the tables are
-/// read or changed, and while the request that goes with the change is written. It may be taken under the first.
+/// Two locks concern a derived class. `connectionMutex` is held through every state change, and so through
+/// `connectionStateChanged`, the version request and the re-registration. `parameterMutex` is held while the tables
+/// are read or changed, and while the request for the change is written. A thread that holds `connectionMutex` may
+/// take `parameterMutex`.
 ///
-/// An object may be deleted as soon as `getState` returns `STATE_DISCONNECTED` and no other thread is inside one of its
+/// An object may be deleted once `getState` returns `STATE_DISCONNECTED` and no other thread is inside one of its
 /// operations.
 class CSCLIENT_EXPORT CSClientProtocol {
   public:
-    /// Sent with every publish request and passed through unchanged.
+    /// The mode of a publish request. It is sent unchanged with every request.
     enum PublishMode : std::uint32_t { PUBLISH_DEFAULT = 0 };
 
     /// The id of a parameter that the host has not confirmed.
@@ -46,7 +47,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
         std::uint32_t subscriptionMode = 0;                       ///< As `CSClient::InputDef::subscriptionMode`.
         std::uint32_t serverId = kUnassignedId;  ///< The host's id, once it has confirmed the subscription.
 
-        /// An unconfirmed entry.
+        /// Returns an unconfirmed entry.
         static InputParameterEntry of(const CSClient::InputDef& definition) {
             return {definition.name, definition.type, definition.subscriptionMode, kUnassignedId};
         }
@@ -62,7 +63,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
         bool published = false;                  ///< Whether a value was ever published.
         CSClient::Value value = {0.0F};          ///< The last published value.
 
-        /// An unconfirmed entry that was never published.
+        /// Returns an unconfirmed entry that was never published.
         static OutputParameterEntry of(const CSClient::OutputDef& definition) {
             return {definition.name, definition.type, kUnassignedId, false, {0.0F}};
         }
@@ -70,7 +71,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
         bool isConfirmed() const { return serverId != kUnassignedId; }   ///< By the host.
     };
 
-    /// Opens nothing and starts no thread. It comes with a standard transport.
+    /// Creates an engine with a standard transport. Opens nothing and starts no thread.
     /// @param optionFlags  as for `SimClient`; constant from now on.
     explicit CSClientProtocol(unsigned int optionFlags);
     CSClientProtocol(const CSClientProtocol&) = delete;
@@ -79,18 +80,19 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Does not close the connection: the owner waits for `STATE_DISCONNECTED` first.
     virtual ~CSClientProtocol();
 
-    /// @name What a derived protocol implements
+    /// @name Operations of a derived protocol
     /// The order of the virtual operations is part of the interface.
     /// @{
 
     /// Handles the body of one received frame. Worker thread, no lock held.
     virtual void handleReceivedMessage(const RawMessage& message) = 0;
 
-    /// Acts on a change of state, after the callbacks: `STATE_CONNECTED` moves on to `STATE_READY`; `STATE_READY` requests
-    /// the version and registers everything again; `STATE_DISCONNECTED` erases every parameter. `connectionMutex` is held.
+    /// Acts on a change of state, after the callbacks. `STATE_CONNECTED` moves on to `STATE_READY`. `STATE_READY`
+    /// requests the version and registers everything again. `STATE_DISCONNECTED` erases every parameter.
+    /// `connectionMutex` is held.
     ///
-    /// What other threads register during a change to `STATE_READY` is left to that re-registration. When an override does
-    /// not make it, it follows the change.
+    /// During a change to `STATE_READY`, registrations by other threads are left to that re-registration. When an
+    /// override does not make it, those registrations are sent after the change.
     virtual void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState);
 
     /// As `CSClient::registerInputParameters`.
@@ -98,13 +100,13 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// As `CSClient::unregisterInputParameters`.
     virtual int unregisterInputParameters(const std::vector<std::string>& names);
 
-    /// Asks the host for its version; the answer arrives as a message.
+    /// Requests the host's version; the answer arrives as a message.
     /// @return as `sendMessage`.
     virtual int requestSimulatorVersion() = 0;
     /// @}
 
-    /// Sends one request for the batch, in its order; `mode` is sent as it is. Called with `parameterMutex` held, which
-    /// guards the entries. Neither changes nor keeps them.
+    /// Sends one request for the batch, in its order. `mode` is sent unchanged. The caller holds `parameterMutex`,
+    /// which guards the entries. The operation neither changes nor keeps them.
     /// @return 0 sent, or the batch is empty, or there is no connection; 2 the write failed.
     /// @{
     virtual int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) = 0;
@@ -128,65 +130,66 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @}
 
     /// @name Connection
-    /// They take `connectionMutex`, so code that a state change calls must not call them.
+    /// These take `connectionMutex`, so code that runs in a state change must not call them.
     /// @{
 
-    /// Replaces the transport; only in `STATE_DISCONNECTED`. Giving it the transport that it has changes nothing.
-    /// @return true: the engine owns `newComms` and has deleted any other transport. False, when it is null or the state
-    ///         is another: the caller keeps it.
+    /// Replaces the transport; only in `STATE_DISCONNECTED`. Passing the current transport changes nothing.
+    /// @return true: the engine owns `newComms` and has deleted any other transport. False, when `newComms` is null
+    ///         or in any other state: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* newComms);
 
-    /// Ends the connection after a failure. With `OPTION_AUTO_RECONNECT` it goes back to connecting and sleeps for one
-    /// second on the calling thread; without it, it is `forceCloseConnection`.
+    /// Ends the connection after a failure. With `OPTION_AUTO_RECONNECT` it goes back to connecting and sleeps for
+    /// one second on the calling thread. Without that option it is `forceCloseConnection`.
     void closeConnection();
 
-    /// Requests the end of the connection; the worker carries it out. Does nothing when it has ended or is ending.
-    /// Blocks for at most 50 ms and what the callbacks take: when a state change in progress takes longer, or the calling
-    /// thread makes it, the close is deferred until that change is complete.
+    /// Requests the end of the connection; the worker ends it. Does nothing when it has ended or is ending. Blocks
+    /// for at most 50 ms and the time that callbacks take. When a state change in progress takes longer, or the
+    /// calling thread makes it, the close is deferred until that change is complete.
     void forceCloseConnection();
 
-    /// One connection attempt. Worker thread.
+    /// Makes one connection attempt. Worker thread.
     /// @return 0 connected; 2 not, and `closeConnection` has been called.
     int startConnection();
 
-    /// The worker's routine: runs `engine` until its connection ends. Returns null.
+    /// Runs `engine` until its connection ends: the worker's routine. Returns null.
     static void* mainThread(void* engine);
 
-    /// Changes the state, notifies the callback interfaces, then calls `handleConnectionStateChange`. Does nothing when it
-    /// is the state already. For `handleConnectionStateChange`: the caller holds `connectionMutex`.
+    /// Changes the state, notifies the callback interfaces, then calls `handleConnectionStateChange`. Does nothing
+    /// when the engine is in that state. For use in `handleConnectionStateChange`: the caller holds
+    /// `connectionMutex`.
     void setState(CSClient::State newState);
     /// @}
 
-    /// Sends a copy of `message` in a frame, with one write. Takes no lock unless the write fails.
+    /// Sends a copy of `message` in a frame, with one write. Takes no engine lock unless the write fails.
     /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed, and the connection closes as soon as this thread
     ///         holds no engine lock; 3 the message's type is `RawMessage::INVALID`, nothing sent.
     unsigned int sendMessage(const RawMessage& message);
 
     /// Reads and checks one frame header. Worker thread.
     /// @param[out] type        the frame's message type; unchanged when the result is false.
-    /// @param[out] bodyLength  the bytes that follow. When the result is false it is unchanged, or the frame length
-    ///                         that was refused.
+    /// @param[out] bodyLength  the number of bytes that follow. When the result is false it is unchanged, or it is
+    ///                         the frame length that was refused.
     /// @return false when nothing has arrived within the transport's time-out, or after an error, which has closed the
     ///         connection.
     bool readMessageHeader(RawMessage::Type& type, unsigned int& bodyLength);
 
-    /// Reads at most one frame and has its body handled. Worker thread. Blocks for one second when nothing arrives; in the
-    /// middle of a frame it waits as long as the transport does.
+    /// Reads at most one frame and passes its body to `handleReceivedMessage`. Worker thread. Blocks for one second
+    /// when nothing arrives. In the middle of a frame it waits as long as the transport does.
     void receiveMessage();
 
-    /// The number of registered parameters, or of the ids under which the host has confirmed parameters.
+    /// Returns the number of registered parameters, or of the ids under which the host has confirmed parameters.
     /// @{
     unsigned int getNumberOfInputParameters(bool confirmed) const;
     unsigned int getNumberOfOutputParameters(bool confirmed) const;
     /// @}
 
-    /// Parameters minus confirmed ids; negative when ids of earlier connections are counted.
+    /// Returns parameters minus confirmed ids. Negative when ids of earlier connections are counted.
     /// @{
     int getNumberOfInputParametersWaitingForConfirmation() const;
     int getNumberOfOutputParametersWaitingForConfirmation() const;
     /// @}
 
-    /// Whether the parameter is registered, or confirmed too. What counts is the parameter's own id.
+    /// True when the parameter is registered and, if `confirmed` is true, has an id of its own from the host.
     /// @{
     bool hasInputParameter(const std::string& name, bool confirmed) const;
     bool hasOutputParameter(const std::string& name, bool confirmed) const;
@@ -195,9 +198,9 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Erases every parameter. The host is not notified.
     void unregisterAllLocalParameters();
 
-    /// As the operation of `CSClient` with this name; `openConnection` is `CSClient::open`. The operations for all inputs or
-    /// outputs list the names without `parameterMutex`: they do not wait for a request that is being written, and what
-    /// another thread registers meanwhile may stay.
+    /// As the operation of `CSClient` with this name; `openConnection` is `CSClient::open`. The operations for all
+    /// inputs or outputs list the names without `parameterMutex`. They therefore do not wait for a request that is
+    /// being written. Parameters that another thread registers meanwhile may stay.
     /// @{
     void unregisterAllInputParameters();
     void unregisterAllOutputParameters();
@@ -215,8 +218,9 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @}
 
     /// @name Re-registration
-    /// Hosts rely on the difference: inputs are rebuilt from their definitions and wait for fresh ids; outputs are sent
-    /// again as they are, with ids, values and confirmations kept. Nothing is sent for an empty table.
+    /// Intended: inputs and outputs are treated differently, and hosts rely on it. Inputs are rebuilt from their
+    /// definitions and wait for fresh ids. Outputs are sent again unchanged, with ids, values and confirmations kept.
+    /// Nothing is sent for an empty table.
     /// @{
     void reregisterAllInputParameters();   ///< When memory runs out the inputs stay registered, unconfirmed.
     void reregisterAllOutputParameters();  ///< Sends one request for all outputs.
@@ -227,19 +231,19 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// Worker thread, no lock held.
     /// @{
 
-    /// The host has confirmed an input under `id`. Callback interfaces are not notified.
-    /// @return whether there is such an input.
+    /// Stores that the host has confirmed an input under `id`. Callback interfaces are not notified.
+    /// @return true when there is such an input.
     bool confirmInputParameter(const std::string& name, std::uint32_t id);
     bool confirmOutputParameter(const std::string& name, std::uint32_t id);  ///< As for inputs.
     /// Calls `notify` for each callback interface, in ascending pointer order.
     void notifyCallbackInterfaces(const std::function<void(CSClient::CallbackIface&)>& notify);
-    /// Stores what the host reports about itself, for the queries.
+    /// Stores the host's version text and protocol version, for the queries.
     void storeServerVersion(const std::string& text, unsigned int protocolVersion);
     /// @}
 
-    /// The inside of the engine, for the library's own protocol. Its header is not installed.
+    /// The internal parts of the engine, for the library's own protocol. The header is not installed.
     class CSCLIENT_INTERNAL Parts;
-    Parts& engineParts() const { return *parts; }  ///< As `Parts`.
+    Parts& engineParts() const { return *parts; }  ///< Returns the internal parts.
 
   private:
     std::unique_ptr<Parts> parts;

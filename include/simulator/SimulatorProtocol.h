@@ -8,31 +8,32 @@
 
 namespace com_tesk {
 
-/// The protocol that a simulation host speaks: the six requests, and what the host sends. The manual's page on the wire
-/// format shows the bytes.
+/// The protocol of a simulation host: six requests, and the host's messages. The manual's page on the wire format
+/// shows the bytes.
 class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
   public:
-    /// Simulator ids are smaller than this.
+    /// The smallest number that is no simulator id.
     static constexpr unsigned int kSimulatorIdLimit = 0x8000;
 
-    /// @param initialSimulatorId  stored as it is, without the test that `setSimulatorId` makes: hosts may know any id.
+    /// @param initialSimulatorId  stored without the check of `setSimulatorId`: hosts may know any id.
     /// @param optionFlags         as for `SimClient`.
     SimulatorProtocol(unsigned int initialSimulatorId, unsigned int optionFlags);
     ~SimulatorProtocol() override;
 
-    /// The id that requests carry: the constructor's, until it is set or the host assigns another. Any thread.
+    /// Returns the id that requests carry: the constructor's, until it is set or the host assigns another. Any
+    /// thread.
     unsigned int getSimulatorId() const;
 
     /// Changes the id from the next request on; sends nothing. Any thread.
-    /// @return 0, or 3 when `id` is 32768 or more, and the old id stays.
+    /// @return 0; 3 when `id` is 32768 or more, and the old id stays.
     int setSimulatorId(unsigned int id);
 
-    /// Hands a message to its handler, by its message code. What is foreign, malformed or unknown is dropped silently.
-    /// Worker thread, no lock held.
+    /// Passes a message to its handler, by its message code. A foreign, malformed or unknown message is dropped
+    /// silently. Worker thread, no lock held.
     void handleReceivedMessage(const RawMessage& message) override;
 
     /// @name Requests
-    /// Locks and results: see the operations that they override. Without a connection a batch counts as sent: the next
+    /// The overridden operations document locks and results. Without a connection a batch counts as sent: the next
     /// connection registers everything again.
     /// @{
 
@@ -51,16 +52,17 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// @}
 
     /// @name Handlers
-    /// Worker thread, no lock held. Reading stops at the first record that does not fit whole.
+    /// Worker thread, no lock held. Reading stops at the first record that is not complete.
     /// @{
 
-    /// Stores what the host reports about itself. A new simulator id has every parameter registered again.
+    /// Stores the host's version text and protocol version. A new simulator id causes every parameter to be
+    /// registered again.
     void handleSimulatorVersionResponse(const RawMessage& message);
-    /// Confirms inputs, and passes on their current values.
+    /// Confirms inputs and reports their current values.
     void handleSubscribeResponse(const RawMessage& message);
     /// Confirms outputs, and publishes again those that were published before.
     void handlePublishResponse(const RawMessage& message);
-    /// Passes on new values of inputs.
+    /// Reports new values of inputs.
     void handleSimulatorUpdate(const RawMessage& message);
     /// @}
 
