@@ -12,14 +12,14 @@ namespace com_tesk {
 
 namespace {
 
-constexpr unsigned int kLookAgainSeconds = 1;
+constexpr unsigned int kPollSeconds = 1;
 
 /// The names of `count` definitions, in order.
 template <typename Definition>
 std::vector<std::string> namesOf(const Definition* definitions, unsigned int count) {
     // The limit is that of the 32-bit target, on every machine.
-    constexpr unsigned int kMostNames = std::numeric_limits<std::uint32_t>::max() / 4;
-    if (count > kMostNames) {
+    constexpr unsigned int kMaxNames = std::numeric_limits<std::uint32_t>::max() / 4;
+    if (count > kMaxNames) {
         throw std::length_error("vector::reserve");
     }
     std::vector<std::string> names;
@@ -33,11 +33,11 @@ std::vector<std::string> namesOf(const Definition* definitions, unsigned int cou
 /// Looks at most `seconds` times and sleeps after each look that fails, deliberately after the last one too.
 template <typename AllConfirmed>
 bool waitForConfirmations(unsigned int seconds, const AllConfirmed& allConfirmed) {
-    for (unsigned int look = 0; look < seconds; ++look) {
+    for (unsigned int poll = 0; poll < seconds; ++poll) {
         if (allConfirmed()) {
             return true;
         }
-        sleepWholeSeconds(kLookAgainSeconds);
+        sleepWholeSeconds(kPollSeconds);
     }
     return false;
 }
@@ -60,7 +60,7 @@ void CSClient::endConnection() {
     const CancellationDisabled untilEnded;
     engine->forceCloseConnection();
     while (engine->getState() != STATE_DISCONNECTED) {
-        sleepWholeSeconds(kLookAgainSeconds);
+        sleepWholeSeconds(kPollSeconds);
     }
 }
 
@@ -73,13 +73,13 @@ int CSClient::open(const char* address, unsigned int port, const ConnectionOptio
 }
 
 CSClient::State CSClient::close() {
-    constexpr unsigned int kLooks = 2;
+    constexpr unsigned int kPolls = 2;
     engine->forceCloseConnection();
-    for (unsigned int look = 0; look < kLooks; ++look) {
+    for (unsigned int poll = 0; poll < kPolls; ++poll) {
         if (engine->getState() == STATE_DISCONNECTED) {
             return STATE_DISCONNECTED;
         }
-        sleepWholeSeconds(kLookAgainSeconds);
+        sleepWholeSeconds(kPollSeconds);
     }
     return engine->getState();
 }
@@ -97,7 +97,7 @@ bool CSClient::waitForConnectionState(State wanted, unsigned int seconds) const 
         if (engine->getState() == wanted) {
             return true;
         }
-        sleepWholeSeconds(kLookAgainSeconds);
+        sleepWholeSeconds(kPollSeconds);
     }
     // One poll follows the last sleep, so 0 seconds are a single poll.
     return engine->getState() == wanted;

@@ -96,7 +96,7 @@ int BufferedConnection::close() {
     const int result = tcp.close();
     // A reader that is inside releases by itself, when it finds that the connection has ended.
     if (!isTakingIn.exchange(true)) {
-        const AtScopeEnd letReadersIn([this] { isTakingIn = false; });
+        const AtScopeEnd admitReaders([this] { isTakingIn = false; });
         if (!tcp.readers().isInUse()) {
             releaseReceived();
         }

@@ -46,7 +46,7 @@ class BufferedConnection {
   private:
     using Clock = std::chrono::steady_clock;
 
-    enum class Arrival { SOME, NOTHING_YET, END, FAILED };
+    enum class ReceiveStatus { SOME, NOTHING_YET, END, FAILED };
 
     /// One `readMessage`: until when it may wait, known as soon as it receives.
     struct Reading {
@@ -66,11 +66,11 @@ class BufferedConnection {
     bool isGivenUp(int descriptor) const { return isInterrupted || tcp.descriptor() != descriptor; }
 
     /// Brings together `count` bytes in the buffer, or in `largeBody`.
-    Arrival gatherAhead(Reading& reading, std::size_t count);
-    Arrival gatherLargeBody(Reading& reading, std::size_t count);
+    ReceiveStatus fillBuffer(Reading& reading, std::size_t count);
+    ReceiveStatus fillLargeBody(Reading& reading, std::size_t count);
 
     /// Receives up to `room` bytes, as soon as there are any.
-    Arrival receive(Reading& reading, char* target, std::size_t room, std::size_t& arrived);
+    ReceiveStatus receive(Reading& reading, char* target, std::size_t size, std::size_t& arrived);
     /// Ends a connection from which nothing more can be read.
     /// @return -1, with `error` in `errno`.
     int failReading(int descriptor, int error);
@@ -87,11 +87,11 @@ class BufferedConnection {
 
     /// Waits until more can be written, and takes in what arrives meanwhile.
     /// @return false when the deadline has passed (EAGAIN), the peer is gone (ETIMEDOUT) or the system cannot wait.
-    bool waitForRoom(int descriptor, Clock::time_point deadline);
+    bool waitUntilWritable(int descriptor, Clock::time_point deadline);
 
     /// Waits for bytes in the middle of a frame.
-    Arrival waitInFrame(const Reading& reading);
-    Arrival arrivalAfterInterruption() const;
+    ReceiveStatus waitInFrame(const Reading& reading);
+    ReceiveStatus statusAfterInterruption() const;
 
     bool isInsideFrame() const { return progress.isInsideBody() || buffer.size() > 0 || largeBodyFilled > 0; }
 

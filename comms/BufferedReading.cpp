@@ -55,21 +55,21 @@ int BufferedConnection::read(unsigned int count, RawMessage& message) {
     }
 
     const bool isLarge = largeBodyFilled > 0 || count > buffer.capacity();
-    switch (isInterrupted ? arrivalAfterInterruption()
-            : isLarge     ? gatherLargeBody(reading, count)
-                          : gatherAhead(reading, count)) {
-        case Arrival::SOME:
+    switch (isInterrupted ? statusAfterInterruption()
+            : isLarge     ? fillLargeBody(reading, count)
+                          : fillBuffer(reading, count)) {
+        case ReceiveStatus::SOME:
             break;
-        case Arrival::NOTHING_YET:
+        case ReceiveStatus::NOTHING_YET:
             if (peerWatch.isGone(reading.descriptor)) {
                 return failReading(reading.descriptor, ETIMEDOUT);
             }
             errno = EAGAIN;
             return kReceiveTimeout;
-        case Arrival::END:
+        case ReceiveStatus::END:
             releaseReceived();
             return kStreamClosed;
-        case Arrival::FAILED:
+        case ReceiveStatus::FAILED:
             return failReading(reading.descriptor, errno);
     }
     if (!isLarge) {
@@ -103,19 +103,19 @@ void BufferedConnection::waitForWriterToTakeIn() const {
     }
 }
 
-BufferedConnection::Arrival BufferedConnection::gatherAhead(Reading& reading, std::size_t count) {
+BufferedConnection::ReceiveStatus BufferedConnection::fillBuffer(Reading& reading, std::size_t count) {
     while (buffer.size() < count) {
         std::size_t arrived = 0;
-        const Arrival arrival = receive(reading, buffer.room(), buffer.roomSize(), arrived);
-        if (arrival != Arrival::SOME) {
-            return arrival;
+        const ReceiveStatus status = receive(reading, buffer.freeSpace(), buffer.freeSize(), arrived);
+        if (status != ReceiveStatus::SOME) {
+            return status;
         }
         buffer.filled(arrived);
     }
-    return Arrival::SOME;
+    return ReceiveStatus::SOME;
 }
 
-BufferedConnection::Arrival BufferedConnection::gatherLargeBody(Reading& reading, std::size_t count) {
+BufferedConnection::ReceiveStatus BufferedConnection::fillLargeBody(Reading& reading, std::size_t count) {
     if (largeBodyFilled == 0) {
         largeBody.clear();
         largeBody.reserve(count);
@@ -128,18 +128,18 @@ BufferedConnection::Arrival BufferedConnection::gatherLargeBody(Reading& reading
             largeBody.resize(std::min(count, largeBodyFilled + kGrowth));
         }
         std::size_t arrived = 0;
-        const Arrival arrival =
+        const ReceiveStatus status =
             receive(reading, largeBody.data() + largeBodyFilled, largeBody.size() - largeBodyFilled, arrived);
-        if (arrival != Arrival::SOME) {
-            return arrival;
+        if (status != ReceiveStatus::SOME) {
+            return status;
         }
         largeBodyFilled += arrived;
     }
-    return Arrival::SOME;
+    return ReceiveStatus::SOME;
 }
 
-BufferedConnection::Arrival BufferedConnection::receive(Reading& reading, char* target, std::size_t room,
-                                                        std::size_t& arrived) {
+BufferedConnection::ReceiveStatus BufferedConnection::receive(Reading& reading, char* target, std::size_t size,
+                                                              std::size_t& arrived) {
     if (!reading.hasDeadline) {
         reading.hasDeadline = true;
         reading.deadline = Clock::now() + kReceiveWait;
@@ -147,71 +147,71 @@ BufferedConnection::Arrival BufferedConnection::receive(Reading& reading, char* 
     for (;;) {
         // What has arrived in the socket can still be received after a shutdown, and a host may send without end.
         if (isGivenUp(reading.descriptor)) {
-            return arrivalAfterInterruption();
+            return statusAfterInterruption();
         }
         if (!backlog.isEmpty()) {
             silence = Clock::duration(0);
-            arrived = backlog.deliver(target, room);
-            return Arrival::SOME;
+            arrived = backlog.deliver(target, size);
+            return ReceiveStatus::SOME;
         }
         // Between frames one blocking call does; within, the wait counts as silence.
         const bool isBetweenFrames = !isInsideFrame();
-        const ssize_t received = recv(reading.descriptor, target, room, isBetweenFrames ? 0 : MSG_DONTWAIT);
+        const ssize_t received = recv(reading.descriptor, target, size, isBetweenFrames ? 0 : MSG_DONTWAIT);
         if (received > 0) {
             silence = Clock::duration(0);
             arrived = static_cast<std::size_t>(received);
-            return Arrival::SOME;
+            return ReceiveStatus::SOME;
         }
         if (isGivenUp(reading.descriptor)) {
-            return arrivalAfterInterruption();
+            return statusAfterInterruption();
         }
         if (received == 0) {
-            return Arrival::END;
+            return ReceiveStatus::END;
         }
         if (errno != EAGAIN && errno != EINTR) {
-            return Arrival::FAILED;
+            return ReceiveStatus::FAILED;
         }
         if (isBetweenFrames) {
-            return Arrival::NOTHING_YET;
+            return ReceiveStatus::NOTHING_YET;
         }
-        const Arrival arrival = waitInFrame(reading);
-        if (arrival != Arrival::SOME) {
-            return arrival;
+        const ReceiveStatus status = waitInFrame(reading);
+        if (status != ReceiveStatus::SOME) {
+            return status;
         }
     }
 }
 
-BufferedConnection::Arrival BufferedConnection::waitInFrame(const Reading& reading) {
+BufferedConnection::ReceiveStatus BufferedConnection::waitInFrame(const Reading& reading) {
     const Clock::time_point now = Clock::now();
     if (now >= reading.deadline) {
-        return Arrival::NOTHING_YET;
+        return ReceiveStatus::NOTHING_YET;
     }
     const Clock::time_point tooSilent = now + (bounds.silenceInFrame - silence);
     const bool isReady = waitUntilReady(reading.descriptor, POLLIN, std::min(reading.deadline, tooSilent)) > 0;
     silence += Clock::now() - now;
     if (isReady) {
-        return Arrival::SOME;
+        return ReceiveStatus::SOME;
     }
     if (silence >= bounds.silenceInFrame) {
         errno = ETIMEDOUT;
-        return Arrival::FAILED;
+        return ReceiveStatus::FAILED;
     }
-    return Arrival::NOTHING_YET;
+    return ReceiveStatus::NOTHING_YET;
 }
 
-BufferedConnection::Arrival BufferedConnection::arrivalAfterInterruption() const {
+BufferedConnection::ReceiveStatus BufferedConnection::statusAfterInterruption() const {
     if (!isInterrupted) {
         errno = EBADF;
-        return Arrival::FAILED;
+        return ReceiveStatus::FAILED;
     }
     if (progress.isInsideBody()) {
         errno = ECANCELED;
-        return Arrival::FAILED;
+        return ReceiveStatus::FAILED;
     }
     // The reader may ask again at once until it learns why; it must not spin meanwhile.
     constexpr timespec kPause{0, 10'000'000};
     nanosleep(&kPause, nullptr);
-    return Arrival::NOTHING_YET;
+    return ReceiveStatus::NOTHING_YET;
 }
 
 }  // namespace com_tesk

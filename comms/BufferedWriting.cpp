@@ -66,7 +66,7 @@ int BufferedConnection::write(const RawMessage& message) {
             hasDeadline = true;
             deadline = Clock::now() + bounds.writeTimeout;
         }
-        if (!waitForRoom(descriptor, deadline)) {
+        if (!waitUntilWritable(descriptor, deadline)) {
             return kError;
         }
     }
@@ -74,7 +74,7 @@ int BufferedConnection::write(const RawMessage& message) {
     return static_cast<int>(message.size());
 }
 
-bool BufferedConnection::waitForRoom(int descriptor, Clock::time_point deadline) {
+bool BufferedConnection::waitUntilWritable(int descriptor, Clock::time_point deadline) {
     Clock::time_point peerCheck = Clock::now() + kPeerCheckInterval;
     bool isInputAwaited = true;
     for (;;) {
@@ -109,7 +109,7 @@ bool BufferedConnection::takeIn(int descriptor) {
     if (isTakingIn.exchange(true)) {
         return false;
     }
-    const AtScopeEnd letReadersIn([this] { isTakingIn = false; });
+    const AtScopeEnd admitReaders([this] { isTakingIn = false; });
     return !tcp.readers().isInUse() && backlog.takeIn(descriptor, limit);
 }
 

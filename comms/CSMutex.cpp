@@ -38,21 +38,21 @@ unsigned int CSMutex::lock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     return kOk;
 }
 
-bool CSMutex::lockWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+bool CSMutex::lockWithin(std::chrono::milliseconds timeout) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     // Polls, because the system's own timed lock uses the clock that an unattended board sets.
-    constexpr timespec kLookAgain{0, 1'000'000};
+    constexpr timespec kPollInterval{0, 1'000'000};
     if (tryLock()) {
         return true;
     }
     if (isHeldByThisThread()) {
         return false;
     }
-    const auto deadline = std::chrono::steady_clock::now() + longest;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     do {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
-        nanosleep(&kLookAgain, nullptr);
+        nanosleep(&kPollInterval, nullptr);
     } while (!tryLock());
     return true;
 }

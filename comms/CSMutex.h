@@ -26,10 +26,10 @@ class CSCLIENT_EXPORT CSCLIENT_CAPABILITY("mutex") CSMutex {
     /// @return 0 locked; 1 the system said that it is busy; 2 any other error.
     unsigned int lock() CSCLIENT_ACQUIRE();
 
-    /// As `lock`, but waits at most `longest`, polling once a millisecond. Returns false at once when the calling thread
+    /// As `lock`, but waits at most `timeout`, polling once a millisecond. Returns false at once when the calling thread
     /// already holds the mutex.
     /// @return whether the mutex is now held.
-    bool lockWithin(std::chrono::milliseconds longest) CSCLIENT_TRY_ACQUIRE(true);
+    bool lockWithin(std::chrono::milliseconds timeout) CSCLIENT_TRY_ACQUIRE(true);
 
     /// Takes the mutex when no thread holds it. Never blocks.
     /// @return whether the mutex is now held.

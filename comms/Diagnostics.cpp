@@ -45,9 +45,9 @@ void error(std::initializer_list<std::string_view> pieces) {
 }
 
 Decimal::Decimal(unsigned int value)
-    : length(static_cast<std::size_t>(std::to_chars(digits, digits + kLongest, value).ptr - digits)) {}
+    : length(static_cast<std::size_t>(std::to_chars(digits, digits + kMaxLength, value).ptr - digits)) {}
 
 Decimal::Decimal(int value)
-    : length(static_cast<std::size_t>(std::to_chars(digits, digits + kLongest, value).ptr - digits)) {}
+    : length(static_cast<std::size_t>(std::to_chars(digits, digits + kMaxLength, value).ptr - digits)) {}
 
 }  // namespace com_tesk::diagnostics

@@ -24,8 +24,8 @@ class Decimal {
     operator std::string_view() const { return {digits, length}; }
 
   private:
-    static constexpr std::size_t kLongest = sizeof "-2147483648";
-    char digits[kLongest] = {};
+    static constexpr std::size_t kMaxLength = sizeof "-2147483648";
+    char digits[kMaxLength] = {};
     std::size_t length;
 };
 

@@ -42,10 +42,10 @@ class PeerWatch {
     ///
     /// With shorter intervals the system itself gives up sooner a peer that acknowledges nothing, since it counts
     /// repetitions (15 by default). With 9 s that is after half a minute instead of a quarter of an hour.
-    /// @return true when the limit is in force. False is not an error.
+    /// @return whether the limit is in force. False is not an error.
     bool limitProbeInterval(int descriptor) const noexcept;
 
-    /// True when the peer has left at least two retransmissions or window probes unanswered, and has acknowledged
+    /// Whether the peer has left at least two retransmissions or window probes unanswered, and has acknowledged
     /// nothing for the time less one second. (One second is the interval of the checks. A single repetition may be due
     /// to a lost packet.)
     ///

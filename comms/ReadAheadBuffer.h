@@ -26,8 +26,8 @@ class ReadAheadBuffer {
         }
     }
 
-    /// Where the next bytes of the stream belong: `roomSize` bytes, all that are not in use.
-    char* room() {
+    /// Where the next bytes of the stream belong: `freeSize` bytes, all that are not in use.
+    char* freeSpace() {
         if (begin > 0) {
             std::memmove(bytes.data(), data(), size());
             end = size();
@@ -35,7 +35,7 @@ class ReadAheadBuffer {
         }
         return bytes.data() + end;
     }
-    std::size_t roomSize() const { return capacity() - size(); }
+    std::size_t freeSize() const { return capacity() - size(); }
 
     /// `count` bytes now stand in the room.
     void filled(std::size_t count) { end += count; }

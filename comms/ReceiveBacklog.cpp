@@ -39,8 +39,8 @@ bool ReceiveBacklog::takeIn(int descriptor, std::size_t limit) {
     return true;
 }
 
-std::size_t ReceiveBacklog::deliver(char* target, std::size_t room) {
-    const std::size_t count = std::min(room, size());
+std::size_t ReceiveBacklog::deliver(char* target, std::size_t maxCount) {
+    const std::size_t count = std::min(maxCount, size());
     if (count == 0) {
         return 0;
     }

@@ -16,9 +16,9 @@ class ReceiveBacklog {
     ///         left for the reader to find.
     bool takeIn(int descriptor, std::size_t limit);
 
-    /// Moves up to `room` bytes to `target`.
+    /// Moves up to `maxCount` bytes to `target`.
     /// @return how many.
-    std::size_t deliver(char* target, std::size_t room);
+    std::size_t deliver(char* target, std::size_t maxCount);
 
     /// Drops the bytes and gives back their memory.
     void release();

@@ -109,9 +109,9 @@ bool TcpConnection::isConnectedToItself(int connectedDescriptor) {
                           own.sin_port == peer.sin_port && own.sin_addr.s_addr == peer.sin_addr.s_addr;
     if (isItself) {
         // Dissolved with a reset, so that no closed connection keeps the host from the port.
-        sockaddr nobody{};
-        nobody.sa_family = AF_UNSPEC;
-        static_cast<void>(connect(connectedDescriptor, &nobody, sizeof nobody));
+        sockaddr unspecified{};
+        unspecified.sa_family = AF_UNSPEC;
+        static_cast<void>(connect(connectedDescriptor, &unspecified, sizeof unspecified));
         errno = ECONNREFUSED;
     }
     return isItself;

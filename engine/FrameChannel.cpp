@@ -20,7 +20,7 @@ constexpr int kStreamClosed = 0;
 constexpr int kReceiveTimeout = -2;
 
 /// More than a header: with room to spare a transport appends faster.
-constexpr std::size_t kHeaderRoom = std::size_t{2} * frame::kHeaderLength;
+constexpr std::size_t kHeaderCapacity = std::size_t{2} * frame::kHeaderLength;
 
 RawMessage::Type typeOfKind(unsigned int kind) {
     switch (kind) {
@@ -102,7 +102,7 @@ unsigned int FrameChannel::send(const RawMessage& message) {
     if (!owner.maySend()) {
         return CSClient::RESULT_NOT_CONNECTED;
     }
-    const SpareMessage::Loan wholeFrame(spareFrame, message.getType());
+    const SpareMessage::Lease wholeFrame(spareFrame, message.getType());
     return buildFrame(message, *wholeFrame) ? sendFrame(*wholeFrame) : CSClient::RESULT_REFUSED;
 }
 
@@ -131,7 +131,7 @@ unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {
 bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) {
     ReusableMessage& header = receivedHeader;
     header.begin(RawMessage::DATA);
-    header.reserve(kHeaderRoom);
+    header.reserve(kHeaderCapacity);
     const int received = comms->readMessage(frame::kHeaderLength, header);
     if (received == kReceiveTimeout) {
         return false;

@@ -22,7 +22,7 @@ class LookupIndex {
             return nullptr;
         }
         std::size_t slot = slotOf(key);
-        for (unsigned int looked = 0; looked < kFarthest && slots[slot] != nullptr; ++looked) {
+        for (unsigned int probe = 0; probe < kMaxProbes && slots[slot] != nullptr; ++probe) {
             if (Key::isSame(Key::of(*slots[slot]), key)) {
                 return slots[slot];
             }
@@ -49,14 +49,14 @@ class LookupIndex {
     static constexpr std::size_t kFirstSize = 16;
 
     /// An entry stands at most so far behind its place, or nowhere: whoever chooses keys that meet gains nothing by it.
-    static constexpr unsigned int kFarthest = 128;
+    static constexpr unsigned int kMaxProbes = 128;
 
     std::size_t slotOf(typename Key::Type key) const { return Key::hashOf(key) & (slots.size() - 1); }
     std::size_t next(std::size_t slot) const { return (slot + 1) & (slots.size() - 1); }
 
     void insert(Entry& entry) {
         std::size_t slot = slotOf(Key::of(entry));
-        for (unsigned int looked = 0; looked < kFarthest; ++looked) {
+        for (unsigned int probe = 0; probe < kMaxProbes; ++probe) {
             if (slots[slot] == nullptr) {
                 slots[slot] = &entry;
                 ++used;

@@ -17,7 +17,7 @@ bool OutputTable::insert(const CSClient::OutputDef* definitions, unsigned int co
 }
 
 void OutputTable::erase(const Entries::Unregistration& found) {
-    forgetPublished();
+    erasePublished();
     outputsByName.erase(found, [this](std::uint32_t id) { outputsById.erase(id); });
 }
 
@@ -87,12 +87,12 @@ OutputTable::Entry* OutputTable::findPublished(const std::string& name) {
 }
 
 void OutputTable::clear() {
-    forgetPublished();
+    erasePublished();
     outputsById.clear();
     outputsByName.clear();
 }
 
-void OutputTable::forgetPublished() {
+void OutputTable::erasePublished() {
     publishedIndex.clear();
     publishedBatch.clear();
 }

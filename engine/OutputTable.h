@@ -66,7 +66,7 @@ class OutputTable {
     /// Finds an output by the name given to a publish call. Null when there is none.
     Entry* findPublished(const std::string& name);
     /// To be called before an entry is destroyed: erases what points to it besides the tables.
-    void forgetPublished();
+    void erasePublished();
 
     Entries outputsByName;
     /// Where the nodes of `outputsById` lie side by side: as blocks of their own each would cost a third more.

@@ -8,7 +8,7 @@
 namespace com_tesk {
 
 /// Keeps one message from use to use, so that what is done over and over allocates nothing. Any thread may borrow it;
-/// whoever finds it lent gets a fresh one.
+/// whoever finds it leased gets a fresh one.
 class SpareMessage {
   public:
     SpareMessage() = default;
@@ -17,28 +17,28 @@ class SpareMessage {
     ~SpareMessage() { delete spare.load(); }
 
     /// A message of the type given for a scope, with whatever bytes it had at the end of the last one. One thread.
-    class Loan {
+    class Lease {
       public:
-        explicit Loan(SpareMessage& from, RawMessage::Type type = RawMessage::DATA)
-            : lender(from), lent(from.spare.exchange(nullptr)) {
-            if (lent == nullptr) {
-                lent = std::make_unique<ReusableMessage>(type);
+        explicit Lease(SpareMessage& from, RawMessage::Type type = RawMessage::DATA)
+            : pool(from), leased(from.spare.exchange(nullptr)) {
+            if (leased == nullptr) {
+                leased = std::make_unique<ReusableMessage>(type);
             }
-            lent->setType(type);
+            leased->setType(type);
         }
-        Loan(const Loan&) = delete;
-        Loan& operator=(const Loan&) = delete;
-        ~Loan() {
-            lent->end();
-            delete lender.spare.exchange(lent.release());
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+        ~Lease() {
+            leased->end();
+            delete pool.spare.exchange(leased.release());
         }
 
-        RawMessage& operator*() const { return *lent; }
-        RawMessage* operator->() const { return lent.get(); }
+        RawMessage& operator*() const { return *leased; }
+        RawMessage* operator->() const { return leased.get(); }
 
       private:
-        SpareMessage& lender;
-        std::unique_ptr<ReusableMessage> lent;
+        SpareMessage& pool;
+        std::unique_ptr<ReusableMessage> leased;
     };
 
   private:

@@ -21,7 +21,7 @@ struct SimulatorProtocol::Inside {
     /// @return as `CSClientProtocol::sendMessage`.
     template <typename Encode>
     unsigned int send(std::size_t maxSize, const Encode& encode) {
-        const SpareMessage::Loan request(parts.frames.spare());
+        const SpareMessage::Lease request(parts.frames.spare());
         request->resize(maxSize);
         char* const begin = request->data();
         const auto length = static_cast<std::size_t>(encode(begin) - begin);

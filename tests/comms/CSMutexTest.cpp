@@ -39,8 +39,8 @@ class OpenMutex : public CSMutex {
     }
 
     /// `lockWithin` and `unlock` for tests whose way through the lock analysis cannot follow.
-    bool takeWithin(std::chrono::milliseconds longest) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-        return lockWithin(longest);
+    bool takeWithin(std::chrono::milliseconds timeout) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        return lockWithin(timeout);
     }
     unsigned int release() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return unlock(); }
 
