@@ -14,10 +14,10 @@ namespace {
 
 constexpr unsigned int kPollSeconds = 1;
 
-/// The names of `count` definitions, in order.
+/// Returns the names of `count` definitions, in order.
 template <typename Definition>
 std::vector<std::string> namesOf(const Definition* definitions, unsigned int count) {
-    // The limit is that of the 32-bit target, on every machine.
+    // The limit of the 32-bit target applies on every machine.
     constexpr unsigned int kMaxNames = std::numeric_limits<std::uint32_t>::max() / 4;
     if (count > kMaxNames) {
         throw std::length_error("vector::reserve");
@@ -30,7 +30,8 @@ std::vector<std::string> namesOf(const Definition* definitions, unsigned int cou
     return names;
 }
 
-/// Looks at most `seconds` times and sleeps after each look that fails, deliberately after the last one too.
+/// Polls at most `seconds` times and sleeps after each failed poll. Intended: it also sleeps after the last one, and
+/// callers rely on it.
 template <typename AllConfirmed>
 bool waitForConfirmations(unsigned int seconds, const AllConfirmed& allConfirmed) {
     for (unsigned int poll = 0; poll < seconds; ++poll) {
@@ -99,7 +100,7 @@ bool CSClient::waitForConnectionState(State wanted, unsigned int seconds) const 
         }
         sleepWholeSeconds(kPollSeconds);
     }
-    // One poll follows the last sleep, so 0 seconds are a single poll.
+    // A poll follows the last sleep, so 0 seconds are a single poll.
     return engine->getState() == wanted;
 }
 

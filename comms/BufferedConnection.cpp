@@ -21,7 +21,7 @@ using std::chrono::milliseconds;
 
 constexpr int kNoSocket = TcpConnection::kNoSocket;
 
-/// A bound that can be added to any time of the clock. A century counts as no bound.
+/// Returns a bound that can be added to any time of the clock. A century counts as no bound.
 milliseconds saturated(milliseconds bound) {
     constexpr milliseconds kCentury = std::chrono::hours(24 * 365 * 100);
     return std::clamp(bound, milliseconds(0), kCentury);
@@ -45,7 +45,7 @@ BufferedConnection::BufferedConnection(TcpConnection& connection,
 
 BufferedConnection::~BufferedConnection() {
     const CancellationDisabled untilDestroyed;
-    // What is under way needs this object's members.
+    // Operations in progress need this object's members.
     tcp.close();
     tcp.waitForUsers();
 }
@@ -74,27 +74,27 @@ bool BufferedConnection::open(unsigned int address, unsigned int port) {
     }
     const CSUseCount::Use use(tcp.readers());
     connectingHandle = descriptor;
-    // Also after a cancellation.
+    // Runs also after a cancellation.
     const AtScopeEnd isNoLongerConnecting([this] { connectingHandle = kNoSocket; });
     tcp.adopt(descriptor);
     if (!tcp.configureSocket(descriptor)) {
         return false;
     }
     if (!peerWatch.enableKeepAlive(descriptor)) {
-        // Not fatal: the connection works, and its end is noticed, if late.
+        // Not fatal: the connection works, but its end is detected late.
         tcp.report("Unable to set dead peer timeout options");
     }
     if (!connectWithin(descriptor, address, port) || TcpConnection::isConnectedToItself(descriptor)) {
         return false;
     }
-    // A system that does not know the limit notices some dead peers late, as described there.
+    // On a system without this limit some dead peers are detected late: see PeerWatch.h.
     static_cast<void>(peerWatch.limitProbeInterval(descriptor));
     return true;
 }
 
 int BufferedConnection::close() {
     const int result = tcp.close();
-    // A reader that is inside releases by itself, when it finds that the connection has ended.
+    // A reader in progress frees the memory itself when it finds that the connection has ended.
     if (!isTakingIn.exchange(true)) {
         const AtScopeEnd admitReaders([this] { isTakingIn = false; });
         if (!tcp.readers().isInUse()) {
@@ -105,7 +105,7 @@ int BufferedConnection::close() {
 }
 
 void BufferedConnection::beginReading() {
-    // Counted as a reader, so that a close on another thread leaves these to this one.
+    // Register as a reader, so that a close on another thread does not use the members below.
     const CSUseCount::Use use(tcp.readers());
     waitForWriterToTakeIn();
     progress.reset();
@@ -131,7 +131,7 @@ bool BufferedConnection::connectWithin(int descriptor, unsigned int address, uns
         return false;
     }
     if (!TcpConnection::connectSocket(descriptor, address, port)) {
-        // A shutdown wakes this wait, but not one that came before there was anything to shut down.
+        // A shutdown wakes this wait. A shutdown before the connect began had no effect, so test for it first.
         if (errno != EINPROGRESS || isGivenUp(descriptor) || waitUntilReady(descriptor, POLLOUT, deadline) <= 0) {
             return false;
         }

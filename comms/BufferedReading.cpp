@@ -22,10 +22,10 @@ constexpr int kError = -1;
 constexpr int kStreamClosed = 0;
 constexpr int kReceiveTimeout = -2;
 
-/// How long one read waits at most: as long as the base class's, which is the socket's receive time-out.
+/// The longest wait of one read. The base class's is the same: the socket's receive time-out.
 constexpr std::chrono::milliseconds kReceiveWait{1'000};
 
-/// A body in the making is given memory in steps of this, as it arrives, whatever its header has announced.
+/// The memory of a large body grows in steps of this as bytes arrive, whatever length its header announces.
 constexpr std::size_t kGrowth = 64U << 10U;
 
 /// Message sizes are 32-bit numbers on every machine.
@@ -46,7 +46,7 @@ int BufferedConnection::read(unsigned int count, RawMessage& message) {
     Reading reading;
     reading.descriptor = connectedSocket();
     if (reading.descriptor == kNoSocket) {
-        // The thread that closed leaves this to a reader that is inside.
+        // The closing thread leaves this to a reader in progress.
         releaseReceived();
         return kError;
     }
@@ -88,7 +88,7 @@ int BufferedConnection::read(unsigned int count, RawMessage& message) {
 }
 
 int BufferedConnection::failReading(int descriptor, int error) {
-    // What has arrived of a frame is dropped, so nothing that follows on this connection can be read.
+    // The received part of a frame is dropped, so no later frame on this connection can be read.
     hasReadingFailed = true;
     releaseReceived();
     shutdown(descriptor, SHUT_RDWR);
@@ -145,7 +145,7 @@ BufferedConnection::ReceiveStatus BufferedConnection::receive(Reading& reading, 
         reading.deadline = Clock::now() + kReceiveWait;
     }
     for (;;) {
-        // What has arrived in the socket can still be received after a shutdown, and a host may send without end.
+        // Bytes in the socket can still be received after a shutdown, and a host may send without end. So test here.
         if (isGivenUp(reading.descriptor)) {
             return statusAfterInterruption();
         }
@@ -154,7 +154,7 @@ BufferedConnection::ReceiveStatus BufferedConnection::receive(Reading& reading, 
             arrived = backlog.deliver(target, size);
             return ReceiveStatus::SOME;
         }
-        // Between frames one blocking call does; within, the wait counts as silence.
+        // Between frames, one blocking call is enough. Inside a frame, the wait counts as silence.
         const bool isBetweenFrames = !isInsideFrame();
         const ssize_t received = recv(reading.descriptor, target, size, isBetweenFrames ? 0 : MSG_DONTWAIT);
         if (received > 0) {
@@ -208,7 +208,7 @@ BufferedConnection::ReceiveStatus BufferedConnection::statusAfterInterruption() 
         errno = ECANCELED;
         return ReceiveStatus::FAILED;
     }
-    // The reader may ask again at once until it learns why; it must not spin meanwhile.
+    // Pause: the caller may read again at once until it is notified of the reason, and must not spin meanwhile.
     constexpr timespec kPause{0, 10'000'000};
     nanosleep(&kPause, nullptr);
     return ReceiveStatus::NOTHING_YET;

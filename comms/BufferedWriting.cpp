@@ -22,10 +22,10 @@ using std::chrono::milliseconds;
 constexpr int kNoSocket = TcpConnection::kNoSocket;
 constexpr int kError = -1;
 
-/// How often a write that waits asks whether the peer is still there.
+/// The interval at which a write that waits checks whether the peer is gone.
 constexpr milliseconds kPeerCheckInterval{1'000};
 
-/// How soon a write that waits tries again to take in what has arrived, when the reader was reading it.
+/// The interval at which a write that waits tries again to receive, when a reader was inside.
 constexpr milliseconds kTakeInInterval{5};
 
 }  // namespace
@@ -38,7 +38,7 @@ int BufferedConnection::write(const RawMessage& message) {
         return kError;
     }
     bool isWhole = false;
-    // After a failure as after a cancellation: what may have left is the beginning of a frame, and nothing can follow it.
+    // Also after a cancellation. The beginning of a frame may have been sent, and no frame can follow it.
     const AtScopeEnd endUnlessWhole([&isWhole, descriptor] {
         if (!isWhole) {
             const int error = errno;
@@ -86,9 +86,9 @@ bool BufferedConnection::waitUntilWritable(int descriptor, Clock::time_point dea
             return false;
         }
         if ((ready & ~POLLIN) != 0) {
-            return true;  // Also after an error: the next send tells which.
+            return true;  // Also after an error: the next send reports it.
         }
-        // The peer may wait until this side reads, while the reader waits for a lock that this thread holds.
+        // The peer may wait for this side to read, while the reader waits for a lock that this thread holds.
         isInputAwaited = ready == 0 || takeIn(descriptor);
         if (now >= deadline) {
             errno = EAGAIN;

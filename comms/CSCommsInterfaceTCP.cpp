@@ -22,8 +22,8 @@ constexpr int kReceiveTimeout = -2;
 /// Message sizes are 32-bit numbers on every machine.
 constexpr std::size_t kLargestMessage = std::numeric_limits<std::uint32_t>::max();
 
-/// Appends `count` bytes. Most reads are for a header or for a message of a value or two: where there is room for more, so
-/// few are appended by growing by a constant, which compiles to a few stores, and shrinking again, which is another one.
+/// Appends `count` zero bytes. Most reads are for a header or for a message with a value or two. With enough
+/// capacity, such a message grows by a constant and shrinks again: the compiler turns each step into a few stores.
 [[gnu::flatten]] void grow(RawMessage& message, std::size_t count) {
     constexpr std::size_t kFew = 64;
     if (count <= kFew && message.capacity() - message.size() >= kFew) {
@@ -71,7 +71,8 @@ bool CSCommsInterfaceTCP::openConnection(unsigned int address, unsigned int port
     }
     bool isConnected = false;
     {
-        // Not before the end, so that no other thread uses a socket that is not connected; but also after a cancellation.
+        // Adopt at the end, so that no other thread uses a socket that is not connected. Runs also after a
+        // cancellation.
         const AtScopeEnd handOver([this, descriptor] { tcp->adopt(descriptor); });
         isConnected = tcp->configureSocket(descriptor) && TcpConnection::connectSocket(descriptor, address, port) &&
                       !TcpConnection::isConnectedToItself(descriptor);
@@ -106,7 +107,8 @@ int CSCommsInterfaceTCP::readMessage(unsigned int count, RawMessage& message) {
         return errno == EAGAIN ? kReceiveTimeout : kError;
     }
     if (static_cast<std::size_t>(received) < count) {
-        // To `count`, not to the old size plus what arrived: readers of bodies that arrive in pieces rely on it.
+        // Intended: to `count`, not to the old size plus `received`. Readers of bodies that arrive in pieces rely on
+        // it.
         message.resize(count);
     }
     return static_cast<int>(received);

@@ -12,7 +12,7 @@ constexpr unsigned int kOk = 0;
 constexpr unsigned int kBusy = 1;
 constexpr unsigned int kError = 2;
 
-/// Status by system result; EBUSY is 16.
+/// The status for each system result. EBUSY is 16.
 constexpr std::array<unsigned int, 17> kLockStatus = {
     kOk,    kError, kError, kError, kError, kError, kError, kError, kError,
     kError, kError, kError, kError, kError, kError, kError, kBusy,
@@ -39,7 +39,7 @@ unsigned int CSMutex::lock() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 bool CSMutex::lockWithin(std::chrono::milliseconds timeout) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
-    // Polls, because the system's own timed lock uses the clock that an unattended board sets.
+    // Polls, because the system's timed lock uses the clock that can be set while it waits.
     constexpr timespec kPollInterval{0, 1'000'000};
     if (tryLock()) {
         return true;

@@ -7,10 +7,10 @@
 
 namespace com_tesk {
 
-/// Counts the threads that use something, so that a thread that takes it away can wait until they have left.
+/// Counts the threads that use a handle, so that a thread that clears it can wait until they have left.
 ///
-/// A user increments the count before it reads the thing (`Use`). The closer clears the thing, then waits
-/// (`waitForUsers`). A user that comes later finds the thing cleared, and the closer does not wait for it.
+/// A user increments the count before it reads the handle (`Use`). The closer clears the handle, then waits
+/// (`waitForUsers`). A user that comes later finds the handle cleared, and the closer does not wait for it.
 ///
 /// There are two counts, and users take the current one. A closer makes the other count current and then waits for the
 /// first to reach zero, so users that come later cannot prolong the wait.
@@ -28,11 +28,11 @@ class CSUseCount {
         std::atomic<unsigned int>& count;
     };
 
-    /// Whether any thread is counted. Never blocks.
+    /// True when any thread is counted. Never blocks.
     bool isInUse() const { return counts[0].load() != 0 || counts[1].load() != 0; }
 
-    /// Blocks until all users that were counted when it was called have left. Users that come later do not count. Polls
-    /// every 50 microseconds, so that users of a lower real-time priority get to run. Not a cancellation point.
+    /// Blocks until all users that were counted when it was called have left. Later users do not count. Polls every
+    /// 50 microseconds, so that users of a lower real-time priority can run. Not a cancellation point.
     void waitForUsers() CSCLIENT_EXCLUDES(closersMutex);
 
   private:
@@ -46,15 +46,15 @@ class CSUseCount {
             if (era.load() == current) {
                 return count;
             }
-            // A closer has moved on between the two lines and may have missed this thread.
+            // A closer has changed the era between the two loads and may have missed this thread.
             count.fetch_sub(1);
         }
     }
 
-    /// Counts the calls of `waitForUsers`; says which count is current.
+    /// The number of calls of `waitForUsers`. It selects the current count.
     std::atomic<unsigned int> era{0};
     std::array<std::atomic<unsigned int>, 2> counts{};
-    /// One closer at a time: the count that it makes current is zero.
+    /// Admits one closer at a time, because the count that it makes current must be zero.
     CSMutex closersMutex;
 };
 

@@ -4,8 +4,8 @@
 
 namespace com_tesk {
 
-/// Puts off the cancellation of the calling thread for a scope. A cancellation requested meanwhile takes effect at the
-/// first cancellation point after the scope.
+/// Defers the cancellation of the calling thread for a scope. A cancellation that is requested meanwhile takes effect
+/// at the first cancellation point after the scope.
 ///
 /// It protects steps that must not end halfway, and destructors: a cancellation inside a destructor ends the process.
 class CancellationDisabled {

@@ -12,7 +12,7 @@ namespace com_tesk::diagnostics {
 namespace {
 
 void writeLine(std::ostream& stream, std::initializer_list<std::string_view> pieces) {
-    // A stream that is left by a cancellation counts as broken: every later line of the process would be lost.
+    // A cancellation inside the stream would mark it as broken: every later line of the process would be lost.
     const CancellationDisabled untilWritten;
     try {
         std::size_t length = 1;

@@ -3,17 +3,17 @@
 #include <initializer_list>
 #include <string_view>
 
-/// The system's diagnostics: single lines on the standard streams, flushed at once.
+/// Prints diagnostics: single lines on the standard streams, flushed at once.
 ///
 /// Each line is composed first and written with one insertion, so that lines of different threads never mix. Any
-/// thread. When there is no memory to compose a line, its pieces are written one by one instead; nothing is thrown.
-/// Whether a line is due at all (`OPTION_SILENT`, `quiet`) is the caller's business.
+/// thread. When there is no memory to compose a line, its pieces are written one by one instead. Nothing is thrown.
+/// The caller checks `OPTION_SILENT` or `quiet`.
 namespace com_tesk::diagnostics {
 
-/// Progress, on the standard output stream: the pieces, then a newline.
+/// Prints progress on the standard output stream: the pieces, then a newline.
 void progress(std::initializer_list<std::string_view> pieces);
 
-/// An error, on the standard error stream: the pieces, then a newline.
+/// Prints an error on the standard error stream: the pieces, then a newline.
 void error(std::initializer_list<std::string_view> pieces);
 
 /// A number in decimal, as a piece of a line.

@@ -7,13 +7,13 @@
 
 namespace com_tesk {
 
-/// Follows a stream of frames that is read header first, and knows whether the next byte belongs to a frame that has
-/// begun. One thread.
+/// Tracks a stream of frames that is read header first: whether the next byte belongs to a frame that has begun. One
+/// thread.
 class FrameProgress {
   public:
     void reset() { missingBodyBytes = 0; }
 
-    /// The reader has been given `count` bytes of the stream: the last ones of `message`.
+    /// Reports that the reader got `count` bytes of the stream: the last ones of `message`.
     void delivered(const RawMessage& message, unsigned int count) {
         if (missingBodyBytes > 0) {
             missingBodyBytes -= std::min(missingBodyBytes, count);
@@ -24,7 +24,7 @@ class FrameProgress {
         }
     }
 
-    /// Whether a header has been read and its body not yet.
+    /// True when a header has been read and its body has not.
     bool isInsideBody() const { return missingBodyBytes > 0; }
 
   private:

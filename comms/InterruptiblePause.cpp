@@ -4,7 +4,7 @@
 
 namespace com_tesk {
 
-/// Holds the mutex for a scope. A cancelled wait reacquires the mutex first, so this also releases it then.
+/// Holds the mutex for a scope. A cancelled wait locks the mutex again first, so the destructor also unlocks it then.
 class InterruptiblePause::Lock {
   public:
     explicit Lock(pthread_mutex_t& heldMutex) : mutex(heldMutex) { pthread_mutex_lock(&mutex); }
@@ -35,7 +35,7 @@ void InterruptiblePause::sleep(unsigned int seconds) {
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += static_cast<time_t>(seconds);
     const Lock lock(mutex);
-    // Any result but 0 ends the pause: the time-out, and an error that would repeat itself.
+    // Any result but 0 ends the pause: the time-out, or an error that would repeat.
     while (!isInterrupted && pthread_cond_timedwait(&changed, &mutex, &deadline) == 0) {
     }
 }

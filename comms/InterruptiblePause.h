@@ -6,7 +6,7 @@ namespace com_tesk {
 
 /// A pause of whole seconds that another thread can end early. Any thread may call any operation.
 ///
-/// It counts on the monotonic clock, so setting the system's time does not change its length.
+/// It uses the monotonic clock, so setting the system's time does not change its length.
 class InterruptiblePause {
   public:
     InterruptiblePause();
@@ -19,10 +19,10 @@ class InterruptiblePause {
     /// shorten it. A cancellation point.
     void sleep(unsigned int seconds);
 
-    /// Ends every pause under way and, until `reset`, every later one. Never blocks for long.
+    /// Ends every pause in progress and, until `reset`, every later one. Never blocks for long.
     void interrupt();
 
-    /// Lets later pauses last their time again.
+    /// Ends the interruption: later pauses last their full time.
     void reset();
 
   private:

@@ -10,14 +10,14 @@ namespace com_tesk {
 
 namespace {
 
-/// Probes of an idle peer, one a quarter of the time; the first quarter passes before the first of them.
+/// Number of probes of an idle peer: one each quarter of the time. The first quarter passes before the first probe.
 constexpr unsigned int kKeepAliveProbes = 3;
 constexpr unsigned int kQuarters = kKeepAliveProbes + 1;
 
-/// The largest keep-alive times that the system takes, in seconds.
+/// The largest keep-alive times that the system accepts, in seconds.
 constexpr unsigned int kMaxKeepAliveSeconds = 32'767;
 
-/// TCP_RTO_MAX_MS of Linux 6.15, which the C library's headers do not name yet, and the values that it takes.
+/// TCP_RTO_MAX_MS of Linux 6.15, which the C library's headers do not name yet, and the values that it accepts.
 constexpr int kRetransmissionIntervalLimit = 44;
 constexpr unsigned int kMinIntervalMilliseconds = 1'000;
 constexpr unsigned int kMaxIntervalMilliseconds = 120'000;
@@ -45,7 +45,8 @@ bool PeerWatch::limitProbeInterval(int descriptor) const noexcept {
     if (deadPeerSeconds == 0) {
         return false;
     }
-    // A quarter, so that a live peer must miss three probes in a row to be given up. The seconds are limited first so
+    // A quarter, so that a live peer is given up only after it has missed three probes in a row. The seconds are
+    // limited first so that the product fits.
     // that the product fits.
     constexpr unsigned int kMaxSeconds = kMaxIntervalMilliseconds / kMillisecondsPerSecond * kQuarters;
     const unsigned int quarter = std::min(deadPeerSeconds, kMaxSeconds) * kMillisecondsPerSecond / kQuarters;
@@ -62,7 +63,7 @@ bool PeerWatch::isGone(int descriptor) const noexcept {
     if (getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &length) != 0) {
         return false;
     }
-    // The time alone is not enough: an idle peer acknowledges nothing, either.
+    // The time alone is not enough, because an idle peer also acknowledges nothing.
     const bool isRepeating = info.tcpi_retransmits > 1 || info.tcpi_probes > 1;
     return isRepeating && info.tcpi_last_ack_recv / kMillisecondsPerSecond >= deadPeerSeconds - 1;
 }

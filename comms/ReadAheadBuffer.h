@@ -6,7 +6,7 @@
 
 namespace com_tesk {
 
-/// Bytes that have been read from a stream before anybody asked for them. One thread.
+/// Bytes that have been read from a stream before the caller requested them. One thread.
 class ReadAheadBuffer {
   public:
     explicit ReadAheadBuffer(std::size_t capacity) : bytes(capacity) {}
@@ -18,7 +18,7 @@ class ReadAheadBuffer {
 
     void clear() { begin = end = 0; }
 
-    /// Takes the first `count` bytes away.
+    /// Removes the first `count` bytes.
     void consume(std::size_t count) {
         begin += count;
         if (begin == end) {
@@ -26,7 +26,7 @@ class ReadAheadBuffer {
         }
     }
 
-    /// Where the next bytes of the stream belong: `freeSize` bytes, all that are not in use.
+    /// Returns the free space for the next bytes of the stream: all `freeSize` bytes that are not in use.
     char* freeSpace() {
         if (begin > 0) {
             std::memmove(bytes.data(), data(), size());
@@ -37,7 +37,7 @@ class ReadAheadBuffer {
     }
     std::size_t freeSize() const { return capacity() - size(); }
 
-    /// `count` bytes now stand in the room.
+    /// Adds the first `count` bytes of the free space, which the caller has filled.
     void filled(std::size_t count) { end += count; }
 
   private:

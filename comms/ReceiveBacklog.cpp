@@ -11,7 +11,8 @@ namespace com_tesk {
 
 bool ReceiveBacklog::takeIn(int descriptor, std::size_t limit) {
     constexpr std::size_t kMaxAtOnce = 64U << 10U;
-    // Asks first, because a receive at the end of the stream, or on a failed connection, would hide it from the reader.
+    // Check first, because a receive at the end of the stream, or on a failed connection, would hide it from the
+    // reader.
     int available = 0;
     if (ioctl(descriptor, FIONREAD, &available) != 0 || available <= 0) {
         return false;

@@ -6,7 +6,7 @@
 
 namespace com_tesk {
 
-/// Blocks every signal on the calling thread for a scope. A thread that is created in the scope starts with that mask.
+/// Blocks every signal on the calling thread for a scope. A thread that is created in the scope inherits that mask.
 class SignalsBlocked {
   public:
     SignalsBlocked() {

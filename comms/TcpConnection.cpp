@@ -45,7 +45,7 @@ int TcpConnection::close() {
     }
     // A cancellation halfway would leave the descriptor open.
     const CancellationDisabled untilClosed;
-    // Wakes reads and writes, and ends the connection for the host also while a forked child holds a copy of the socket.
+    // Wakes reads and writes. Also ends the connection for the host while a forked child holds a copy of the socket.
     shutdown(closed, SHUT_RDWR);
     waitForUsers();
     return ::close(closed);
@@ -57,7 +57,8 @@ void TcpConnection::waitForUsers() {
 }
 
 int TcpConnection::createSocket() const {
-    // Close-on-exec in the same call: a program that another thread starts in between would keep the connection open.
+    // Close-on-exec in the same call. Otherwise a program that another thread starts in between would keep the
+    // connection open.
     const int created = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
     if (created < 0) {
         report("Unable to create socket");
@@ -75,7 +76,7 @@ bool TcpConnection::configureSocket(int newDescriptor) const {
         report("Unable to set socket timeout options");
         return false;
     }
-    // Not fatal: without it small frames leave late, but they leave.
+    // Not fatal: without the option small frames leave late, but they leave.
     if (!setSocketOption(newDescriptor, IPPROTO_TCP, TCP_NODELAY, 1)) {
         report("Unable to disable Nagle algorithm");
     }
@@ -85,7 +86,7 @@ bool TcpConnection::configureSocket(int newDescriptor) const {
     }
     if (options.receiveBufferSize != 0 &&
         !setSocketOption(newDescriptor, SOL_SOCKET, SO_RCVBUF, options.receiveBufferSize)) {
-        report("Error setting send buffer size");  // The same text for both sizes: programs match it.
+        report("Error setting send buffer size");  // Intended: the same text for both. Programs match it.
         return false;
     }
     return true;
@@ -108,7 +109,7 @@ bool TcpConnection::isConnectedToItself(int connectedDescriptor) {
                           getpeername(connectedDescriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0 &&
                           own.sin_port == peer.sin_port && own.sin_addr.s_addr == peer.sin_addr.s_addr;
     if (isItself) {
-        // Dissolved with a reset, so that no closed connection keeps the host from the port.
+        // Ends with a reset, so that no closed connection blocks the port for the host.
         sockaddr unspecified{};
         unspecified.sa_family = AF_UNSPEC;
         static_cast<void>(connect(connectedDescriptor, &unspecified, sizeof unspecified));

@@ -8,8 +8,9 @@
 
 namespace com_tesk {
 
-/// The socket of a transport. One thread opens and reads; any thread may write or close at any time. The descriptor is
-/// closed once the threads that use it have left, so that no thread ever uses a descriptor of somebody else.
+/// The socket of a transport. One thread opens and reads; any thread may write or close at any time. The descriptor
+/// is closed only after the threads that use it have left. So no thread ever uses a descriptor that the system has
+/// given to another file.
 class TcpConnection {
   public:
     static constexpr int kNoSocket = -1;
@@ -24,53 +25,54 @@ class TcpConnection {
     const CSCommsInterfaceTCP::Options& getOptions() const { return options; }
     void setOptions(const CSCommsInterfaceTCP::Options& newOptions) { options = newOptions; }
 
-    /// The socket, or `kNoSocket`. To be used while the thread is counted in `readers` or `writers`.
+    /// Returns the socket, or `kNoSocket`. Use it only while the thread is counted in `readers` or `writers`.
     int descriptor() const { return socketHandle; }
 
-    /// Whether there is a socket; sets `errno` to EBADF when there is none.
+    /// True when there is a socket; sets `errno` to EBADF when there is none.
     bool isOpen() const;
 
-    /// Threads that are inside a read, or a write. Counted apart, so that a closer may wait for one kind.
+    /// Counts of the threads inside a read, or inside a write. They are separate, so that a writer can check whether
+    /// a reader is inside.
     CSUseCount& readers() { return readingThreads; }
     CSUseCount& writers() { return writingThreads; }
 
-    /// Makes a descriptor the socket: from now on other threads use and close it.
+    /// Makes a descriptor the socket: from then on other threads use and close it.
     void adopt(int newDescriptor) { socketHandle = newDescriptor; }
 
     /// Shuts the connection down, waits for the threads that use it, and closes the socket. Not a cancellation point.
     /// @return the system's result; -1 when no socket was open.
     int close();
 
-    /// Waits until the threads that are inside have left. Only after the socket was taken away.
+    /// Waits until the threads inside a read or a write have left. Call it only after the socket has been cleared.
     void waitForUsers();
 
-    /// A TCP socket that programs started by the application do not inherit.
-    /// @return `kNoSocket` after a failure, which has been reported.
+    /// Creates a TCP socket that programs started by the application do not inherit.
+    /// @return the socket; `kNoSocket` after a failure, which has been reported.
     int createSocket() const;
 
-    /// Sets what must be set before connecting.
-    /// @return false after a failure that forbids going on.
+    /// Sets the socket options that must be set before connecting.
+    /// @return false after a failure with which the connection must not be made.
     bool configureSocket(int newDescriptor) const;
 
-    /// The system's `connect`.
-    /// @return whether it has succeeded; otherwise `errno` says more.
+    /// Calls the system's `connect`.
+    /// @return true when it has succeeded; otherwise the reason is in `errno`.
     static bool connectSocket(int newDescriptor, unsigned int address, unsigned int port);
 
-    /// Whether the connection's two ends are the same socket. Then dissolves the connection and sets `errno` to
+    /// True when the connection's two ends are the same socket. Then it ends the connection and sets `errno` to
     /// ECONNREFUSED.
     static bool isConnectedToItself(int connectedDescriptor);
 
-    /// One line on standard error, unless the options say `quiet`.
+    /// Prints one line on standard error, unless the options say `quiet`.
     void report(std::string_view line) const;
 
   private:
     /// Opening thread only.
     CSCommsInterfaceTCP::Options options;
 
-    /// Taken by one thread, in `close`; that thread closes it once `readingThreads` and `writingThreads` have left.
+    /// `close` clears it. The thread that has cleared it closes the socket once `readingThreads` and `writingThreads`
+    /// are zero.
     std::atomic<int> socketHandle{kNoSocket};
     CSUseCount readingThreads;
-    /// Counted by themselves: while one thread waits in a read, the one that writes is the first.
     CSUseCount writingThreads;
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Names for Clang's thread-safety attributes, with which the compiler checks who holds which lock. They are empty on
-// other compilers and change no code.
+// Names for Clang's thread-safety attributes. With them the compiler checks which thread holds which lock. They are
+// empty on other compilers and change no code.
 
 #if defined(__clang__)
 #define CSCLIENT_THREAD_ATTRIBUTE(x) __attribute__((x))

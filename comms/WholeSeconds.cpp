@@ -6,7 +6,7 @@
 namespace com_tesk {
 
 void sleepWholeSeconds(unsigned int seconds) {
-    // An absolute deadline, because sleep() rounds what is left of an interrupted second down to nothing.
+    // An absolute deadline, because sleep() rounds the rest of an interrupted second down to nothing.
     timespec deadline{};
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += static_cast<time_t>(seconds);

@@ -2,7 +2,7 @@
 
 namespace com_tesk {
 
-/// Sleeps `seconds` whole seconds on the calling thread. A signal that interrupts the sleep does not shorten it.
+/// Sleeps `seconds` whole seconds on the calling thread. A signal does not shorten the sleep.
 /// A cancellation point.
 void sleepWholeSeconds(unsigned int seconds);
 

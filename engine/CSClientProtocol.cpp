@@ -70,7 +70,7 @@ void* CSClientProtocol::mainThread(void* engine) {
     return Parts::runWorker(engine);
 }
 
-// The callers hold the lock, which the analysis cannot see from outside the part.
+// The callers hold the lock. The analysis cannot see that from outside the part.
 void CSClientProtocol::setState(CSClient::State newState) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
     parts->connection.change(newState);
 }

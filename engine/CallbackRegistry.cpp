@@ -32,7 +32,8 @@ int CallbackRegistry::remove(CSClient::CallbackIface* callbackInterface) {
         try {
             replaceList();
         } catch (const std::bad_alloc&) {
-            // An object that is being destroyed must be able to remove itself. Notifications in progress skip it, too.
+            // An object that is being destroyed must be able to remove itself. Notifications in progress skip it,
+            // too.
             for (std::atomic<CSClient::CallbackIface*>& entry : *callbackList) {
                 if (entry == callbackInterface) {
                     entry = nullptr;

@@ -12,9 +12,9 @@
 
 namespace com_tesk {
 
-/// The callback interfaces of an engine, and their notification. Any thread; callbacks are made with no lock held.
+/// Keeps the callback interfaces of an engine and notifies them. Any thread. Callbacks are made with no lock held.
 ///
-/// The set is kept a second time as a list that notifiers share, so that a notification copies nothing.
+/// The set is also kept as a list that notifiers share, so that a notification copies nothing.
 class CallbackRegistry {
   public:
     CallbackRegistry();
@@ -26,7 +26,7 @@ class CallbackRegistry {
     unsigned int add(CSClient::CallbackIface* callbackInterface) CSCLIENT_EXCLUDES(callbackMutex);
 
     /// As `CSClient::removeCallbackInterface`. Needs no memory.
-    /// @return the status of releasing the lock: 0, or 2 when that failed. So does `copyTo`.
+    /// @return the status of releasing the lock: 0, or 2 when that failed. `copyTo` returns the same.
     int remove(CSClient::CallbackIface* callbackInterface) CSCLIENT_EXCLUDES(callbackMutex);
 
     bool has(CSClient::CallbackIface* callbackInterface) const CSCLIENT_EXCLUDES(callbackMutex);
@@ -41,11 +41,11 @@ class CallbackRegistry {
         notifyAll(*currentList(), notify);
     }
 
-    /// As `notify`, on the worker thread. Takes no lock while the interfaces are those of the last time.
+    /// As `notify`, on the worker thread. Takes no lock while the list is the one of the previous call.
     template <typename Notify>
     void notifyFromWorker(const Notify& notify) CSCLIENT_EXCLUDES(callbackMutex) {
         const std::uint32_t version = callbackListVersion;
-        // Taken out meanwhile: what a callback does must not change the list that it is called from.
+        // The list is moved out during the calls, so that no action of a callback can change it.
         std::shared_ptr<const CallbackList> interfaces;
         interfaces.swap(workerCallbacks);
         if (interfaces == nullptr || version != workerCallbacksVersion) {
@@ -59,7 +59,7 @@ class CallbackRegistry {
   private:
     friend class PartAccess;
 
-    /// In ascending pointer order; null where one was removed for lack of memory for another list.
+    /// In ascending pointer order. An entry is null when it was removed without memory for a new list.
     using CallbackList = std::vector<std::atomic<CSClient::CallbackIface*>>;
 
     template <typename Notify>
@@ -72,10 +72,10 @@ class CallbackRegistry {
         }
     }
 
-    /// Makes `callbackList` of `callbacks`.
+    /// Replaces `callbackList` by a copy of `callbacks`.
     void replaceList() CSCLIENT_REQUIRES(callbackMutex);
     std::shared_ptr<const CallbackList> currentList() const CSCLIENT_EXCLUDES(callbackMutex);
-    /// `interfaces = currentList()`, kept out of what is done for every update.
+    /// Assigns `currentList()` to `interfaces`. Cold, so that the code for each update stays small.
     [[gnu::cold]] void renew(std::shared_ptr<const CallbackList>& interfaces) const CSCLIENT_EXCLUDES(callbackMutex);
 
     mutable CSMutex callbackMutex;
@@ -83,13 +83,13 @@ class CallbackRegistry {
     // Guarded by callbackMutex.
 
     std::set<CSClient::CallbackIface*> callbacks CSCLIENT_GUARDED_BY(callbackMutex);
-    /// `callbacks` as a list. It is replaced, not changed; but when there is no memory for another one, an interface that
-    /// is removed becomes null in it.
+    /// `callbacks` as a list. A change replaces it. Without memory for a new list, a removed interface becomes null
+    /// in it.
     std::shared_ptr<CallbackList> callbackList CSCLIENT_GUARDED_BY(callbackMutex);
-    /// Changed under callbackMutex after each replacement of the list, read by the worker without it.
+    /// Incremented under callbackMutex after each replacement of the list. The worker reads it without the lock.
     std::atomic<std::uint32_t> callbackListVersion{0};
 
-    // Worker thread: the list last notified, and its version.
+    // Worker thread: the list of the previous notification, and its version.
 
     std::shared_ptr<const CallbackList> workerCallbacks;
     std::uint32_t workerCallbacksVersion = 0;

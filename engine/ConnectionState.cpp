@@ -8,10 +8,11 @@ namespace com_tesk {
 
 namespace {
 
-/// Between connection attempts, and after a loss.
+/// The pause between connection attempts, and after a loss.
 constexpr unsigned int kRetrySeconds = 1;
 
-/// How long closing waits for a state change in progress. One that takes longer is stuck in a write or in a callback.
+/// The longest wait of a close for a state change in progress. A change that takes longer is blocked in a write or
+/// callback.
 constexpr std::chrono::milliseconds kMaxStateChange{50};
 
 }  // namespace
@@ -66,7 +67,7 @@ int ConnectionState::open(const Attempt& newAttempt, void* (*routine)(void*), vo
         if (isRefused) {
             return;
         }
-        // A request made before this point belongs to the connection that has ended.
+        // An earlier request belongs to the connection that has ended.
         closeRequesters.waitForUsers();
         isCloseRequested = false;
         observer.setInterrupted(false);
@@ -83,7 +84,7 @@ int ConnectionState::open(const Attempt& newAttempt, void* (*routine)(void*), vo
     if (isStarted) {
         return CSClient::RESULT_OK;
     }
-    // Without a worker no thread leaves the state that is left here: connecting, or disconnecting.
+    // Without a worker no thread changes the state that remains: connecting, or disconnecting.
     if (!isRefused && hasOption(CSClient::OPTION_AUTO_RECONNECT)) {
         closeOrReconnect();
     }
@@ -92,7 +93,8 @@ int ConnectionState::open(const Attempt& newAttempt, void* (*routine)(void*), vo
 
 void ConnectionState::beginConnecting() {
     bool isAnnounced = false;
-    // A cancellation in a callback leaves the connection closed, as it was: without a worker it could not be closed again.
+    // After a cancellation in a callback the state is disconnected again: without a worker no thread could leave
+    // connecting.
     const AtScopeEnd undoUnlessAnnounced([this, &isAnnounced] {
         if (!isAnnounced) {
             state = CSClient::STATE_DISCONNECTED;
@@ -121,7 +123,7 @@ void ConnectionState::beginDisconnecting() {
     if (state == CSClient::STATE_DISCONNECTED || state == CSClient::STATE_DISCONNECTING) {
         return;
     }
-    // Also when a callback is cancelled.
+    // Runs also when a callback is cancelled.
     const AtScopeEnd endTheConnection([this] {
         serverAddress = 0;
         serverPort = 0;
@@ -208,7 +210,7 @@ void ConnectionState::announceEnd() {
     announcingEnd = pthread_self();
     change(CSClient::STATE_DISCONNECTED);
     announcingEnd = 0;
-    // The thread cancels itself, which must not take effect in the instructions that it still has to run.
+    // The thread cancels itself. The cancellation must not take effect in the instructions that it still has to run.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     workerThread.kill();
 }
@@ -231,7 +233,7 @@ bool ConnectionState::deferClose(std::uint32_t connection) {
 }
 
 void ConnectionState::requestClose() {
-    // Counted before the state is read: a new connection begins only after the threads that saw the one before.
+    // Register before reading the state: a new connection waits for the threads that saw the previous one.
     const CSUseCount::Use requesting(closeRequesters);
     if (state != CSClient::STATE_DISCONNECTED) {
         isCloseRequested = true;
@@ -241,7 +243,7 @@ void ConnectionState::requestClose() {
 }
 
 void ConnectionState::closeIfRequested() {
-    // A thread that has requested a close and finds the lock held leaves it to the holder, which polls here after unlocking.
+    // When the lock is held, the requesting thread leaves the close to the holder, which polls here after unlocking.
     while (isCloseRequested && connectionMutex.tryLock()) {
         const Lock lock(*this, Lock::ADOPT);
         isCloseRequested = false;
@@ -258,7 +260,8 @@ void ConnectionState::closeAsDeferred(std::uint32_t deferredConnection) {
 
 void ConnectionState::abandon(std::uint32_t connection) {
     std::uint32_t current = abandonedConnection;
-    // A later connection stays noted: the earlier one has ended already. Numbers are compared across their wrap-around.
+    // A later connection stays stored: the earlier one has ended already. The comparison works across the numbers'
+    // wrap-around.
     while ((current == kNoConnection || static_cast<std::int32_t>(connection - current) > 0) &&
            !abandonedConnection.compare_exchange_weak(current, connection)) {
     }
@@ -273,7 +276,7 @@ void ConnectionState::closeAsLeft() {
     if (abandoned == connectionNumber && isConnected()) {
         closeOrReconnect(abandoned);
     }
-    // Not before the close: until then nothing may be sent on that connection.
+    // Clear it only after the close: until then nothing may be sent on that connection.
     abandonedConnection.compare_exchange_strong(abandoned, kNoConnection);
 }
 

@@ -17,34 +17,35 @@
 
 namespace com_tesk {
 
-/// The state of an engine's connection, the rules by which it changes, and the closes that have to wait.
+/// Owns the state of an engine's connection, the rules for its changes, and the deferred closes.
 ///
-/// Two things cannot be done while `connectionMutex` is held, and are carried out after it is released:
+/// Two operations cannot run while `connectionMutex` is held. They run after it is released:
 ///
 ///   - The close that follows a failed write. It makes callbacks and sleeps. The holder defers it (`deferClose`).
 ///   - A request to close that another thread made while a state change held the mutex (`requestClose`).
 ///
-/// `underLock` does both. It does so in its body, because a destructor must neither call back nor sleep: a cancellation
-/// there ends the process. When an exception or a cancellation leaves the locked part, the guard's destructor leaves the
-/// close to the worker (`abandon`), which looks once a turn (`closeAsLeft`).
+/// `underLock` does both in its body, because a destructor must neither call back nor sleep: a cancellation there
+/// ends the process. When an exception or a cancellation leaves the locked part, the guard's destructor leaves the
+/// close to the worker (`abandon`). The worker checks for it once per `runOnce` (`closeAsLeft`).
 ///
-/// It knows no socket and no message. An observer is notified of each change.
+/// It uses no socket and no message. An observer is notified of each change.
 class ConnectionState {
   public:
-    /// What a change of state brings about.
+    /// Is notified of changes of state, and interrupts waits for the host.
     class Observer {
       public:
-        /// The state has changed. Called by the thread that changes it, with `connectionMutex` held.
+        /// Reports that the state has changed. The thread that changes it calls this with `connectionMutex` held.
         virtual void stateChanged(CSClient::State oldState, CSClient::State newState) = 0;
 
-        /// Waits for the host end at once from now on (true), or last their time again (false). Any thread; must not block.
+        /// Interrupts waits for the host from now on (true), or ends the interruption (false). Any thread; must not
+        /// block.
         virtual void setInterrupted(bool isInterrupted) = 0;
 
       protected:
         ~Observer() = default;
     };
 
-    /// What one attempt to connect needs.
+    /// The parameters of one attempt to connect.
     struct Attempt {
         unsigned int address = 0;
         unsigned int port = 0;
@@ -52,7 +53,7 @@ class ConnectionState {
     };
 
     /// @param observerOfChanges  outlives this object.
-    /// @param optionFlags        the engine's.
+    /// @param optionFlags        of the engine.
     ConnectionState(Observer& observerOfChanges, unsigned int optionFlags);
     ConnectionState(const ConnectionState&) = delete;
     ConnectionState& operator=(const ConnectionState&) = delete;
@@ -62,39 +63,39 @@ class ConnectionState {
     /// Any thread. None blocks.
     /// @{
     CSClient::State current() const { return state; }
-    /// As `current`, but while the worker announces the end, other threads still see `STATE_DISCONNECTING`.
+    /// As `current`, but other threads see `STATE_DISCONNECTING` while the worker announces the end.
     CSClient::State currentForThisThread() const;
-    /// Whether frames can be exchanged.
+    /// True when frames can be sent and received.
     bool isConnected() const;
-    /// The number of the connection that stands; never `kNoConnection`.
+    /// Returns the number of the current connection; never `kNoConnection`.
     std::uint32_t number() const { return connectionNumber; }
     unsigned int address() const { return serverAddress; }
     unsigned int port() const { return serverPort; }
-    /// Whether the calling thread makes a change of state.
+    /// True when the calling thread is changing the state.
     bool isChangedByThisThread() const { return connectionMutex.isHeldByThisThread(); }
-    /// Whether the calling thread has deferred the close of the connection.
+    /// True when the calling thread has deferred the close of the connection.
     bool hasDeferredClose() const;
-    /// Whether a cancelled thread has left this connection to the worker to close.
+    /// True when a cancelled thread has left this connection to the worker to close.
     bool isAbandoned(std::uint32_t connection) const { return abandonedConnection == connection; }
     /// @}
 
     /// @name Opening and closing
-    /// Any thread that does not change the state.
+    /// Any thread that is not changing the state.
     /// @{
 
-    /// Begins to connect, and starts the worker. See `CSClientProtocol::openConnection`.
+    /// Begins to connect and starts the worker. See `CSClientProtocol::openConnection`.
     /// @return 0 the worker runs; 2 refused, or no thread could be started.
     int open(const Attempt& newAttempt, void* (*routine)(void*), void* argument) CSCLIENT_EXCLUDES(connectionMutex);
 
-    /// Ends the connection. Waits at most 50 ms for a change of state in progress, then leaves a request to it.
+    /// Ends the connection. Waits at most 50 ms for a state change in progress, then leaves a request to its thread.
     void close() CSCLIENT_EXCLUDES(connectionMutex);
 
-    /// Ends the connection, or with `OPTION_AUTO_RECONNECT` begins the next attempt and pauses for a second. Given a
-    /// connection's number, only that connection.
+    /// Ends the connection, or begins the next attempt and pauses for a second with `OPTION_AUTO_RECONNECT`. Given
+    /// the number of a connection, it acts only on that connection.
     void closeOrReconnect(std::uint32_t onlyConnection = kNoConnection) CSCLIENT_EXCLUDES(connectionMutex);
 
     /// Runs `step` while no connection can begin and no thread is inside `requestClose`.
-    /// @return false, and nothing was run, in any state but `STATE_DISCONNECTED`.
+    /// @return false in any state but `STATE_DISCONNECTED`; `step` was then not run.
     template <typename Step>
     bool whileDisconnected(const Step& step) CSCLIENT_EXCLUDES(connectionMutex) {
         bool isRun = false;
@@ -108,7 +109,7 @@ class ConnectionState {
         return isRun;
     }
 
-    /// Blocks until the worker has released the lock for the last time. To be called once the state is
+    /// Blocks until the worker has released the lock for the last time. Call it once the state is
     /// `STATE_DISCONNECTED`.
     void waitForWorker() CSCLIENT_EXCLUDES(connectionMutex) { const Lock lock(*this); }
     /// @}
@@ -118,24 +119,25 @@ class ConnectionState {
     /// @{
 
     /// @param[out] attempt  unchanged when the result is false.
-    /// @return whether an attempt to connect is wanted.
+    /// @return true when an attempt to connect is wanted.
     bool isAttemptWanted(Attempt& attempt) CSCLIENT_EXCLUDES(connectionMutex);
 
-    /// An attempt has succeeded: numbers the connection and changes to `STATE_CONNECTED`.
-    /// @return false when the connection was given up meanwhile.
+    /// Numbers the connection of a successful attempt and changes to `STATE_CONNECTED`.
+    /// @return false when the connection has been given up meanwhile.
     bool enterConnected() CSCLIENT_EXCLUDES(connectionMutex);
 
-    /// Carries out the closes that cancelled threads have left.
+    /// Performs the closes that cancelled threads have left, and requested closes.
     void closeAsLeft() CSCLIENT_EXCLUDES(connectionMutex);
 
-    /// Pauses, then completes the change of a thread that was cancelled between losing the connection and connecting again.
+    /// Pauses, then changes to `STATE_CONNECTING` for a thread that was cancelled between losing the connection and
+    /// that change.
     void leaveReconnecting() CSCLIENT_EXCLUDES(connectionMutex);
 
-    /// Changes to `STATE_DISCONNECTED` after `closeTransport`, and ends the worker. The object may be destroyed as soon as
-    /// the state can be seen.
+    /// Calls `closeTransport`, changes to `STATE_DISCONNECTED`, and ends the worker. The object may be destroyed as
+    /// soon as another thread sees that state.
     template <typename Close>
     void finish(const Close& closeTransport) CSCLIENT_EXCLUDES(connectionMutex) {
-        // Nothing may follow the release. A request to close has nothing left to do.
+        // No access may follow the unlock. A requested close is complete by then.
         const Lock lock(*this);
         closeTransport();
         announceEnd();
@@ -145,11 +147,11 @@ class ConnectionState {
     /// @name Under the lock
     /// @{
 
-    /// Changes the state and notifies the observer. Does nothing when it is the state already.
+    /// Changes the state and notifies the observer. Does nothing when it is the current state.
     void change(CSClient::State newState) CSCLIENT_REQUIRES(connectionMutex);
 
-    /// Runs `step` with the lock held, then carries out what was deferred or requested meanwhile, which may make callbacks
-    /// and sleep a second.
+    /// Runs `step` with the lock held, then performs the deferred or requested close, which may make callbacks and
+    /// sleep a second.
     template <typename Step>
     void underLock(const Step& step) CSCLIENT_EXCLUDES(connectionMutex) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
         std::uint32_t deferred;  // Assigned before the lock is released.
@@ -162,7 +164,7 @@ class ConnectionState {
     }
 
     /// As `underLock`, but waits at most `timeout` for the lock.
-    /// @return whether `step` was run.
+    /// @return true when `step` was run.
     template <typename Step>
     bool underLockWithin(std::chrono::milliseconds timeout, const Step& step)
         CSCLIENT_EXCLUDES(connectionMutex) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
@@ -184,17 +186,17 @@ class ConnectionState {
     /// Any thread.
     /// @{
 
-    /// Notes, for a thread that changes the state, that this connection is to be closed after the change.
-    /// @return false, and nothing was noted, when the calling thread does not change the state.
+    /// Stores that this connection is to be closed after the change that the calling thread is making.
+    /// @return false when the calling thread is not changing the state; nothing was then stored.
     bool deferClose(std::uint32_t connection);
 
-    /// Leaves a connection to the worker to close: for a thread that is being cancelled.
+    /// Leaves the close of a connection to the worker: for a thread that is being cancelled.
     void abandon(std::uint32_t connection);
 
-    /// Asks whichever thread changes the state to close, and ends the waits for the host. Takes no lock.
+    /// Requests a close from the thread that is changing the state, and ends the waits for the host. Takes no lock.
     void requestClose();
 
-    /// Carries out a request to close, unless another thread holds the lock, which then does so after releasing it.
+    /// Performs a requested close. When another thread holds the lock, that thread performs it after unlocking.
     void closeIfRequested() CSCLIENT_EXCLUDES(connectionMutex);
     /// @}
 
@@ -206,11 +208,11 @@ class ConnectionState {
         enum Adopt { ADOPT };
 
         explicit Lock(ConnectionState& lockedState) CSCLIENT_ACQUIRE(lockedState.connectionMutex);
-        /// Takes over the mutex, which this thread holds already.
+        /// Adopts the mutex, which this thread holds already.
         Lock(ConnectionState& lockedState, Adopt adopt) CSCLIENT_REQUIRES(lockedState.connectionMutex);
         Lock(const Lock&) = delete;
         Lock& operator=(const Lock&) = delete;
-        /// Leaves a deferred close that was not taken to the worker.
+        /// Leaves a deferred close to the worker, if no thread has taken it.
         ~Lock() CSCLIENT_RELEASE();
 
       private:
@@ -220,10 +222,10 @@ class ConnectionState {
     void beginConnecting() CSCLIENT_REQUIRES(connectionMutex);
     bool startWorker(void* (*routine)(void*), void* argument) CSCLIENT_REQUIRES(connectionMutex);
     void beginDisconnecting() CSCLIENT_REQUIRES(connectionMutex);
-    /// @return whether the pause between two attempts follows.
+    /// @return true when the pause between two attempts follows.
     bool beginReconnecting() CSCLIENT_REQUIRES(connectionMutex);
     void announceEnd() CSCLIENT_REQUIRES(connectionMutex);
-    /// What follows a release of the lock.
+    /// Performs requested and deferred closes after an unlock.
     void closeAsDeferred(std::uint32_t deferredConnection) CSCLIENT_EXCLUDES(connectionMutex);
     bool hasOption(unsigned int option) const { return (options & option) != 0; }
 
@@ -234,14 +236,14 @@ class ConnectionState {
 
     mutable DeferringMutex connectionMutex;
 
-    // Changed under connectionMutex, read by any thread without it.
+    // Changed under connectionMutex. Any thread reads them without it.
 
     std::atomic<CSClient::State> state{CSClient::STATE_DISCONNECTED};
     std::atomic<std::uint32_t> serverAddress{0};
     std::atomic<std::uint32_t> serverPort{0};
-    /// The worker while it announces the end, otherwise 0.
+    /// The worker's id while it announces the end, otherwise 0.
     std::atomic<pthread_t> announcingEnd{0};
-    /// Counts the connections.
+    /// The number of the current connection.
     std::atomic<std::uint32_t> connectionNumber{kNoConnection + 1};
 
     // Guarded by connectionMutex.
@@ -254,10 +256,10 @@ class ConnectionState {
 
     /// The pause between two attempts to connect.
     InterruptiblePause retryPause;
-    /// The connection that a cancelled thread has left to the worker to close, or `kNoConnection`. Nothing more is sent on
-    /// it. Set by any thread, taken back by the worker.
+    /// The connection that a cancelled thread has left to the worker to close, or `kNoConnection`. Nothing more is
+    /// sent on it. Any thread sets it, and the worker clears it.
     std::atomic<std::uint32_t> abandonedConnection{kNoConnection};
-    /// Set by any thread counted in `closeRequesters`, taken back under connectionMutex.
+    /// Set by any thread counted in `closeRequesters`, cleared under connectionMutex.
     std::atomic<bool> isCloseRequested{false};
     /// Threads that are requesting a close.
     CSUseCount closeRequesters;

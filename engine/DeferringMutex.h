@@ -8,20 +8,21 @@
 
 namespace com_tesk {
 
-/// Stands for no connection where one is expected by number.
+/// The number that denotes no connection.
 constexpr std::uint32_t kNoConnection = 0;
 
-/// A mutex under which frames are written. When a write fails, its holder cannot close the connection at once: closing
-/// takes another lock, makes callbacks and sleeps. The holder notes the connection here and closes it after unlocking.
+/// A mutex under which frames are written. When a write fails, its holder cannot close the connection at once:
+/// closing takes another lock, makes callbacks and sleeps. The holder stores the connection here and closes it after
+/// unlocking.
 class CSCLIENT_CAPABILITY("mutex") DeferringMutex : public CSMutex {
   public:
-    /// Notes the connection to close after unlocking.
+    /// Stores the connection to close after unlocking.
     void defer(std::uint32_t connection) CSCLIENT_REQUIRES(this) { deferredConnection = connection; }
 
-    /// Whether a connection is noted.
+    /// True when a connection is stored.
     bool hasDeferred() const CSCLIENT_REQUIRES(this) { return deferredConnection != kNoConnection; }
 
-    /// @return the connection noted, which is the caller's to close from now on, or `kNoConnection`.
+    /// Returns and clears the stored connection, or returns `kNoConnection`. The caller must close it.
     std::uint32_t takeDeferred() CSCLIENT_REQUIRES(this) { return std::exchange(deferredConnection, kNoConnection); }
 
   private:

@@ -9,17 +9,17 @@
 
 namespace com_tesk {
 
-/// Which names of a call occur again later in it.
+/// Finds the names of a call that occur again later in it.
 class DuplicateNames {
   public:
-    /// @param nameAt  gives the name at an index.
+    /// @param nameAt  returns the name at an index.
     template <typename NameAt>
     DuplicateNames(std::size_t count, const NameAt& nameAt) {
         if (isAscending(count, nameAt)) {
             return;
         }
         isRepeated.resize(count);
-        // A hash table of the names' last indexes so far, plus one; linear probing, at most half used.
+        // A hash table of each name's last index so far, plus one. Linear probing, at most half full.
         std::size_t size = 4;
         while (size < count * 2) {
             size *= 2;
@@ -38,11 +38,11 @@ class DuplicateNames {
         }
     }
 
-    /// Whether the name at `index` occurs again after it.
+    /// True when the name at `index` occurs again after it.
     bool occursAgain(std::size_t index) const { return !isRepeated.empty() && isRepeated[index] != 0; }
 
   private:
-    /// Whether each name is greater than the one before, so that no name can occur twice.
+    /// True when each name is greater than the previous one, so that no name can occur twice.
     template <typename NameAt>
     static bool isAscending(std::size_t count, const NameAt& nameAt) {
         for (std::size_t i = 1; i < count; ++i) {

@@ -44,7 +44,7 @@ void CSClientProtocol::Parts::setInterrupted(bool isInterrupted) {
 }
 
 bool CSClientProtocol::Parts::maySend() const {
-    // Until a deferred close is carried out, the connection counts as closed already.
+    // Until a deferred close is performed, the connection counts as closed.
     return connection.isConnected() && !tables.hasDeferredClose() && !connection.hasDeferredClose();
 }
 

@@ -16,18 +16,18 @@
 
 namespace com_tesk {
 
-/// The parts of an engine, and what happens between them. Each part owns its data and its lock.
+/// The parts of an engine, and the calls between them. Each part owns its data and its lock.
 ///
 /// Locks, in the order in which one thread may take them:
-///   1. `connectionMutex` (ConnectionState): held through every state change, and so through `connectionStateChanged`, the
-///      version request and the re-registration that a change to `STATE_READY` starts.
-///   2. `parameterMutex` (ParameterTables): held while the tables are read or changed, and while the request that goes
-///      with the change is written.
-///   3. `namesMutex` (EntryTable), `callbackMutex` (CallbackRegistry), `versionMutex` (HostVersion): each for a few
-///      instructions; nothing is called under them.
+///   1. `connectionMutex` (ConnectionState): held through every state change, and so through
+///      `connectionStateChanged`, the version request and the re-registration that a change to `STATE_READY` starts.
+///   2. `parameterMutex` (ParameterTables): held while the tables are read or changed, and while the request for the
+///      change is written.
+///   3. `namesMutex` (EntryTable), `callbackMutex` (CallbackRegistry), `versionMutex` (HostVersion): each held
+///      briefly. No other lock is taken and no callback is made under them.
 ///
-/// A write that fails under one of the first two cannot close the connection at once: that takes the first, and sleeps.
-/// The close is deferred, and the same thread carries it out once it holds neither.
+/// After a failed write under one of the first two, the thread cannot close the connection at once: closing takes the
+/// first lock, and sleeps. The close is deferred. The same thread performs it once it holds neither.
 class CSClientProtocol::Parts final : private ConnectionState::Observer, private FrameChannel::Owner {
   public:
     /// Opens nothing and starts no thread.
@@ -43,15 +43,15 @@ class CSClientProtocol::Parts final : private ConnectionState::Observer, private
     FrameChannel frames;
     HostVersion host;
 
-    /// Whether diagnostics are left out.
+    /// True when diagnostics are not printed.
     bool isSilent() const { return (options & CSClient::OPTION_SILENT) != 0; }
 
-    /// Whether the calling thread gets the tables before others.
+    /// Returns the order in which the calling thread gets the lock of the tables.
     ParameterTables::Order orderOfThisThread() const {
         return connection.isChangedByThisThread() ? ParameterTables::Order::FIRST : ParameterTables::Order::YIELDING;
     }
 
-    /// Runs `step` with `parameterMutex` held, then carries out a deferred close.
+    /// Runs `step` with `parameterMutex` held, then performs a deferred close.
     /// @return the result of `step`.
     template <typename Step>
     int underParameterLock(const Step& step) CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
@@ -59,7 +59,7 @@ class CSClientProtocol::Parts final : private ConnectionState::Observer, private
         std::uint32_t deferred;  // Assigned before the lock is released.
         {
             const ParameterTables::Lock lock(tables, orderOfThisThread());
-            // When an exception or a cancellation leaves the step.
+            // Takes effect when an exception or a cancellation leaves the step.
             const AtScopeEnd leaveToTheWorker([this]() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
                 const std::uint32_t left = tables.mutex().takeDeferred();
                 if (left != kNoConnection) {
@@ -75,8 +75,8 @@ class CSClientProtocol::Parts final : private ConnectionState::Observer, private
         return result;
     }
 
-    /// Closes a connection on which a write has failed, as soon as this thread holds no lock of the engine; nothing if that
-    /// connection has ended meanwhile.
+    /// Closes a connection on which a write has failed, as soon as this thread holds no lock of the engine. Does
+    /// nothing when that connection has ended meanwhile.
     void closeAfterFailedWrite(std::uint32_t failedConnection);
 
     /// Closes the connection after a failure, or begins the next attempt.
@@ -85,21 +85,21 @@ class CSClientProtocol::Parts final : private ConnectionState::Observer, private
     /// @name The worker (engine/Worker.cpp)
     /// @{
 
-    /// The routine of the worker thread: runs the engine in `engine` until its connection ends.
+    /// Runs the engine in `engine` until its connection ends: the routine of the worker thread.
     /// @return null.
     static void* runWorker(void* engine);
 
-    /// One turn of the worker's loop, by the state; false when there is nothing left to do.
+    /// Runs one cycle of the worker's loop, by the state; false when the loop is complete.
     bool runOnce();
 
-    /// One connection attempt. See `CSClientProtocol::startConnection`.
+    /// Makes one connection attempt. See `CSClientProtocol::startConnection`.
     int startConnection();
     /// @}
 
     /// @name Re-registration (engine/Reregistration.cpp)
     /// @{
 
-    /// Whether what has just been registered is left to the re-registration; notes that there was something.
+    /// True when a registration that was just made is left to the re-registration. Then it stores that there was one.
     bool isLeftToReregistration(ReregistrationGate& gate) CSCLIENT_REQUIRES(tables.mutex());
 
     /// Sends every registration again, when there are any.
@@ -121,9 +121,9 @@ class CSClientProtocol::Parts final : private ConnectionState::Observer, private
 
     void runUntilEnd();
 
-    /// Registers what was left to a re-registration that was not made.
+    /// Sends the registrations that were left to a re-registration that was not made.
     void registerWhatIsLeft();
-    /// Whether there is nothing to register again; then nothing more is left to the re-registration.
+    /// True when there is nothing to register again. From then on nothing is left to the re-registration.
     bool isNothingRegistered();
 
     CSClientProtocol& engine;

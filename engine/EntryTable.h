@@ -17,21 +17,21 @@
 
 namespace com_tesk {
 
-/// The registered parameters of one kind, by name: the rules by which they get in and out. Owns the entries.
+/// The registered parameters of one kind, by name, and the rules for registering them. Owns the entries.
 ///
-/// Its user holds `parameterMutex` in every operation but `names`.
+/// The caller holds `parameterMutex` in every operation but `names`.
 template <typename Entry>
 class EntryTable {
   public:
-    /// The names that are keys are those in the entries.
+    /// The keys refer to the names in the entries.
     using Map = std::map<std::string_view, Entry*>;
     using Place = typename Map::iterator;
 
-    /// What a call unregisters.
+    /// The entries that a call unregisters.
     struct Unregistration {
-        /// The entries of the names that are known, in the order of the call; one named twice is there twice.
+        /// The entries of the known names, in the order of the call. A name that occurs twice is there twice.
         std::vector<Entry*> batch;
-        /// Where each of them is in the table, once.
+        /// The position of each entry in the table, once.
         std::vector<Place> places;
     };
 
@@ -47,24 +47,25 @@ class EntryTable {
     typename Map::const_iterator begin() const { return byName.begin(); }
     typename Map::const_iterator end() const { return byName.end(); }
 
-    /// The entry, or null.
+    /// Returns the entry, or null.
     Entry* find(std::string_view name) const {
         const auto found = byName.find(name);
         return found == byName.end() ? nullptr : found->second;
     }
 
-    /// Where `name` is, or the end. Constant time when `hint` matches, as when callers list names in order.
+    /// Returns the position of `name`, or the end. Constant time when `hint` matches, as when callers list names in
+    /// order.
     Place findNear(Place hint, std::string_view name) {
         return hint != byName.end() && names::isSame(hint->first, name) ? hint : byName.find(name);
     }
 
-    /// Whether the parameter is registered, or confirmed too.
+    /// True when the parameter is registered and, if `confirmed` is true, confirmed.
     bool has(const std::string& name, bool confirmed) const {
         const Entry* const entry = find(name);
         return entry != nullptr && (!confirmed || entry->isConfirmed());
     }
 
-    /// All entries, in the order of the names.
+    /// Returns all entries, in the order of the names.
     std::vector<Entry*> entries() const {
         std::vector<Entry*> all;
         all.reserve(byName.size());
@@ -75,10 +76,10 @@ class EntryTable {
     }
 
     /// Inserts the definitions one by one, in order, and appends their entries to `batch`. Stops at the first that is
-    /// refused. Those before it stay inserted, and reach the host at the next re-registration. The same holds when memory
-    /// runs out.
+    /// refused. The definitions before it stay inserted, and reach the host at the next re-registration. The same
+    /// holds when memory runs out.
     /// @param reportInvalidType  prints the line for a definition without a type.
-    /// @return whether all were inserted.
+    /// @return true when all were inserted.
     template <typename Definition>
     bool insert(const Definition* definitions, unsigned int count, bool silent,
                 void (*reportInvalidType)(const std::string&), std::vector<Entry*>& batch) {
@@ -108,7 +109,7 @@ class EntryTable {
             batch.push_back(entry.get());
             const CSLockGuard lock(namesMutex);
             byName.emplace_hint(place, entry->name, entry.get());
-            static_cast<void>(entry.release());  // The table owns it now.
+            static_cast<void>(entry.release());  // The table owns the entry now.
         }
         return true;
     }
@@ -137,19 +138,19 @@ class EntryTable {
     void erase(const Unregistration& found, const EraseId& eraseId) {
         const CSLockGuard lock(namesMutex);
         for (const Place place : found.places) {
-            const std::unique_ptr<Entry> entry(place->second);  // It holds the key.
+            const std::unique_ptr<Entry> entry(place->second);  // The key refers to it.
             eraseId(entry->serverId);
             byName.erase(place);
         }
     }
 
-    /// Moves everything to `other`, which is empty.
+    /// Moves all entries to `other`, which must be empty.
     void moveTo(EntryTable& other) {
         const CSLockGuard lock(namesMutex);
         other.byName.swap(byName);
     }
 
-    /// Takes from `other` what is not here. Allocates nothing.
+    /// Moves entries from `other` whose names are not in this table. Allocates nothing.
     void merge(EntryTable& other) {
         const CSLockGuard lock(namesMutex);
         byName.merge(other.byName);
@@ -161,11 +162,12 @@ class EntryTable {
         for (const auto& nameAndEntry : byName) {
             delete nameAndEntry.second;
         }
-        // The keys point into the destroyed entries; clearing the table does not read them.
+        // The keys refer to the destroyed entries, but clearing the table does not read them.
         byName.clear();
     }
 
-    /// The names, in ascending order. Any thread: waits for no request that is being written under `parameterMutex`.
+    /// Returns the names, in ascending order. Any thread. It does not wait for a request that is being written under
+    /// `parameterMutex`.
     std::vector<std::string> names() const {
         const CSLockGuard lock(namesMutex);
         std::vector<std::string> all;
@@ -179,14 +181,15 @@ class EntryTable {
   private:
     friend class PartAccess;
 
-    /// The first entry whose name is not less than `name`: where `name` is, or belongs. Constant time for names that come
-    /// in ascending order.
+    /// Returns the first entry whose name is not less than `name`: the position of `name`, or where to insert it.
+    /// Constant time for names in ascending order.
     Place placeFor(const std::string& name) {
         const bool isAfterAll = byName.empty() || std::prev(byName.end())->first < name;
         return isAfterAll ? byName.end() : byName.lower_bound(name);
     }
 
-    /// Guards the set of keys, together with `parameterMutex`: a change takes both, a reader of names takes this one.
+    /// Guards the set of keys, together with `parameterMutex`. A change takes both locks. A reader of names takes
+    /// this one.
     mutable CSMutex namesMutex;
     Map byName;
 };

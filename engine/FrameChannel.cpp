@@ -19,7 +19,7 @@ namespace {
 constexpr int kStreamClosed = 0;
 constexpr int kReceiveTimeout = -2;
 
-/// More than a header: with room to spare a transport appends faster.
+/// More than a header, because the standard transport appends faster into spare capacity.
 constexpr std::size_t kHeaderCapacity = std::size_t{2} * frame::kHeaderLength;
 
 RawMessage::Type typeOfKind(unsigned int kind) {
@@ -33,7 +33,7 @@ RawMessage::Type typeOfKind(unsigned int kind) {
     }
 }
 
-/// Puts `message` into a frame.
+/// Builds the frame of `message`.
 /// @return false when messages of its type are not sent.
 bool buildFrame(const RawMessage& message, RawMessage& wholeFrame) {
     wholeFrame.reserve(frame::kHeaderLength + message.size());
@@ -41,7 +41,7 @@ bool buildFrame(const RawMessage& message, RawMessage& wholeFrame) {
     wholeFrame.insert(wholeFrame.end(), message.begin(), message.end());
     switch (message.getType()) {
         case RawMessage::DATA:
-            // The strict guard of writeAt leaves a body of eight bytes or less as it was built.
+            // Intended: writeAt does not change a body of eight bytes or less. Short frames rely on it.
             wholeFrame.writeAt(frame::kBodyLengthOffset, static_cast<unsigned int>(message.size()));
             break;
         case RawMessage::CONTROL:
@@ -58,7 +58,7 @@ bool buildFrame(const RawMessage& message, RawMessage& wholeFrame) {
 
 }  // namespace
 
-/// The write of one frame. When a cancellation ends it, the owner is notified.
+/// The write of one frame. It notifies the owner when a cancellation ends the write.
 class FrameChannel::Write {
   public:
     Write(FrameChannel& writingChannel, std::uint32_t writtenConnection)
@@ -92,7 +92,8 @@ FrameChannel::FrameChannel(Owner& channelOwner, CSCommsInterfaceTCP* first) : ow
 
 void FrameChannel::replaceTransport(CSCommsInterfaceTCP* next) {
     if (next != comms.get()) {
-        // A sender that saw the last connection may still use its transport. That one is closed, so it will return.
+        // A sender that saw the last connection may still use its transport. That transport is closed, so the sender
+        // will return.
         senders.waitForUsers();
         comms.reset(next);
     }
@@ -113,7 +114,7 @@ unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {
     int written = -1;
     std::uint32_t writtenTo = kNoConnection;
     {
-        // Counted before the connection is read, so that replacing the transport waits for this write.
+        // Register as a sender before reading the connection, so that replacing the transport waits for this write.
         const CSUseCount::Use sending(senders);
         writtenTo = owner.connectionToWriteTo();
         if (writtenTo == kNoConnection) {
@@ -141,8 +142,8 @@ bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) 
         return false;
     }
     if (received < 0) {
-        // Goes on: the header as the transport left it is refused below, with its own line and close. Users of the
-        // diagnostics rely on both lines.
+        // Intended: continue. The header, as the transport left it, is refused below, with its own line and close.
+        // Users of the diagnostics rely on both lines.
         owner.readFailed({"Read error (", Decimal(errno), "). Closing connection."});
     } else if (static_cast<unsigned int>(received) < frame::kHeaderLength) {
         owner.readFailed({"Read error (bytes read ", Decimal(received), "). Closing connection."});
@@ -177,7 +178,7 @@ bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) 
         if (body == BodyRead::WHOLE) {
             owner.bodyReceived(receivedBody);
         }
-        // Before the connection is closed, which can take its time: half a large body needs as much memory as a whole one.
+        // Free the body before the close, which can take long: half a large body needs as much memory as a whole one.
         receivedBody.end();
         if (body == BodyRead::CLOSED) {
             owner.readFailed({"EXIT: Connection closed by server."});
@@ -185,7 +186,8 @@ bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) 
             owner.readFailed({"EXIT: Read error."});
         }
     } catch (const std::bad_alloc&) {
-        // The frame is lost, so the connection ends: what the frame would have confirmed is registered again on the next.
+        // The frame is lost, so the connection ends. Parameters that it would have confirmed are registered again on
+        // the next.
         receivedBody.end();
         owner.readFailed({"EXIT: Read error."});
     }

@@ -12,31 +12,32 @@
 
 namespace com_tesk {
 
-/// The transport of an engine, and the frames that go through it: one message out, one message in.
+/// Sends and receives frames through the transport of an engine. Each frame carries one message.
 ///
-/// It knows nothing of states and locks: its owner says when frames may leave, and is notified of failures.
+/// It does not depend on states and engine locks. Its owner decides when frames may be sent, and is notified of failures.
 class FrameChannel {
   public:
-    /// What a channel needs to know of its connection, and reports to it.
+    /// The interface through which a channel queries its connection and reports to it.
     class Owner {
       public:
-        /// Whether the calling thread may send.
+        /// True when the calling thread may send.
         virtual bool maySend() const = 0;
 
-        /// The number of the connection that a frame goes to now, or `kNoConnection`. Called while the thread is counted
-        /// as a sender.
+        /// Returns the number of the connection that a frame is sent to now, or `kNoConnection`. Called while the
+        /// thread is counted as a sender.
         virtual std::uint32_t connectionToWriteTo() const = 0;
 
-        /// The calling thread is being cancelled in a write: half a frame may have left.
+        /// Reports that the calling thread is being cancelled in a write. Half a frame may have been sent.
         virtual void writeAbandoned(std::uint32_t connection) = 0;
 
-        /// A frame did not leave whole. `error` is what the system says.
+        /// Reports that a frame was not sent whole. `error` is `errno` after the write; it means nothing after a
+        /// short write.
         virtual void writeFailed(std::uint32_t connection, int error) = 0;
 
-        /// Nothing more can be read from the connection. `line` says why.
+        /// Reports that nothing more can be read from the connection. `line` is the diagnostic.
         virtual void readFailed(std::initializer_list<std::string_view> line) = 0;
 
-        /// The body of a frame has arrived.
+        /// Reports that the body of a frame has arrived.
         virtual void bodyReceived(const RawMessage& body) = 0;
 
       protected:
@@ -44,18 +45,18 @@ class FrameChannel {
     };
 
     /// @param channelOwner  outlives this object.
-    /// @param first         the transport; the channel owns it. Not null.
+    /// @param first         the first transport. The channel owns it. Not null.
     FrameChannel(Owner& channelOwner, CSCommsInterfaceTCP* first);
     FrameChannel(const FrameChannel&) = delete;
     FrameChannel& operator=(const FrameChannel&) = delete;
     ~FrameChannel() = default;
 
-    /// The transport. Only for the worker, for threads that change the state, and for threads that `replaceTransport`
-    /// waits for.
+    /// Returns the transport. Only for the worker, for threads that change the state, and for threads that
+    /// `replaceTransport` waits for.
     CSCommsInterfaceTCP& transport() const { return *comms; }
 
-    /// Takes over another transport and deletes the one before, after the threads that still send through it. Taking over
-    /// the transport that it has changes nothing. The connection must have ended.
+    /// Takes ownership of another transport. Deletes the previous one once no thread sends through it. Passing the
+    /// current transport changes nothing. The connection must have ended.
     void replaceTransport(CSCommsInterfaceTCP* next);
 
     /// @name Sending
@@ -69,7 +70,7 @@ class FrameChannel {
     /// @return as `send`.
     unsigned int sendFrame(const RawMessage& wholeFrame);
 
-    /// Where a frame is built: its memory is kept from use to use.
+    /// Returns the message in which frames are built. Its memory is kept from use to use.
     SpareMessage& spare() { return spareFrame; }
     /// @}
 
@@ -80,7 +81,7 @@ class FrameChannel {
     /// Reads and checks one frame header. See `CSClientProtocol::readMessageHeader`.
     bool readHeader(RawMessage::Type& type, unsigned int& bodyLength);
 
-    /// Reads at most one frame and hands its body to the owner. See `CSClientProtocol::receiveMessage`.
+    /// Reads at most one frame and passes its body to the owner. See `CSClientProtocol::receiveMessage`.
     void receive();
     /// @}
 
@@ -91,19 +92,19 @@ class FrameChannel {
 
     enum class BodyRead { WHOLE, CLOSED, FAILED };
 
-    /// Reads the body of a frame, without a limit of time.
+    /// Reads the body of a frame, without a time limit.
     BodyRead readBody(unsigned int bodyLength, RawMessage& message);
 
     Owner& owner;
 
-    /// Never null. Replaced without a connection, after `senders`.
+    /// Never null. Replaced only without a connection, after waiting for `senders`.
     std::unique_ptr<CSCommsInterfaceTCP> comms;
 
     // Any thread.
 
-    /// For the frame that is being built and sent.
+    /// The frame that is being built and sent.
     SpareMessage spareFrame;
-    /// Threads that are handing a frame to the transport.
+    /// Threads that are writing a frame to the transport.
     CSUseCount senders;
 
     // Worker thread.

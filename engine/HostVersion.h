@@ -11,10 +11,10 @@
 
 namespace com_tesk {
 
-/// What the host has reported about itself. Written by the worker, read by any thread.
+/// The host's version text and protocol version. Written by the worker, read by any thread.
 class HostVersion {
   public:
-    /// "UNKNOWN" until the host has reported its version.
+    /// Returns "UNKNOWN" until the host has reported its version.
     std::string text() const CSCLIENT_EXCLUDES(versionMutex) {
         const CSLockGuard lock(versionMutex);
         return serverVersion;
@@ -25,7 +25,7 @@ class HostVersion {
         serverVersion = std::move(version);
     }
 
-    /// 0 until the host has reported its version.
+    /// Returns 0 until the host has reported its version.
     std::uint32_t protocol() const { return protocolVersion; }
 
     void storeProtocol(std::uint32_t version) { protocolVersion = version; }

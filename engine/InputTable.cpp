@@ -6,8 +6,8 @@ namespace com_tesk {
 
 bool InputTable::insert(const CSClient::InputDef* definitions, unsigned int count, bool silent,
                         std::vector<Entry*>& batch) {
-    // The line for a missing type names the subscription type, and the subscription mode is not checked: hosts decide
-    // which modes they know.
+    // The diagnostic for a missing type names the subscription type. The subscription mode is not checked: hosts
+    // decide which modes they accept.
     return inputsByName.insert(definitions, count, silent, checks::reportInvalidSubscriptionType, batch);
 }
 
@@ -24,7 +24,7 @@ InputTable::Entry* InputTable::confirm(Entries::Place& hint, std::uint32_t id, s
     idsChange();
     hint = std::next(found);
     Entry& entry = *found->second;
-    // Ids mostly come in ascending order.
+    // Hint for the common case: ids in ascending order.
     inputNamesById.insert_or_assign(inputNamesById.end(), id, entry.name);
     entry.serverId = id;
     return &entry;

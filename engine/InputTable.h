@@ -18,7 +18,7 @@ namespace com_tesk {
 
 /// The inputs: by name, and by the ids under which the host has confirmed them.
 ///
-/// Its user holds `parameterMutex` in every operation but `names`.
+/// The caller holds `parameterMutex` in every operation but `names`, and `isPassed` of the gate.
 class InputTable {
   public:
     using Entry = CSClientProtocol::InputParameterEntry;
@@ -28,39 +28,38 @@ class InputTable {
     const Entries& all() const { return inputsByName; }
     Entries& all() { return inputsByName; }
 
-    /// The number of inputs, or of ids under which the host has confirmed inputs.
+    /// Returns the number of inputs, or of ids under which the host has confirmed inputs.
     std::size_t size(bool confirmed) const { return confirmed ? inputNamesById.size() : inputsByName.size(); }
 
-    /// @return whether every definition was inserted; see `EntryTable::insert`.
+    /// @return true when every definition was inserted; see `EntryTable::insert`.
     bool insert(const CSClient::InputDef* definitions, unsigned int count, bool silent, std::vector<Entry*>& batch);
 
-    /// Removes what was unregistered.
+    /// Removes the unregistered inputs.
     void erase(const Entries::Unregistration& found);
 
-    /// The host has confirmed an input. An older id of it stays, and still names it.
-    /// @param hint  where the input may be; the place after it when it is found.
+    /// Stores that the host has confirmed an input. An older id of the input stays, and still denotes it.
+    /// @param hint  the likely position of the input; set to the position after it when it is found.
     /// @return the entry; null when there is no such input.
     Entry* confirm(Entries::Place& hint, std::uint32_t id, std::string_view name);
 
-    /// The name of the input that the host has confirmed under `id`. Null when there is none. Valid until `version`
-    /// changes.
+    /// Returns the name of the input that the host has confirmed under `id`, or null. Valid until `version` changes.
     const std::string* nameOf(std::uint32_t id);
 
-    /// Changes when names may have got other ids.
+    /// Returns a number that changes when names may have got other ids.
     std::uint32_t version() const { return inputNamesVersion; }
 
-    /// Copies of all definitions.
+    /// Returns copies of all definitions.
     std::vector<CSClient::InputDef> definitions() const;
 
     /// Moves all entries to `taken` and erases all ids.
     void takeAll(Entries& taken);
 
-    /// Takes back entries, as unconfirmed, that are not in the table. Allocates nothing.
+    /// Moves back entries that are not in the table, as unconfirmed. Allocates nothing.
     void restore(Entries& taken) { inputsByName.merge(taken); }
 
     void clear();
 
-    /// The names, in ascending order, without `parameterMutex`.
+    /// Returns the names, in ascending order, without `parameterMutex`.
     std::vector<std::string> names() const { return inputsByName.names(); }
 
     ReregistrationGate& gate() { return registered; }
@@ -69,13 +68,13 @@ class InputTable {
   private:
     friend class PartAccess;
 
-    /// To be called with every change of `inputNamesById`, before an element goes.
+    /// Call it with every change of `inputNamesById`, before an element is erased.
     void idsChange();
 
     Entries inputsByName;
     std::map<std::uint32_t, std::string> inputNamesById;
     std::uint32_t inputNamesVersion = 0;
-    /// The elements of `inputNamesById` that updates have needed since it changed.
+    /// The elements of `inputNamesById` that updates have used since it changed.
     LookupIndex<const std::pair<const std::uint32_t, std::string>, IdKey> updatedIndex;
     ReregistrationGate registered;
 };

@@ -10,13 +10,13 @@
 
 namespace com_tesk {
 
-/// Finds the entries of an ordered table in constant time, beside the table, which owns them. It is filled with what has
-/// been looked up there and emptied whenever an entry goes; what it does not know is not thereby unknown.
-/// @tparam Key  `Type`, and static functions `of(entry)`, `hashOf(key)`, `isSame(key, key)`.
+/// Finds entries of an ordered table in constant time. The table owns the entries. A successful search of the table
+/// adds the entry here, and the index is cleared when an entry is erased. A miss is not conclusive: search the table.
+/// @tparam Key  has `Type` and static functions `of(entry)`, `hashOf(key)`, `isSame(key, key)`.
 template <typename Entry, typename Key>
 class LookupIndex {
   public:
-    /// The entry, or null when the index does not know it.
+    /// Returns the entry, or null when it is not in the index.
     Entry* find(typename Key::Type key) const {
         if (slots.empty()) {
             return nullptr;
@@ -31,7 +31,7 @@ class LookupIndex {
         return nullptr;
     }
 
-    /// Adds an entry that is not there yet. Without memory it stays unknown.
+    /// Adds an entry that is not in the index. Without memory it is not added.
     void add(Entry& entry) {
         if ((used + 1) * 4 > slots.size() * 3 && !grow()) {
             return;
@@ -48,7 +48,7 @@ class LookupIndex {
   private:
     static constexpr std::size_t kFirstSize = 16;
 
-    /// An entry stands at most so far behind its place, or nowhere: whoever chooses keys that meet gains nothing by it.
+    /// Maximum probe count. It limits the cost of colliding keys. Entries beyond it are not indexed.
     static constexpr unsigned int kMaxProbes = 128;
 
     std::size_t slotOf(typename Key::Type key) const { return Key::hashOf(key) & (slots.size() - 1); }
@@ -82,12 +82,12 @@ class LookupIndex {
         return true;
     }
 
-    /// Linear probing; a power of two of them, at most three quarters used.
+    /// The slots: a power of two of them, at most three quarters used, with linear probing.
     std::vector<Entry*> slots;
     std::size_t used = 0;
 };
 
-/// For entries with a name.
+/// The key of entries with a name.
 struct NameKey {
     using Type = std::string_view;
     template <typename Entry>
@@ -98,7 +98,7 @@ struct NameKey {
     static bool isSame(Type one, Type other) { return names::isSame(one, other); }
 };
 
-/// For elements of a table by id.
+/// The key of elements of a table by id.
 struct IdKey {
     using Type = std::uint32_t;
     template <typename Element>

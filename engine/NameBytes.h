@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
-/// Comparing and hashing names, which have at most 31 characters: a few words in a register. Calling the library's
-/// functions for longer texts would cost more than the work itself.
+/// Compares and hashes names. They have at most 31 characters, which fit a few words. A call of the standard
+/// library's functions for long texts would cost more than the work itself.
 namespace com_tesk::names {
 
 constexpr std::size_t kWord = sizeof(std::uint64_t);
@@ -18,7 +18,7 @@ Word load(const char* at) {
     return word;
 }
 
-/// The characters of a name shorter than a word, in one number.
+/// Returns the characters of a name shorter than a word, in one number.
 inline std::uint64_t shortWord(const char* at, std::size_t length) {
     constexpr std::size_t kHalf = sizeof(std::uint32_t);
     if (length >= kHalf) {
@@ -31,7 +31,7 @@ inline std::uint64_t shortWord(const char* at, std::size_t length) {
     return word;
 }
 
-/// Whether two names are the same.
+/// True when two names are the same.
 inline bool isSame(std::string_view one, std::string_view other) {
     const std::size_t length = one.size();
     if (length != other.size()) {
@@ -45,19 +45,20 @@ inline bool isSame(std::string_view one, std::string_view other) {
             return false;
         }
     }
-    // The last word again, as far back as it takes to be a whole one.
+    // The last whole word. It may overlap the previous one.
     const std::size_t last = length - kWord;
     return load<std::uint64_t>(one.data() + last) == load<std::uint64_t>(other.data() + last);
 }
 
-/// Spreads every bit of a word over all the others.
+/// Returns a hash of a word, in which every bit of the word affects all others.
 inline std::uint64_t spread(std::uint64_t word) {
-    constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15U;  // Of 2^64. Multiplying moves bits upwards only.
+    constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15U;  // 2^64 divided by the golden ratio.
+    // A product moves bits upwards only, so the shifts move the upper bits down.
     word = (word ^ word >> 31U) * kGoldenRatio;
     return word ^ word >> 32U;
 }
 
-/// A number that differs for most names, in its lower bits too.
+/// Returns a hash of a name. The lower bits, too, differ for most names.
 inline std::size_t hashOf(std::string_view name) {
     const std::size_t length = name.size();
     if (length < kWord) {

@@ -6,7 +6,7 @@ namespace com_tesk {
 
 namespace {
 
-/// The longest publish call whose outputs are kept for the next call.
+/// The maximum number of records in a publish call whose outputs are kept for the next call.
 constexpr unsigned int kMaxKept = 4'096;
 
 }  // namespace
@@ -28,7 +28,7 @@ OutputTable::Entry* OutputTable::confirm(Entries::Place& hint, std::uint32_t id,
     }
     hint = std::next(found);
     Entry& entry = *found->second;
-    // Ids mostly come in ascending order.
+    // Hint for the common case: ids in ascending order.
     outputsById.insert_or_assign(outputsById.end(), id, &entry);
     entry.serverId = id;
     return &entry;
@@ -40,8 +40,8 @@ std::vector<OutputTable::Entry*>& OutputTable::batchFor(unsigned int count, std:
 
 bool OutputTable::storeValues(const CSClient::Parameter* parameters, unsigned int count, bool silent,
                               std::vector<Entry*>& batch) {
-    // Everything is checked before anything is stored: all or nothing, unlike registration. Applications usually publish
-    // the same outputs each cycle, so a call first tries the outputs of the previous call.
+    // All or nothing, unlike registration: everything is checked before anything is stored. Applications usually
+    // publish the same outputs each cycle, so a call first tries the outputs of the previous call.
     batch.resize(count);
     for (unsigned int i = 0; i < count; ++i) {
         const CSClient::Parameter& parameter = parameters[i];

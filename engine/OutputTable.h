@@ -16,9 +16,9 @@
 
 namespace com_tesk {
 
-/// The outputs: by name, with the values published last, and by the ids under which the host has confirmed them.
+/// The outputs: by name, with their last published values, and by the ids under which the host has confirmed them.
 ///
-/// Its user holds `parameterMutex` in every operation but `names`.
+/// The caller holds `parameterMutex` in every operation but `names`, and `isPassed` of the gate.
 class OutputTable {
   public:
     using Entry = CSClientProtocol::OutputParameterEntry;
@@ -28,33 +28,33 @@ class OutputTable {
     const Entries& all() const { return outputsByName; }
     Entries& all() { return outputsByName; }
 
-    /// The number of outputs, or of ids under which the host has confirmed outputs.
+    /// Returns the number of outputs, or of ids under which the host has confirmed outputs.
     std::size_t size(bool confirmed) const { return confirmed ? outputsById.size() : outputsByName.size(); }
 
-    /// @return whether every definition was inserted; see `EntryTable::insert`.
+    /// @return true when every definition was inserted; see `EntryTable::insert`.
     bool insert(const CSClient::OutputDef* definitions, unsigned int count, bool silent, std::vector<Entry*>& batch);
 
-    /// Removes what was unregistered.
+    /// Removes the unregistered outputs.
     void erase(const Entries::Unregistration& found);
 
-    /// The host has confirmed an output. An older id of it stays.
-    /// @param hint  where the output may be; the place after it when it is found.
+    /// Stores that the host has confirmed an output. An older id of the output stays.
+    /// @param hint  the likely position of the output; set to the position after it when it is found.
     /// @return the entry; null when there is no such output.
     Entry* confirm(Entries::Place& hint, std::uint32_t id, std::string_view name);
 
-    /// Where a publish call of `count` records lists its outputs: in `longBatch`, which is the caller's, when the call is
-    /// too long to be kept for the next one.
+    /// Returns the list for the outputs of a publish call of `count` records. When the call is too long to be kept
+    /// for the next one, that is `longBatch`, which the caller owns.
     std::vector<Entry*>& batchFor(unsigned int count, std::vector<Entry*>& longBatch);
 
     /// Checks all records, then stores all their values.
     /// @param batch  as from `batchFor`. Filled with the outputs, record by record.
-    /// @return false when a record is refused, which prints a line unless `silent`: then no value was stored.
+    /// @return false when a record is refused: no value was stored, and a line was printed unless `silent`.
     bool storeValues(const CSClient::Parameter* parameters, unsigned int count, bool silent,
                      std::vector<Entry*>& batch);
 
     void clear();
 
-    /// The names, in ascending order, without `parameterMutex`.
+    /// Returns the names, in ascending order, without `parameterMutex`.
     std::vector<std::string> names() const { return outputsByName.names(); }
 
     ReregistrationGate& gate() { return registered; }
@@ -65,17 +65,18 @@ class OutputTable {
 
     /// Finds an output by the name given to a publish call. Null when there is none.
     Entry* findPublished(const std::string& name);
-    /// To be called before an entry is destroyed: erases what points to it besides the tables.
+    /// Erases the pointers to entries outside the tables. Call it before an entry is destroyed.
     void erasePublished();
 
     Entries outputsByName;
-    /// Where the nodes of `outputsById` lie side by side: as blocks of their own each would cost a third more.
+    /// Allocates the nodes of `outputsById` in larger blocks. With a block for each node they would cost a third
+    /// more.
     std::pmr::unsynchronized_pool_resource outputIdNodes;
-    /// Ids of earlier connections stay, also after their output is gone, so the pointers are never followed.
+    /// Ids of earlier connections stay, also after their output is destroyed. So the pointers are never dereferenced.
     std::pmr::map<std::uint32_t, Entry*> outputsById{&outputIdNodes};
-    /// The outputs that were published most recently, by name.
+    /// The outputs that publish calls have found since an output was last erased, by name.
     LookupIndex<Entry, NameKey> publishedIndex;
-    /// The outputs of the last publish call, record by record; null where a call ended early.
+    /// The outputs of the last publish call, record by record. An entry can be null when a call ended early.
     std::vector<Entry*> publishedBatch;
     ReregistrationGate registered;
 };

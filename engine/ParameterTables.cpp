@@ -8,7 +8,7 @@ namespace com_tesk {
 
 namespace {
 
-/// How a thread that wants to send waits while the worker waits for the tables: at most 10 ms in all, because the worker
+/// The wait of a sending thread while the worker waits for the tables. It is at most 10 ms in all, because the worker
 /// may itself wait for a third thread.
 constexpr timespec kYield{0, 50'000};
 constexpr int kMaxYields = 200;
@@ -18,7 +18,7 @@ int unconfirmedIn(const Table& table) {
     return static_cast<int>(table.size(false)) - static_cast<int>(table.size(true));
 }
 
-/// Any type but `TYPE_INT` is read as a float.
+/// Returns the type as which a value is read: a float, unless `type` is `TYPE_INT`.
 CSClient::ParameterType readableType(CSClient::ParameterType type) {
     return type == CSClient::TYPE_INT ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
 }
@@ -85,7 +85,7 @@ bool ParameterTables::findPublished(const std::string& name, CSClient::Parameter
         return false;
     }
     parameter.name = name;
-    // The caller's type, not the output's, says how to read the value.
+    // Intended: the caller's type, not the output's, selects how to read the value. Callers rely on it.
     parameter.type = readableType(parameter.type);
     parameter.value = found->value;
     return true;
@@ -93,7 +93,7 @@ bool ParameterTables::findPublished(const std::string& name, CSClient::Parameter
 
 void ParameterTables::appendAllPublished(std::vector<CSClient::Parameter>& parameters) const {
     const CSLockGuard lock(parameterMutex);
-    // Appends: what the caller has gathered so far is kept.
+    // Appends: the caller's earlier records are kept.
     parameters.reserve(parameters.size() + outputTable.size(false));
     for (const auto& nameAndEntry : outputTable.all()) {
         const OutputTable::Entry& entry = *nameAndEntry.second;

@@ -12,15 +12,16 @@
 
 namespace com_tesk {
 
-/// The registered inputs and outputs of an engine, and the lock that guards them, `parameterMutex`. It is held while the
-/// tables are read or changed, and while the request that goes with a change is written.
+/// The registered inputs and outputs of an engine, and the lock that guards them, `parameterMutex`. It is held while
+/// the tables are read or changed, and while the request for a change is written.
 class ParameterTables {
   public:
-    /// Which threads get the lock first when several wait for it.
+    /// The order in which waiting threads get the lock.
     enum class Order {
-        /// The worker, and a thread that changes the state: the host waits for them.
+        /// For the worker, and for a thread that changes the state: the host waits for them.
         FIRST,
-        /// Every other thread. A thread that publishes in a tight loop would otherwise keep the worker out.
+        /// For every other thread. Without it, a thread that publishes in a tight loop would keep the worker from the
+        /// lock.
         YIELDING,
     };
 
@@ -50,7 +51,7 @@ class ParameterTables {
     /// @}
 
     /// @name Queries
-    /// Any thread; block while the lock is held elsewhere. See the operations of `CSClientProtocol`.
+    /// Any thread. They block while another thread holds the lock. See the operations of `CSClientProtocol`.
     /// @{
     unsigned int numberOfInputs(bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
     unsigned int numberOfOutputs(bool confirmed) const CSCLIENT_EXCLUDES(parameterMutex);
@@ -63,7 +64,7 @@ class ParameterTables {
     /// @}
 
     /// @name Names, in ascending order
-    /// Any thread; they wait for no request that is being written.
+    /// Any thread. They do not wait for a request that is being written.
     /// @{
     std::vector<std::string> inputNames() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return inputTable.names(); }
     std::vector<std::string> outputNames() const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS { return outputTable.names(); }
@@ -72,7 +73,8 @@ class ParameterTables {
     /// Erases every parameter.
     void clear() CSCLIENT_EXCLUDES(parameterMutex);
 
-    /// Whether everything was registered again on this connection. For the thread that changes the state, without the lock.
+    /// True when everything was registered again on this connection. For the thread that changes the state, without
+    /// the lock.
     bool isReregistered(std::uint32_t connection) const CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
         return inputTable.gate().isPassed(connection) && outputTable.gate().isPassed(connection);
     }
@@ -80,18 +82,18 @@ class ParameterTables {
     /// @name Deferred closes
     /// @{
 
-    /// Notes, for a thread that holds the lock, that this connection is to be closed after unlocking.
-    /// @return false, and nothing was noted, when the calling thread does not hold the lock.
+    /// Stores that this connection is to be closed after the calling thread has released the lock.
+    /// @return false when the calling thread does not hold the lock; nothing was then stored.
     bool deferClose(std::uint32_t connection);
 
-    /// Whether the calling thread has noted one.
+    /// True when the calling thread holds the lock and has stored a connection.
     bool hasDeferredClose() const;
     /// @}
 
   private:
     friend class PartAccess;
 
-    /// Locks, and has threads that yield wait meanwhile.
+    /// Locks. Yielding threads wait meanwhile.
     void lockFirst() const CSCLIENT_ACQUIRE(parameterMutex);
     void lockYielding() const CSCLIENT_ACQUIRE(parameterMutex);
 
@@ -99,7 +101,7 @@ class ParameterTables {
     InputTable inputTable CSCLIENT_GUARDED_BY(parameterMutex);
     OutputTable outputTable CSCLIENT_GUARDED_BY(parameterMutex);
 
-    /// Threads that wait for the lock and go first.
+    /// Number of threads that wait for the lock in `lockFirst`.
     mutable std::atomic<int> waitingFirst{0};
 };
 

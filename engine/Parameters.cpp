@@ -1,4 +1,4 @@
-// Registering and unregistering parameters, publishing outputs, and the queries about them.
+// Registers and unregisters parameters, publishes outputs, and answers the queries about them.
 
 #include <vector>
 
@@ -8,8 +8,8 @@ namespace com_tesk {
 
 namespace {
 
-/// Whether an unregistration request that gave `result` lets the entries go. No sender gives 4, but it counts as
-/// success.
+/// True when an unregistration request that returned `result` permits erasing the entries. Intended: 4 counts as
+/// success, although no sender of the library returns it.
 constexpr bool isUnregistered(int result) {
     return (result & ~4) == 0;
 }

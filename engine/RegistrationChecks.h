@@ -2,13 +2,13 @@
 
 #include <string>
 
-/// What registration and publishing refuse a record for, and the lines that say so on standard error.
+/// Checks of registration and publishing, and the diagnostics for refused records on standard error.
 namespace com_tesk::checks {
 
-/// Whether a name does not fit a name field with its terminating zero.
+/// True when a name and its terminating zero do not fit a name field.
 bool isTooLong(const std::string& name);
 
-/// For inputs and, deliberately in the same words, for published records.
+/// Reports an invalid type of an input or of a published record. Intended: the same text for both. Programs match it.
 void reportInvalidSubscriptionType(const std::string& name);
 void reportInvalidOutputType(const std::string& name);
 void reportTooLong(const std::string& name);

@@ -1,5 +1,6 @@
-// Registering everything again, after a reconnection or under a new simulator id. Inputs and outputs are treated
-// differently, which hosts rely on: inputs are rebuilt and wait for fresh ids, outputs are sent again as they are.
+// Registers everything again, after a reconnection or under a new simulator id. Intended: inputs and outputs are
+// treated differently, and hosts rely on it. Inputs are rebuilt and wait for fresh ids. Outputs are sent again
+// unchanged.
 
 #include <utility>
 #include <vector>
@@ -12,7 +13,8 @@ namespace com_tesk {
 using diagnostics::Decimal;
 
 bool CSClientProtocol::Parts::isLeftToReregistration(ReregistrationGate& gate) {
-    // The thread that makes the change sends at once: a callback may register, and then everything is sent again.
+    // Intended: the thread that makes the change sends at once. A callback may register, and everything is then sent
+    // again.
     if (gate.isPassed(connection.number()) || connection.isChangedByThisThread()) {
         return false;
     }
@@ -21,7 +23,8 @@ bool CSClientProtocol::Parts::isLeftToReregistration(ReregistrationGate& gate) {
 }
 
 void CSClientProtocol::Parts::registerWhatIsLeft() {
-    // Usually the re-registration was made. Without the lock, which another thread may hold in a write that is stuck.
+    // Fast path: usually the re-registration was made. It takes no lock, which another thread may hold in a blocked
+    // write.
     if (tables.isReregistered(connection.number())) {
         return;
     }
@@ -45,7 +48,7 @@ bool CSClientProtocol::Parts::isNothingRegistered() {
     if (!tables.inputs().all().isEmpty() || !tables.outputs().all().isEmpty()) {
         return false;
     }
-    // Decided under the same lock: what is registered from now on is sent by the thread that registers it.
+    // Decided under the same lock: a thread that registers from now on sends its own request.
     tables.inputs().gate().pass(connection.number());
     tables.outputs().gate().pass(connection.number());
     return true;

@@ -8,22 +8,22 @@
 
 namespace com_tesk {
 
-/// Whether the registrations of inputs, or of outputs, have reached the host on the connection that stands. From the
-/// beginning of a connection until its re-registration, what other threads register is left to that re-registration, so
-/// that nothing is registered twice.
+/// Stores whether the re-registration of inputs, or of outputs, has been made on the current connection. From the
+/// beginning of a connection until its re-registration, registrations by other threads are left to that
+/// re-registration, so that nothing is registered twice.
 ///
-/// Its user holds `parameterMutex`, except in `isPassed`.
+/// The caller holds `parameterMutex`, except in `isPassed`.
 class ReregistrationGate {
   public:
-    /// Whether the re-registration on this connection was made. Also without the lock, for the thread that changes the
-    /// state.
+    /// True when the re-registration on this connection was made. The thread that changes the state may call it
+    /// without the lock.
     bool isPassed(std::uint32_t connection) const { return passedOn == connection; }
 
-    /// Something was registered and left to the re-registration.
+    /// Stores that a registration was left to the re-registration.
     void leave() { hasLeft = true; }
 
-    /// The re-registration on this connection begins: it takes all that is in the table.
-    /// @return whether anything was left to it.
+    /// Stores that the re-registration on this connection begins. It covers everything that is in the table.
+    /// @return true when a registration was left to it.
     bool pass(std::uint32_t connection) {
         passedOn = connection;
         return std::exchange(hasLeft, false);

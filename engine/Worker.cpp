@@ -1,4 +1,4 @@
-// The worker thread: connects, receives, and ends the connection.
+// The worker thread: it connects, receives, and ends the connection.
 
 #include <new>
 
@@ -20,7 +20,7 @@ void CSClientProtocol::Parts::runUntilEnd() {
         try {
             running = runOnce();
         } catch (const std::bad_alloc&) {
-            // Memory may be back at the next attempt; the registrations are still there.
+            // Memory may be available at the next attempt. The registrations are still there.
             closeAfterFailure();
         }
     }
@@ -52,12 +52,12 @@ int CSClientProtocol::Parts::startConnection() {
     bool isConnected = false;
     if (connection.isAttemptWanted(attempt)) {
         CSCommsInterfaceTCP::Options transportOptions;
-        // Not quiet, whatever OPTION_SILENT says: what the system refuses is worth a line.
+        // Intended: not quiet, even with OPTION_SILENT, so that socket options that the system refuses are reported.
         transportOptions.quiet = false;
         transportOptions.receiveBufferSize = attempt.options.receiveBufferSize;
         transportOptions.sendBufferSize = attempt.options.sendBufferSize;
         frames.transport().setOptions(transportOptions);
-        // Without a lock: a host that does not answer must not hold up threads that close or ask.
+        // No lock is held: a host that does not answer must not block threads that close or query.
         isConnected = frames.transport().openConnection(attempt.address, attempt.port);
     }
     if (isConnected && connection.enterConnected()) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The frame that carries every message on the wire: 32 bytes of header, then the body. All words are big-endian.
+// The frame that carries every message on the wire: a header of 32 bytes, then the body. All words are big-endian.
 //
 //   offset  0        4        8        12         16               31        32
 //          +--------+--------+--------+----------+----------------+---------+--------
@@ -11,7 +11,7 @@
 //   control          32       3        2                            FE
 //
 // The frame length counts header and body. A receiver reads the two lengths and the kind and ignores the rest.
-// The body of a data message holds its own length too, in its bytes 4 to 7.
+// Bytes 4 to 7 of a data message's body also hold the body's length.
 
 namespace com_tesk::frame {
 
@@ -34,7 +34,7 @@ inline constexpr unsigned char kDataHeader[kHeaderLength] = {
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
 };
 
-/// Where a data message's body holds its own length, counted from the start of the frame.
+/// Offset, from the start of the frame, of the length in a data message's body.
 constexpr unsigned int kBodyLengthOffset = kHeaderLength + 4;
 
 }  // namespace com_tesk::frame

@@ -14,12 +14,12 @@ constexpr std::size_t kDoubleWordWidth = 4;
 
 static_assert(sizeof(float) == kDoubleWordWidth, "floats travel as 32 bits");
 
-/// Whether a reader of `width` bytes is admitted at `index`: one byte past the end is still allowed.
+/// True when a reader may read `width` bytes at `index`. Intended: one byte past the end is still allowed.
 bool isReadable(std::size_t size, std::size_t index, std::size_t width) {
     return size >= width - 1 && index <= size - (width - 1);
 }
 
-/// The byte at `index`, where the byte just past the end counts as 0.
+/// Returns the byte at `index`; the byte just past the end counts as 0.
 unsigned int byteAt(const std::vector<char>& bytes, std::size_t index) {
     return index < bytes.size() ? static_cast<unsigned char>(bytes[index]) : 0U;
 }

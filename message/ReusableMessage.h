@@ -9,12 +9,12 @@
 
 namespace com_tesk {
 
-/// A message that is filled over and over in the same memory.
+/// A message that is filled repeatedly in the same memory.
 class ReusableMessage : public RawMessage {
   public:
     explicit ReusableMessage(Type initialType = INVALID) : RawMessage(initialType) {}
 
-    /// Makes it an empty message of that type.
+    /// Empties the message and changes its type.
     void begin(Type newType) {
         clear();
         setType(newType);
@@ -23,13 +23,13 @@ class ReusableMessage : public RawMessage {
     /// Changes the type and keeps the bytes.
     void setType(Type newType) { type = newType; }
 
-    /// As `getDoubleWord`, and quicker where all four bytes are there.
+    /// As `getDoubleWord`, but faster when all four bytes are there.
     std::uint32_t wordAt(std::size_t index) const {
         return size() >= 4 && index <= size() - 4 ? big_endian::wordAt(data() + index)
                                                   : getDoubleWord(static_cast<unsigned int>(index));
     }
 
-    /// Gives back what one huge message has needed. Its bytes may be gone after this.
+    /// Frees memory above 64 KiB, which one large message has needed. The bytes may be gone after this.
     void end() {
         constexpr std::size_t kLargestKept = 64U << 10U;
         if (capacity() > kLargestKept) {

@@ -7,8 +7,8 @@
 
 namespace com_tesk {
 
-/// Keeps one message from use to use, so that what is done over and over allocates nothing. Any thread may borrow it;
-/// whoever finds it leased gets a fresh one.
+/// Pool of one message, whose memory is kept from use to use, so that repeated operations allocate nothing. Any
+/// thread may lease it. A thread that finds it leased gets a new message.
 class SpareMessage {
   public:
     SpareMessage() = default;
@@ -16,7 +16,8 @@ class SpareMessage {
     SpareMessage& operator=(const SpareMessage&) = delete;
     ~SpareMessage() { delete spare.load(); }
 
-    /// A message of the type given for a scope, with whatever bytes it had at the end of the last one. One thread.
+    /// Leases a message of the given type for a scope. It holds the bytes that it had at the end of its last lease.
+    /// One thread.
     class Lease {
       public:
         explicit Lease(SpareMessage& from, RawMessage::Type type = RawMessage::DATA)

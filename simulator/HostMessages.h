@@ -10,23 +10,23 @@
 #include "message/RawMessage.h"
 #include "simulator/MessageLayout.h"
 
-/// What a host sends: views over the bytes of a message, which must outlive them. A view has only the records that fit
-/// the message whole, whatever count the host announces.
+/// Views over the bytes of a host's messages. The message must outlive its view. A view contains only the records
+/// that fit the message whole, whatever count the host announces.
 namespace com_tesk::wire {
 
-/// A value with its type, as two words tell it.
+/// Reads a value and its type from two words.
 inline void readValue(const char* flag, const char* bits, CSClient::Parameter& parameter) {
     const std::uint32_t word = big_endian::wordAt(bits);
     parameter.type = big_endian::wordAt(flag) != 0 ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
     std::memcpy(&parameter.value, &word, sizeof word);
 }
 
-/// The text of a zero-padded field: up to its first zero byte, or all of it.
+/// Returns the text of a zero-padded field: up to its first zero byte, or all of it.
 inline std::string_view textAt(const char* field, std::size_t fieldLength) {
     return {field, strnlen(field, fieldLength)};
 }
 
-/// The message code; 0 for what is no message of this protocol.
+/// Returns the message code; 0 for a message of another protocol.
 inline std::uint32_t messageCode(const RawMessage& message) {
     constexpr unsigned int kProtocols = layout::kProtocol << 8U | layout::kSubprotocol;
     if (message.size() < layout::kSubHeaderLength || big_endian::halfWordAt(message.data()) != kProtocols) {
@@ -35,7 +35,7 @@ inline std::uint32_t messageCode(const RawMessage& message) {
     return big_endian::halfWordAt(message.data() + layout::kMessageCodeOffset);
 }
 
-/// Records of one length.
+/// The records of a message. All have the same length.
 class Records {
   public:
     Records(const RawMessage& message, std::size_t countOffset, std::size_t recordsOffset, std::size_t recordLength)
@@ -58,7 +58,7 @@ class Records {
     unsigned int count = 0;
 };
 
-/// The host has confirmed inputs.
+/// The host's confirmation of inputs.
 class InputConfirmations : public Records {
   public:
     explicit InputConfirmations(const RawMessage& message)
@@ -77,7 +77,7 @@ class InputConfirmations : public Records {
     }
 };
 
-/// The host has confirmed outputs.
+/// The host's confirmation of outputs.
 class OutputConfirmations : public Records {
   public:
     explicit OutputConfirmations(const RawMessage& message)
@@ -91,7 +91,7 @@ class OutputConfirmations : public Records {
     }
 };
 
-/// The host has new values of inputs.
+/// The host's update: new values of inputs.
 class ValueUpdates : public Records {
   public:
     explicit ValueUpdates(const RawMessage& message)
@@ -106,13 +106,13 @@ class ValueUpdates : public Records {
     }
 };
 
-/// The host has reported its version.
+/// The host's report of its version.
 class VersionReport {
   public:
     explicit VersionReport(const RawMessage& versionMessage) : message(versionMessage) {}
 
-    /// Whether the host has accepted the client. A message too short to hold the status reads as one that was not
-    /// accepted; the other fields are there only in an accepted one.
+    /// True when the host has accepted the client. A message that is too short for the status counts as not accepted.
+    /// The other fields may be read only from an accepted one.
     bool isAccepted() const {
         return message.getDoubleWord(layout::version::kStatusOffset) == layout::version::kAccepted;
     }

@@ -1,4 +1,4 @@
-// The host confirms inputs.
+// Handles the host's confirmation of inputs.
 
 #include <algorithm>
 

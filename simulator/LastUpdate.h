@@ -10,13 +10,13 @@
 
 namespace com_tesk {
 
-/// The parameters of the update received last. Hosts usually send the same parameters each cycle, so only their values
-/// are read again. Worker thread.
+/// The parameters of the last received update. Hosts usually send the same parameters each cycle, so only their
+/// values are read again. Worker thread.
 class LastUpdate {
   public:
-    /// Reads an update, without the records whose id is unknown.
-    /// @param namesVersion  changes whenever an id may name another input.
-    /// @param nameOf        `const std::string*` of an id, or null.
+    /// Reads an update. Records with an unknown id are skipped.
+    /// @param namesVersion  changes when an id may name another input.
+    /// @param nameOf        returns the name of an id as `const std::string*`, or null.
     template <typename NameOf>
     void read(const wire::ValueUpdates& updates, std::uint32_t namesVersion, const NameOf& nameOf) {
         if (isRepeatedBy(updates, namesVersion)) {
@@ -28,10 +28,10 @@ class LastUpdate {
         }
     }
 
-    /// The known parameters, in the order of the update.
+    /// Returns the known parameters, in the order of the update.
     const std::vector<CSClient::Parameter>& parameters() const { return values; }
 
-    /// Gives back the memory that one huge update has needed.
+    /// Frees the memory when the update had more than 4096 records.
     void trim() {
         if (ids.size() > kMaxKept) {
             release();
@@ -41,7 +41,7 @@ class LastUpdate {
   private:
     static constexpr std::size_t kMaxKept = 4'096;
 
-    /// Whether an update has the ids of the one before, all of them known, under the same names.
+    /// True when an update has the ids of the previous one, all of them known, under the same names.
     bool isRepeatedBy(const wire::ValueUpdates& updates, std::uint32_t namesVersion) const {
         if (!isComplete || keptNamesVersion != namesVersion || updates.size() != ids.size() ||
             updates.size() != values.size()) {
@@ -57,14 +57,15 @@ class LastUpdate {
 
     template <typename NameOf>
     void readNew(const wire::ValueUpdates& updates, std::uint32_t namesVersion, const NameOf& nameOf) {
-        // Until the end, so that a lack of memory on the way leaves nothing that looks like an update.
+        // False until the end, so that an update that runs out of memory is not reused.
         isComplete = false;
         ids.resize(updates.size());
         std::size_t known = 0;
         for (unsigned int i = 0; i < updates.size(); ++i) {
             const std::uint32_t id = updates.id(i);
             ids[i] = id;
-            // The id 0 counts as unknown, even if the host has confirmed an input under it: 0 stands for no parameter.
+            // Intended: the id 0 counts as unknown, even when the host has confirmed an input under it. 0 stands for
+            // no parameter.
             const std::string* const name = id == 0 ? nullptr : nameOf(id);
             if (name != nullptr) {
                 if (known == values.size()) {
@@ -85,13 +86,13 @@ class LastUpdate {
         std::vector<CSClient::Parameter>().swap(values);
     }
 
-    /// The ids of all its records.
+    /// The ids of all records of the update.
     std::vector<std::uint32_t> ids;
-    /// Its known parameters.
+    /// The known parameters of the update.
     std::vector<CSClient::Parameter> values;
-    /// Whether the other members belong together.
+    /// True when the other members belong together.
     bool isComplete = false;
-    /// The version of the names under which the parameters got theirs.
+    /// The version of the names that the parameters have.
     std::uint32_t keptNamesVersion = 0;
 };
 

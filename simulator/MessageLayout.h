@@ -5,10 +5,10 @@
 
 #include "message/FrameLayout.h"
 
-// The bodies of the simulator protocol's messages. Offsets count from the start of the body, which follows the 32 bytes
-// of frame header. All words are big-endian and 32 bits wide, but for the message code.
+// The bodies of the simulator protocol's messages. Offsets count from the start of the body, which follows the 32
+// bytes of frame header. All words are big-endian and 32 bits wide, except the message code.
 //
-// Every body begins with the sub-header, and every body but the update's goes on with the simulator word:
+// Every body begins with the sub-header. In every body but the update's, the simulator word follows:
 //
 //   offset  0    1    2       4             8    9    10         12                        16
 //          +----+----+-------+-------------+----+----+----------+-------------------------+------
@@ -28,14 +28,14 @@
 //   00 03   update                         host     -[4], count, records of 12: id, integer flag, value
 //   01 06   version                        host     version text[128], protocol version, status
 //
-// Names and texts are padded with zero bytes; one that fills its field has none.
+// Names and texts are padded with zero bytes. One that fills its field has none.
 
 namespace com_tesk::layout {
 
 constexpr unsigned int kSubHeaderLength = 12;
 constexpr unsigned int kMessageCodeOffset = 10;
 constexpr unsigned int kSimulatorWordOffset = 12;
-/// The simulator id stands in the upper half of the simulator word.
+/// The upper half of the simulator word holds the simulator id.
 constexpr unsigned int kSimulatorIdShift = 16;
 
 constexpr unsigned int kProtocol = 4;
@@ -44,19 +44,20 @@ constexpr unsigned int kSubprotocol = 2;
 constexpr std::size_t kWordLength = 4;
 constexpr std::size_t kNameLength = 32;
 
-/// The response to a request, by the 16-bit message code; requests differ in the last byte of their templates.
+/// The 16-bit codes of the host's messages. The codes of requests are in their sub-headers
+/// (simulator/RequestEncoding.cpp).
 constexpr unsigned int kInputSubscriptionConfirmed = 0x0101;
 constexpr unsigned int kOutputRegistrationConfirmed = 0x0102;
 constexpr unsigned int kUpdate = 0x0003;
 constexpr unsigned int kVersion = 0x0106;
 
-/// Where a confirmation holds its count and its records.
+/// Offsets of the count and the records in a confirmation.
 constexpr unsigned int kCountOffset = 16;
 constexpr unsigned int kRecordsOffset = 20;
 
 namespace input_subscription {
 constexpr std::size_t kRecordLength = 3 * kWordLength + kNameLength;
-/// The rates of the subscription modes 1, 2 and 3; any other mode has 0.
+/// The rates of the subscription modes 1, 2 and 3. Any other mode has rate 0.
 constexpr unsigned int kRates[] = {12000, 0, 120000};
 }  // namespace input_subscription
 
@@ -70,7 +71,7 @@ namespace publication {
 constexpr std::size_t kRecordLength = 3 * kWordLength;
 }  // namespace publication
 
-/// What every request begins with, in its frame: the frame's header, the sub-header and the simulator word.
+/// Length of the common beginning of every request: the frame header, the sub-header and the simulator word.
 constexpr std::size_t kRequestFieldsOffset = frame::kHeaderLength + kSimulatorWordOffset + kWordLength;
 
 namespace input_confirmation {
@@ -101,11 +102,11 @@ constexpr unsigned int kTextOffset = 16;
 constexpr std::size_t kTextLength = 128;
 constexpr unsigned int kProtocolVersionOffset = 144;
 constexpr unsigned int kStatusOffset = 148;
-/// The one status that is acted on.
+/// The only status that the library acts on.
 constexpr unsigned int kAccepted = 1;
 }  // namespace version
 
-/// The records of a body that announces `announced` of them: never more than fit whole.
+/// Returns the number of records in a body that announces `announced` of them: at most those that fit whole.
 constexpr unsigned int wholeRecords(std::size_t bodySize, std::size_t firstOffset, std::size_t recordLength,
                                     unsigned int announced) {
     const std::size_t fitting = bodySize < firstOffset ? 0 : (bodySize - firstOffset) / recordLength;

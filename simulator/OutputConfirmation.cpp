@@ -1,4 +1,4 @@
-// The host confirms outputs.
+// Handles the host's confirmation of outputs.
 
 #include <algorithm>
 
@@ -24,7 +24,7 @@ void SimulatorProtocol::handlePublishResponse(const RawMessage& message) {
             const OutputParameterEntry* const entry = outputs.confirm(hint, records.id(i), records.name(i));
             if (entry == nullptr) {
                 if (!engine.isSilent()) {
-                    // No blank before the parenthesis: programs match this line.
+                    // Intended: no blank before the parenthesis. Programs match this line.
                     diagnostics::error({"Parameter not found: ", records.name(i), "(", Decimal(records.id(i)), ")"});
                 }
                 continue;
@@ -49,7 +49,7 @@ void SimulatorProtocol::Inside::publishAgain(SimulatorProtocol& protocol, const 
         std::vector<OutputParameterEntry*> batch;
         batch.reserve(names.size());
         for (const std::string& name : names) {
-            // Found anew: a callback may have unregistered it.
+            // Search again: a callback may have unregistered the output.
             OutputParameterEntry* const entry = tables.outputs().all().find(name);
             if (entry != nullptr && entry->published) {
                 batch.push_back(entry);

@@ -34,7 +34,7 @@ std::uint32_t rateOf(std::uint32_t subscriptionMode) {
     return index < std::size(layout::input_subscription::kRates) ? layout::input_subscription::kRates[index] : 0;
 }
 
-/// Writes a field that is zero after the name. A zero byte inside the name ends it.
+/// Writes a name field, padded with zero bytes. A zero byte inside the name ends it.
 char* putName(char* at, const std::string& name) {
     std::memset(at, 0, layout::kNameLength);
     std::memcpy(at, name.data(), strnlen(name.c_str(), layout::kNameLength));
@@ -62,7 +62,7 @@ char* beginInputSubscription(char* at, std::uint32_t simulatorId, std::size_t co
 char* putInput(char* at, const std::string& name, CSClient::ParameterType type, std::uint32_t subscriptionMode) {
     const std::uint32_t rate = rateOf(subscriptionMode);
     at = putWord(at, rate);
-    at = putWord(at, rate);  // Hosts expect it twice.
+    at = putWord(at, rate);  // Intended: hosts expect the rate twice.
     at = putWord(at, integerFlag(type));
     return putName(at, name);
 }
@@ -93,7 +93,7 @@ char* putValue(char* at, std::uint32_t id, CSClient::ParameterType type, CSClien
         case CSClient::TYPE_UNDEFINED:
             return putWord(putWord(at, 0), 0);
         default:
-            // An unknown type has a short record, as intended. The host's behaviour is undefined for such a type.
+            // Intended: an unknown type has a truncated record. The host's behaviour is undefined for such a type.
             return at;
     }
 }

@@ -1,4 +1,4 @@
-// The six requests: when each is sent. Their bytes are in simulator/RequestEncoding.cpp.
+// Sends the six requests. simulator/RequestEncoding.cpp encodes their bytes.
 
 #include "simulator/RequestEncoding.h"
 #include "simulator/SimulatorInside.h"

@@ -13,11 +13,11 @@
 
 namespace com_tesk {
 
-/// What a simulator protocol has beyond the engine, and the steps that its operations share.
+/// The data of a simulator protocol, and the steps that its operations share.
 struct SimulatorProtocol::Inside {
     Inside(Parts& engineParts, unsigned int initialSimulatorId) : parts(engineParts), simulatorId(initialSimulatorId) {}
 
-    /// Sends a request of at most `maxSize` bytes. `encode` writes it to where it is told, and returns its end.
+    /// Sends a request of at most `maxSize` bytes. `encode` writes it to the given position and returns its end.
     /// @return as `CSClientProtocol::sendMessage`.
     template <typename Encode>
     unsigned int send(std::size_t maxSize, const Encode& encode) {
@@ -30,14 +30,14 @@ struct SimulatorProtocol::Inside {
         return parts.frames.sendFrame(*request);
     }
 
-    /// As `send`, for a batch's request: without a connection it counts as sent.
+    /// As `send`, for the request of a batch: without a connection it counts as sent.
     template <typename Encode>
     int sendBatch(std::size_t maxSize, const Encode& encode) {
         const unsigned int status = send(maxSize, encode);
         return status == CSClient::RESULT_NOT_CONNECTED ? CSClient::RESULT_OK : static_cast<int>(status);
     }
 
-    /// Sends the current values of those of the named outputs that still are registered and published.
+    /// Sends the current values of the named outputs that are still registered and published.
     void publishAgain(SimulatorProtocol& protocol, const std::vector<std::string>& names);
 
     Parts& parts;

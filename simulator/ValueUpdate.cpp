@@ -1,4 +1,4 @@
-// The host sends new values of inputs.
+// Handles the host's update: new values of inputs.
 
 #include "simulator/HostMessages.h"
 #include "simulator/SimulatorInside.h"

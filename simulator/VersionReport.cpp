@@ -1,4 +1,4 @@
-// The host reports its version.
+// Handles the host's report of its version.
 
 #include "comms/Diagnostics.h"
 #include "simulator/HostMessages.h"
@@ -19,9 +19,10 @@ void SimulatorProtocol::handleSimulatorVersionResponse(const RawMessage& message
 
     const std::uint32_t announcedId = report.simulatorId();
     if (announcedId != inside->simulatorId) {
-        // Printed in silent mode, too: under a new id the client is another one to the host.
+        // Intended: printed in silent mode, too. Under a new id the host treats the client as another one.
         diagnostics::progress({"Simulator ID is now ", Decimal(announcedId), " -> reconnecting under the new id"});
-        // An id out of range is ignored; no line is printed, and everything is registered again under the old id.
+        // `setSimulatorId` ignores an id out of range and prints no line. Everything is then registered again under
+        // the old id.
         setSimulatorId(announcedId);
         reregisterAllInputParameters();
         reregisterAllOutputParameters();

@@ -181,8 +181,8 @@ class CSCLIENT_EXPORT CSClient {
     /// @param port     TCP port; only its low 16 bits count.
     /// @param options  copied; null means defaults.
     /// @return 0 started; 2 the state is not `STATE_DISCONNECTED` and nothing has changed, or no thread could be
-    ///         started. When no thread could be started, the client is stuck in `STATE_CONNECTING` (`open` has then
-    ///         slept a second) or `STATE_DISCONNECTING`, and its destructor waits without limit.
+    ///         started. Without a thread the client is stuck in `STATE_CONNECTING` (`open` has then slept a second)
+    ///         or `STATE_DISCONNECTING`. Its destructor then waits without limit.
     virtual int open(unsigned int address, unsigned int port, const ConnectionOptions* options);
 
     /// As above, with a dotted address, which must not be null. It is read during the call only. Text that is no
@@ -274,7 +274,7 @@ class CSCLIENT_EXPORT CSClient {
     /// Registers outputs with one request, in the order given.
     ///
     /// Definitions are registered one by one. The first that is refused ends the call. Reasons are type 0, a name of
-    /// 32 or more characters, a name already registered, and a name that occurs again later in the same call. The
+    /// 32 or more characters, and a name that is already registered or occurs again later in the call. The
     /// definitions before it stay registered locally and reach the host at the next connection. The same holds when
     /// memory runs out.
     /// @param definitions  `count` of them, copied; may be null when that is 0.
@@ -304,8 +304,8 @@ class CSCLIENT_EXPORT CSClient {
     /// As `unregisterOutputParameters` with the names of `count` definitions; their other fields are not used.
     /// @throw std::length_error  `count` is above 1,073,741,823.
     int unregisterOutputParameters(const OutputDef* definitions, unsigned int count);
-    /// As `unregisterOutputParameters` with the names of all outputs at the moment of the call. What another thread
-    /// registers meanwhile may stay. After a failed write they all stay.
+    /// As `unregisterOutputParameters` with the names of all outputs at the moment of the call. Outputs that another
+    /// thread registers meanwhile may stay. After a failed write they all stay.
     void unregisterAllOutputParameters();
 
     /// @}

@@ -52,8 +52,8 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
         /// Seconds within which a peer whose system is gone is detected, on an idle connection and on one with bytes
         /// in transit. The check runs while a thread reads or a write waits. A slow peer is not given up. At least 4;
         /// 0 leaves it to the system, which takes hours. An idle connection costs a packet and its answer every
-        /// quarter of it. Before Linux 6.15, a peer that had stopped reading before it was gone is detected late: in
-        /// up to about three times the time for which it had not read.
+        /// quarter of it. Before Linux 6.15, a peer that had stopped reading before it was gone is detected late. It
+        /// takes up to about three times the time for which it had not read.
         unsigned int deadPeerSeconds = 9;
 
         /// Bytes read at once, ahead of the requested ones. 16 KiB hold hundreds of small frames, or one update of a
@@ -71,11 +71,16 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     ~CSCommsInterfaceTCPBuffered() override;
 
     /// Appends exactly `count` bytes to `message`, or nothing. Blocks for at most one second.
-    /// @return `count`; -2 with EAGAIN when the bytes are not all there after a second, or when a signal has come
-    ///         between frames: bytes that have arrived are kept for the next call; 0 at the end of the stream; -1
-    ///         with `errno` on an error: EMSGSIZE for more than a frame may hold, ETIMEDOUT after too long a silence
-    ///         in the middle of a frame or when the peer is gone, ECANCELED when interrupted in the middle of a
-    ///         frame's body, EBADF without a connection. `message` is unchanged unless the result is `count`.
+    /// @return one of these. `message` is unchanged unless it is `count`.
+    ///   - `count`.
+    ///   - -2 with EAGAIN when the bytes are not all there after a second, or when a signal has come between frames.
+    ///     Also when interrupted outside the body of a frame. Bytes that have arrived are kept for the next call.
+    ///   - 0 at the end of the stream.
+    ///   - -1 with EMSGSIZE for more than a frame may hold.
+    ///   - -1 with ETIMEDOUT after too long a silence in the middle of a frame, or when the peer is gone.
+    ///   - -1 with ECANCELED when interrupted in the middle of a frame's body.
+    ///   - -1 with EBADF without a connection.
+    ///   - -1 with the system's `errno` on any other error.
     /// @throw std::bad_alloc  `message` is unchanged, and received bytes are not lost.
     int readMessage(unsigned int count, RawMessage& message) override;
 
@@ -90,8 +95,8 @@ class CSCLIENT_EXPORT CSCommsInterfaceTCPBuffered : public CSCommsInterfaceTCP {
     /// As the base class. Frees the memory of a partly received frame.
     int close() override;
 
-    /// As the base class, but blocks for at most `Bounds::connectTimeout`, fails at once when another thread closes
-    /// or interrupts, and does not change the handling of SIGPIPE. It also enables keep-alive. When the system
+    /// As the base class, but blocks for at most `Bounds::connectTimeout`. It fails at once when another thread
+    /// closes or interrupts. It does not change the handling of SIGPIPE. It also enables keep-alive. When the system
     /// refuses that, a line reports it and the connection is established nevertheless.
     bool openConnection(unsigned int address, unsigned int port) override;
     using CSCommsInterfaceTCP::openConnection;

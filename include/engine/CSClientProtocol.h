@@ -60,7 +60,7 @@ class CSCLIENT_EXPORT CSClientProtocol {
         std::string name;                                         ///< As `CSClient::OutputDef::name`.
         CSClient::ParameterType type = CSClient::TYPE_UNDEFINED;  ///< As `CSClient::OutputDef::type`.
         std::uint32_t serverId = kUnassignedId;  ///< The host's id, once it has confirmed the registration.
-        bool published = false;                  ///< Whether a value was ever published.
+        bool published = false;                  ///< True when a value was ever published.
         CSClient::Value value = {0.0F};          ///< The last published value.
 
         /// Returns an unconfirmed entry that was never published.
@@ -161,8 +161,8 @@ class CSCLIENT_EXPORT CSClientProtocol {
     /// @}
 
     /// Sends a copy of `message` in a frame, with one write. Takes no engine lock unless the write fails.
-    /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed, and the connection closes as soon as this thread
-    ///         holds no engine lock; 3 the message's type is `RawMessage::INVALID`, nothing sent.
+    /// @return 0 sent; 1 not connected, nothing sent; 2 the write failed, and the connection closes as soon as this
+    ///         thread holds no engine lock; 3 the message's type is `RawMessage::INVALID`, nothing sent.
     unsigned int sendMessage(const RawMessage& message);
 
     /// Reads and checks one frame header. Worker thread.
