@@ -1,6 +1,7 @@
-// Fixed work for the instruction counter: what a call costs, without sockets and threads, so that every run counts the same.
+// Fixed work for the instruction counter: the cost of each call. It uses no sockets or threads, so every run counts the
+// same.
 //
-// Prints "case calls values allocations", all of the counted part. scripts/cost runs it and compares.
+// Prints "case calls values allocations", counted in the measured part only. scripts/cost runs it and compares.
 
 #include <valgrind/callgrind.h>
 
@@ -20,7 +21,7 @@ namespace {
 constexpr unsigned int kMany = 1'000;
 constexpr unsigned int kRotating = 100;
 
-/// Sums what arrives, as an application that looks at every value.
+/// Sums the values that arrive, as an application that reads every value.
 class Summing : public CSClient::CallbackIface {
   public:
     void connectionStateChanged(CSClient::State /*oldState*/, CSClient::State /*newState*/) override {}
@@ -35,7 +36,7 @@ class Summing : public CSClient::CallbackIface {
     float sum = 0;
 };
 
-/// Counts `calls` calls of `call`, each of which deals with `values` values.
+/// Counts `calls` calls of `call`. Each call handles `values` values.
 void count(const char* name, unsigned int calls, unsigned int values, const std::function<void(unsigned int)>& call) {
     const unsigned long before = countedAllocations();
     CALLGRIND_START_INSTRUMENTATION;
@@ -95,7 +96,7 @@ void publishMany(const char* name, unsigned int orders) {
     auto list = parameters(0, kMany);
     for (unsigned int i = 0; i < orders; ++i) {
         lists.push_back(list);
-        // Not std::shuffle, whose result differs from library to library.
+        // std::shuffle would give different results with different standard libraries.
         for (std::size_t last = list.size() - 1; last > 0; --last) {
             std::swap(list[last], list[random() % (last + 1)]);
         }

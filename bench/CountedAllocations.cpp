@@ -9,7 +9,7 @@ thread_local unsigned long allocations = 0;
 
 }  // namespace
 
-// These take the place of the language's own in the whole program. Its other forms end in these.
+// These replace the language's own operators in the whole program. The other forms of operator new call these.
 
 void* operator new(std::size_t size) {
     ++allocations;

@@ -2,7 +2,8 @@
 
 namespace com_tesk::bench {
 
-/// How often this thread has called operator new so far. The bench/CountedAllocations.cpp of a program replaces it.
+/// Returns how often this thread has called operator new. A program that links bench/CountedAllocations.cpp replaces
+/// operator new to count the calls.
 unsigned long countedAllocations();
 
 }  // namespace com_tesk::bench

@@ -10,13 +10,13 @@
 
 namespace {
 
-// Per thread: a counter that threads share would cost as much as what is measured.
+// One counter per thread: a shared counter would cost as much as the measured work.
 thread_local unsigned long waitsAndReads = 0;
 thread_local unsigned long writes = 0;
 
 }  // namespace
 
-// These take the place of the system library's for everything in the program that is linked statically.
+// These replace the system library's functions for all statically linked code of the program.
 
 extern "C" ssize_t read(int descriptor, void* target, size_t size) {
     ++waitsAndReads;

@@ -1,10 +1,10 @@
-// What a client takes of memory and threads, measured from inside: scripts/footprint runs this, on this machine and under an
-// emulator, against a cshost that listens on PORT.
+// Measures the memory and threads of a client from inside its process. scripts/footprint runs this, on this machine and
+// under an emulator, against a cshost that listens on PORT.
 //
 //   bench_footprint PORT heap        prints "name figure" lines
-//   bench_footprint PORT idle COUNT  a connected client with COUNT parameters, half of them inputs, that does nothing; COUNT
-//                                    may be "none": no client at all. Prints "idle BYTES", the heap in use, and stays until its
-//                                    standard input ends, to be looked at from outside.
+//   bench_footprint PORT idle COUNT  starts a client with COUNT parameters, half of them inputs, and leaves it idle.
+//                                    COUNT "none": no client. Prints "idle BYTES", the heap in use, then waits until its
+//                                    standard input ends, so that scripts/footprint can read its memory map.
 
 #include <dirent.h>
 
@@ -29,7 +29,7 @@ constexpr unsigned int kRounds = 200;
 class ArrivalCallbacks : public WaitingCallbacks {
   public:
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& values) override {
-        tell([this, &values] { arrived += values.size(); });
+        apply([this, &values] { arrived += values.size(); });
     }
 
     void waitForValues(std::size_t count) {
@@ -41,17 +41,18 @@ class ArrivalCallbacks : public WaitingCallbacks {
 };
 
 unsigned int threadCount() {
-    DIR* const folder = opendir("/proc/self/task");
-    check(folder != nullptr, "/proc/self/task");
+    DIR* const directory = opendir("/proc/self/task");
+    check(directory != nullptr, "/proc/self/task");
     unsigned int count = 0;
-    while (const dirent* const entry = readdir(folder)) {
+    while (const dirent* const entry = readdir(directory)) {
         count += entry->d_name[0] == '.' ? 0 : 1;
     }
-    closedir(folder);
+    closedir(directory);
     return count;
 }
 
-/// The heap in use once it has not changed for half a second: a confirmation is told before its handling is over.
+/// Returns the heap in use once it has been unchanged for half a second. The wait is needed because the client is still
+/// handling a confirmation when its callback runs.
 std::size_t settledHeap() {
     constexpr timespec kPause{0, 50'000'000};
     std::size_t heap = heapInUse();
@@ -66,8 +67,9 @@ std::size_t settledHeap() {
     return heap;
 }
 
-/// Heap of one of many registered and confirmed parameters. One is there before, so that the connection stands, and one
-/// comes behind, so that nothing of the large messages is still in use.
+/// Measures the heap of one of many registered and confirmed parameters. One parameter is registered before the
+/// measurement, so that the connection is established. One is registered after the others, so that the buffers of the
+/// large messages are no longer in use.
 void measureInputs(unsigned int port) {
     WaitingCallbacks callbacks;
     const auto definitions = inputDefinitions(kMany + 2);
@@ -102,8 +104,8 @@ void measureThreads(unsigned int port) {
     client->close();
 }
 
-/// Allocations of all threads in one round of publishing `count` values. When the client has subscribed to them, a round
-/// lasts until their update has arrived.
+/// Returns the allocations of all threads in one round of publishing `count` values. When the client has subscribed to
+/// them, a round lasts until their update has arrived.
 double allocationsPerRound(unsigned int port, unsigned int count, bool isSubscribed) {
     ArrivalCallbacks callbacks;
     const auto client = readyClient(callbacks, port, Transport::BUFFERED, isSubscribed ? count : 0, count);
@@ -138,7 +140,7 @@ void stayIdle(unsigned int port, const std::string& count) {
         const auto number = static_cast<unsigned int>(std::strtoul(count.c_str(), nullptr, 10));
         const unsigned int inputs = number / 2;
         const unsigned int outputs = number - inputs;
-        // One after the other: what stays of messages does not depend then on which of them arrive together.
+        // One after the other, so that the buffers that remain do not depend on which messages arrive together.
         client = readyClient(callbacks, port, Transport::BUFFERED, 0, 0);
         check(client->waitForConnectionState(CSClient::STATE_READY, 10), "connection");
         client->registerInputParameters(inputDefinitions(inputs));

@@ -1,5 +1,5 @@
-// The smallest client that makes sense, as the measure of what the static library adds to a program; without
-// CSCLIENT_FOOTPRINT_CLIENT the same program without the client.
+// The smallest useful client. It measures how much the static library adds to a program. Without
+// CSCLIENT_FOOTPRINT_CLIENT, this is the same program without the client.
 
 #ifdef CSCLIENT_FOOTPRINT_CLIENT
 

@@ -9,7 +9,7 @@
 #include "host/Layout.h"
 #include "host/Replies.h"
 
-/// The frames that the raw loops move: byte for byte what the library and the host send.
+/// The frames of the raw loops: byte for byte those that the library and the host send.
 
 namespace com_tesk::bench {
 
@@ -26,8 +26,8 @@ inline host::Bytes updateFrame(unsigned int count) {
     return host::encodeUpdate(1, values);
 }
 
-/// A publication of these ids, each with the value 1. It differs from the update of the same ids in nothing: the word in
-/// front of the count is the publish mode 0.
+/// A publication of these ids, each with the value 1. It has the same bytes as the update of these ids, because the
+/// word before the count is the publish mode 0.
 inline host::Bytes publicationFrame(const std::vector<std::uint32_t>& ids) {
     std::vector<host::InputUpdate> values;
     values.reserve(ids.size());
@@ -44,7 +44,7 @@ inline void putWord(std::uint8_t* target, std::uint32_t word) {
     target[3] = static_cast<std::uint8_t>(word & 0xFFU);
 }
 
-/// The float whose big-endian bits stand there.
+/// Returns the float whose big-endian bits start at `source`.
 inline float floatAt(const std::uint8_t* source) {
     const std::uint32_t bits = host::wordFrom(source);
     float value = 0;

@@ -4,12 +4,12 @@
 
 namespace com_tesk::bench {
 
-/// What all threads of this process hold of the heap, as the allocator books it: what was asked for, rounded up, and
-/// one word for each block. The bench/HeapInUse.cpp of a program replaces operator new for that. What the
-/// system's own libraries take otherwise (a thread's stack, the buffers of streams) is not in it.
+/// Returns the bytes of heap that all threads of this process hold, as the allocator counts them. A block counts with
+/// the requested size, rounded up, plus one word for each block. bench/HeapInUse.cpp replaces operator new to count
+/// them. Other memory of the system's libraries is not counted, such as a thread's stack or the buffers of streams.
 std::size_t heapInUse();
 
-/// How often all threads have called operator new so far.
+/// Returns how often all threads have called operator new.
 unsigned long allocationsSoFar();
 
 }  // namespace com_tesk::bench

@@ -27,7 +27,7 @@ namespace {
 
 namespace layout = host::layout;
 
-/// What is sent at once, and so arrives at once.
+/// The size of one send. The bytes of one send arrive together.
 constexpr std::size_t kBlockSize = 16U << 10U;
 constexpr unsigned int kBlocksPerBurst = 8;
 
@@ -56,14 +56,14 @@ bool sendAll(int socket, const std::uint8_t* source, std::size_t size) {
     return true;
 }
 
-/// What a request to register is answered with, frames one after another; nothing for any other message. No frame has
-/// more records than arrive at once: the standard transport wants it whole.
+/// Returns the replies to a request to register, one frame each; none for any other message. The number of records in a
+/// frame is limited so that the frame arrives in one piece, because the standard transport needs it whole.
 std::vector<host::Bytes> repliesTo(const host::Bytes& body) {
-    constexpr unsigned int kMostRecords = 250;
+    constexpr unsigned int kMaxRecords = 250;
     const unsigned int count = body.size() >= layout::kRecordsOffset ? host::wordAt(body, layout::kCountOffset) : 0;
     std::vector<host::Bytes> replies;
-    for (unsigned int first = 0; first < count; first += kMostRecords) {
-        const unsigned int end = std::min(first + kMostRecords, count);
+    for (unsigned int first = 0; first < count; first += kMaxRecords) {
+        const unsigned int end = std::min(first + kMaxRecords, count);
         if (body[layout::kCodeOffset] == layout::kSubscribeInputs) {
             std::vector<host::InputConfirmation> inputs;
             for (unsigned int i = first; i < end; ++i) {
@@ -145,8 +145,8 @@ void HostProcess::serve(int socket) const {
     switch (task.kind) {
         case HostTask::CONFIRM:
             break;
-        case HostTask::SWALLOW:
-            swallow(socket);
+        case HostTask::DISCARD:
+            discard(socket);
             break;
         case HostTask::UPDATE:
             update(socket);
@@ -177,11 +177,11 @@ bool HostProcess::confirm(int socket) {
     }
 }
 
-void HostProcess::swallow(int socket) const {
+void HostProcess::discard(int socket) const {
     static std::uint8_t bytes[64U << 10U];
     if (task.readsRarely) {
-        // It sleeps until there is that much. Otherwise each frame would wake it, at the expense of the sender: a slower
-        // sender, which finds it asleep more often, would pay for more of that.
+        // The host sleeps until the buffer is full. Otherwise each frame would wake it, at the sender's expense. A
+        // slower sender finds the host asleep more often, so it would pay for more wake-ups.
         constexpr int kAll = sizeof bytes;
         check(setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &kAll, sizeof kAll) == 0, "SO_RCVLOWAT");
     }
@@ -199,7 +199,7 @@ void HostProcess::update(int socket) const {
     for (;;) {
         const unsigned int count = std::min(shared->updatesAsked - shared->updatesSent, perBlock);
         if (count == 0) {
-            // The other side is gone when there is something to read: nothing, the end of the stream.
+            // A read of 0 bytes means that the other side has closed the connection.
             std::uint8_t byte = 0;
             if (::recv(socket, &byte, 1, MSG_DONTWAIT) == 0) {
                 return;
@@ -210,7 +210,8 @@ void HostProcess::update(int socket) const {
         if (!sendAll(socket, block.data(), count * frame.size())) {
             return;
         }
-        // On the loopback interface what has left has arrived. Its acknowledgement may take another 40 milliseconds.
+        // On the loopback interface, bytes that have been sent have arrived. Their acknowledgement may take another 40
+        // ms.
         int unsent = 1;
         while (unsent > 0 && ioctl(socket, SIOCOUTQNSD, &unsent) == 0) {
         }
@@ -222,7 +223,7 @@ void HostProcess::echo(int socket) {
     host::Bytes update = updateFrame(1);
     host::Bytes publication(kPublicationOfOne);
     while (receiveAll(socket, publication.data(), publication.size())) {
-        // Both end in the value.
+        // The value is at the end of both frames.
         std::memcpy(update.data() + update.size() - 4, publication.data() + publication.size() - 4, 4);
         if (!sendAll(socket, update.data(), update.size())) {
             return;

@@ -7,40 +7,40 @@
 
 #include "bench/Measure.h"
 
-/// The load program's rows: the library beside a bare loop over a POSIX socket that moves exactly the same bytes.
+/// The rows of the load program: the library and a bare loop over a POSIX socket that moves exactly the same bytes.
 
 namespace com_tesk::bench {
 
-/// One line of the table. What is not there does not apply, or was not measured.
+/// One line of the table. An empty member does not apply, or was not measured.
 struct Row {
     std::string name;
     std::string work;
     std::string unit;
     std::optional<double> raw = {};
     std::optional<double> library = {};
-    /// Of `library` to `raw`, or of one size to the tenth of it.
+    /// `library` divided by `raw`, or the time for one size divided by the time for a tenth of it.
     std::optional<double> ratio = {};
-    /// For the ratio; where there is none, for the library's figure.
-    std::optional<double> bar = {};
-    /// Whether any allocation is above the bar.
+    /// The upper limit of the ratio; without a ratio, of the library's figure.
+    std::optional<double> threshold = {};
+    /// True when the row must not allocate at all.
     bool mustNotAllocate = false;
     std::optional<double> allocations = {};  ///< The library's, per call.
     std::optional<double> systemCalls = {};  ///< The library's, per call.
 
     bool isOver() const {
         const std::optional<double>& figure = ratio ? ratio : library;
-        return (bar && figure && *figure > *bar) || (mustNotAllocate && allocations && *allocations > 0);
+        return (threshold && figure && *figure > *threshold) || (mustNotAllocate && allocations && *allocations > 0);
     }
 };
 
-/// How much is measured.
+/// The amount of work to measure.
 struct Effort {
     unsigned int rounds = 41;
-    /// Divides what one round does.
+    /// The divisor of the work of one round.
     unsigned int divisor = 1;
 };
 
-/// One or several rows that are measured together.
+/// One or more rows that are measured together.
 struct Work {
     std::vector<std::string> names;
     std::function<std::vector<Row>(const Effort&)> measure;
@@ -51,20 +51,21 @@ std::vector<Work> receiveWork();
 std::vector<Work> roundTripWork();
 std::vector<Work> registrationWork();
 std::vector<Work> memoryWork();
-/// Says which peers are not installed.
+/// Also prints which peers are not installed.
 std::vector<Work> peerWork();
 
-/// One round's usage of `units` calls or values, on either side.
+/// One side of a comparison. `round` runs one round and returns its usage.
 struct Side {
     std::function<Usage()> round;
-    /// What the seconds are divided by.
+    /// The divisor of the seconds: calls or values.
     double units = 1;
-    /// What allocations and system calls are divided by.
+    /// The divisor of the allocations and system calls.
     double calls = 1;
 };
 
-/// Fills a row in: the sides take turns, first one and then the other first, and the figures are medians over the
-/// rounds. The ratio is the median of each round's own, so that what slows both down cancels out.
+/// Measures both sides and fills in the row. Each round runs both sides, and their order alternates between rounds. The
+/// figures are medians over the rounds. The ratio is the median of the ratios of the rounds, so that a disturbance
+/// which slows down both sides cancels out.
 void compare(Row& row, const Effort& effort, const Side& raw, const Side& library);
 
 }  // namespace com_tesk::bench

@@ -1,4 +1,4 @@
-// The load program: the library beside bare socket loops that move the same bytes, interleaved in one run.
+// The load program: the library and bare socket loops that move the same bytes, interleaved in one run.
 
 #include <cmath>
 #include <cstring>
@@ -60,7 +60,7 @@ bool isWanted(const std::string& name, const Arguments& arguments) {
 
 std::vector<Work> allWork(const Arguments& arguments) {
     std::vector<Work> all;
-    // Memory first: what the other rows leave behind in the heap would blur it.
+    // Memory first: memory that the other rows leave in the heap would falsify it.
     for (const std::vector<Work>& part :
          {memoryWork(), publishWork(), receiveWork(), roundTripWork(), registrationWork()}) {
         all.insert(all.end(), part.begin(), part.end());
@@ -96,17 +96,17 @@ std::string text(const std::optional<double>& figure, const char* format) {
 }
 
 void printRow(const Row& row) {
-    const char* const verdict = !row.bar ? "" : row.isOver() ? "over" : "ok";
-    std::printf("%-25s %-44s %-9s %10s %10s %7s %6s  %-4s %7s %7s\n", row.name.c_str(), row.work.c_str(),
+    const char* const verdict = !row.threshold ? "" : row.isOver() ? "over" : "ok";
+    std::printf("%-25s %-44s %-9s %10s %10s %7s %9s  %-4s %7s %7s\n", row.name.c_str(), row.work.c_str(),
                 row.unit.c_str(), text(row.raw, "%.2f").c_str(), text(row.library, "%.2f").c_str(),
-                text(row.ratio, "%.3f").c_str(), text(row.bar, "%.4g").c_str(), verdict,
+                text(row.ratio, "%.3f").c_str(), text(row.threshold, "%.4g").c_str(), verdict,
                 text(row.allocations, "%.3g").c_str(), text(row.systemCalls, "%.3g").c_str());
     std::fflush(stdout);
 }
 
 void printHeading() {
-    std::printf("%-25s %-44s %-9s %10s %10s %7s %6s  %-4s %7s %7s\n", "row", "work", "unit", "raw", "library", "ratio",
-                "bar", "", "allocs", "calls");
+    std::printf("%-25s %-44s %-9s %10s %10s %7s %9s  %-4s %7s %7s\n", "row", "work", "unit", "raw", "library", "ratio",
+                "threshold", "", "allocs", "calls");
 }
 
 std::string json(const std::optional<double>& figure) {
@@ -122,9 +122,9 @@ void writeJson(const std::vector<Row>& rows, const Arguments& arguments) {
     for (const Row& row : rows) {
         std::fprintf(file,
                      "%s    {\"name\": \"%s\", \"work\": \"%s\", \"unit\": \"%s\", \"raw\": %s, \"library\": %s, "
-                     "\"ratio\": %s, \"bar\": %s, \"over\": %s, \"allocations\": %s, \"system_calls\": %s}",
+                     "\"ratio\": %s, \"threshold\": %s, \"over\": %s, \"allocations\": %s, \"system_calls\": %s}",
                      separator, row.name.c_str(), row.work.c_str(), row.unit.c_str(), json(row.raw).c_str(),
-                     json(row.library).c_str(), json(row.ratio).c_str(), json(row.bar).c_str(),
+                     json(row.library).c_str(), json(row.ratio).c_str(), json(row.threshold).c_str(),
                      row.isOver() ? "true" : "false", json(row.allocations).c_str(), json(row.systemCalls).c_str());
         separator = ",\n";
     }

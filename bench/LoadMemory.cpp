@@ -1,4 +1,4 @@
-// What registered parameters take of the heap.
+// Measures the heap that registered parameters use.
 
 #include <malloc.h>
 
@@ -19,11 +19,12 @@ double heapBytes() {
 
 std::vector<Row> heapPerOutput(const Effort& /*effort*/) {
     Row row{"heap-output", "heap of an output, name of 20 characters", "bytes"};
-    row.bar = 220;
+    row.threshold = 220;
     const HostProcess host({HostTask::CONFIRM});
     WaitingCallbacks callbacks;
     std::vector<CSClient::OutputDef> definitions = outputDefinitions(kOutputs + 2);
-    // One before, so that the connection stands, and one behind, so that nothing of the large messages is still in use.
+    // One parameter before the measurement, so that the connection is established. One after it, so that the buffers of
+    // the large messages are no longer in use.
     const auto client = readyClient(callbacks, host.port(), Transport::BUFFERED, 0, 1);
     const double before = heapBytes();
     client->registerOutputParameters(&definitions[1], kOutputs);

@@ -1,4 +1,4 @@
-// Publishing: the library's calls beside one write of the same frame.
+// Publishing: the library's calls, compared with one write of the same frame.
 
 #include <random>
 
@@ -14,12 +14,13 @@ namespace {
 
 constexpr unsigned int kRotating = 100;
 constexpr unsigned int kAtOnce = 1'000;
-/// Lists that take turns: few enough for the caches, as a program's own list is when it has just filled it in.
+/// The number of lists that calls publish in turn. They fit into the caches, as an application's list does after it was
+/// filled in.
 constexpr unsigned int kOrders = 4;
 constexpr unsigned int kCallsOfOne = 5'000;
 constexpr unsigned int kCallsOfMany = 100;
 
-/// One publish call: what the library is given, and the frame that it makes of it.
+/// One publish call: the parameters that the library gets, and the frame that it makes of them.
 struct Publication {
     std::vector<CSClient::Parameter> parameters;
     host::Bytes frame;
@@ -34,18 +35,18 @@ Publication publicationOf(const std::vector<std::uint32_t>& ids) {
     return publication;
 }
 
-/// How the host that swallows the publications takes them.
+/// How the host that discards the publications reads them.
 enum class Pace {
-    STEADY,   ///< It reads while the next ones are sent.
-    WAITING,  ///< It waits for each: a call begins when it has had the time to fall asleep again.
+    STEADY,   ///< It reads while the next publications are sent.
+    WAITING,  ///< It sleeps before each call: calls pause long enough for that.
     RARE,     ///< It reads 64 KiB at a time.
 };
 
-/// The usage of `calls` calls with a pause before each, as the median call's time: with the pauses in between, the time of
-/// the process would be mostly that of waiting. Without the pauses, whoever is slower finds the host asleep more often,
-/// and waking it costs more than everything else.
+/// Measures `calls` calls with a pause before each. The time is that of the median call, because the time of the
+/// process would consist mostly of the pauses. Without pauses, the slower side finds the host asleep more often, and
+/// waking it costs more than everything else.
 template <typename Call>
-Usage usageOfWaitedFor(unsigned int calls, const Call& call) {
+Usage usageWithPauses(unsigned int calls, const Call& call) {
     constexpr double kPause = 30e-6;
     std::vector<double> times;
     times.reserve(calls);
@@ -64,12 +65,12 @@ Usage usageOfWaitedFor(unsigned int calls, const Call& call) {
     return usage;
 }
 
-/// Publications that follow one another round and round, to a host that swallows them.
+/// Publishes in a cycle, to a host that discards the publications.
 Row measureCalls(Row row, const Effort& effort, Transport transport, Pace pace, std::vector<Publication> publications,
                  unsigned int calls) {
     const bool hostReadsRarely = pace == Pace::RARE;
-    const HostProcess host({HostTask::SWALLOW, 1, hostReadsRarely});
-    const HostProcess rawHost({HostTask::SWALLOW, 0, hostReadsRarely});
+    const HostProcess host({HostTask::DISCARD, 1, hostReadsRarely});
+    const HostProcess rawHost({HostTask::DISCARD, 0, hostReadsRarely});
     WaitingCallbacks callbacks;
     const auto client = readyClient(callbacks, host.port(), transport, 0, kAtOnce);
     const RawSocket socket(rawHost.port());
@@ -90,7 +91,7 @@ Row measureCalls(Row row, const Effort& effort, Transport transport, Pace pace, 
     };
     const auto repeat = [=](const auto& call) {
         if (pace == Pace::WAITING) {
-            return usageOfWaitedFor(calls, call);
+            return usageWithPauses(calls, call);
         }
         const Meter meter;
         for (unsigned int i = 0; i < calls; ++i) {
@@ -104,10 +105,10 @@ Row measureCalls(Row row, const Effort& effort, Transport transport, Pace pace, 
     return row;
 }
 
-Row publishOne(const std::string& name, const std::string& work, double bar, const Effort& effort, Transport transport,
-               Pace pace) {
+Row publishOne(const std::string& name, const std::string& work, double threshold, const Effort& effort,
+               Transport transport, Pace pace) {
     Row row{name, work, "ns/call"};
-    row.bar = bar;
+    row.threshold = threshold;
     row.mustNotAllocate = true;
     std::vector<Publication> publications;
     for (std::uint32_t id = 1; id <= kRotating; ++id) {
@@ -116,17 +117,17 @@ Row publishOne(const std::string& name, const std::string& work, double bar, con
     return measureCalls(row, effort, transport, pace, std::move(publications), kCallsOfOne / effort.divisor);
 }
 
-/// @param lists  how many lists, each in an order of its own, follow one another.
-Row publishMany(const std::string& name, const std::string& work, double bar, const Effort& effort,
+/// @param lists  the number of lists that calls publish in turn, each in a different order.
+Row publishMany(const std::string& name, const std::string& work, double threshold, const Effort& effort,
                 unsigned int lists) {
     Row row{name, work, "ns/value"};
-    row.bar = bar;
+    row.threshold = threshold;
     row.mustNotAllocate = true;
     std::vector<std::uint32_t> ids;
     for (std::uint32_t id = 1; id <= kAtOnce; ++id) {
         ids.push_back(id);
     }
-    std::mt19937 random(1);  // The same orders in every run, so that runs compare.
+    std::mt19937 random(1);  // The same orders in every run, so that runs are comparable.
     std::vector<Publication> publications;
     for (unsigned int i = 0; i < lists; ++i) {
         publications.push_back(publicationOf(ids));
@@ -139,14 +140,14 @@ Row publishMany(const std::string& name, const std::string& work, double bar, co
 }  // namespace
 
 std::vector<Work> publishWork() {
-    const auto one = [](const char* name, const char* work, double bar, Transport transport, Pace pace) {
+    const auto one = [](const char* name, const char* work, double threshold, Transport transport, Pace pace) {
         return Work{{name}, [=](const Effort& effort) {
-                        return std::vector<Row>{publishOne(name, work, bar, effort, transport, pace)};
+                        return std::vector<Row>{publishOne(name, work, threshold, effort, transport, pace)};
                     }};
     };
-    const auto many = [](const char* name, const char* work, double bar, unsigned int lists) {
+    const auto many = [](const char* name, const char* work, double threshold, unsigned int lists) {
         return Work{{name}, [=](const Effort& effort) {
-                        return std::vector<Row>{publishMany(name, work, bar, effort, lists)};
+                        return std::vector<Row>{publishMany(name, work, threshold, effort, lists)};
                     }};
     };
     return {

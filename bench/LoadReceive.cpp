@@ -1,4 +1,4 @@
-// Receiving: updates to a callback that sums them, beside a loop with two reads a frame.
+// Receiving: updates that a callback sums, compared with a loop that makes two reads per frame.
 
 #include "bench/Frames.h"
 #include "bench/HostProcess.h"
@@ -11,7 +11,7 @@ namespace com_tesk::bench {
 
 namespace {
 
-/// Large updates need many bursts for a round that is long enough.
+/// The number of bursts per round. Large updates need many for a round that is long enough.
 constexpr unsigned int kBurstsOfMany = 20;
 constexpr unsigned int kBurstsOfOne = 4;
 
@@ -42,8 +42,8 @@ Usage receiveRaw(const RawSocket& socket, HostProcess& host, unsigned int bursts
     return usage;
 }
 
-Row receive(Row row, double bar, const Effort& effort, Transport transport, unsigned int valuesPerUpdate) {
-    row.bar = bar;
+Row receive(Row row, double threshold, const Effort& effort, Transport transport, unsigned int valuesPerUpdate) {
+    row.threshold = threshold;
     row.mustNotAllocate = true;
     HostTask task{HostTask::UPDATE};
     task.valuesPerUpdate = valuesPerUpdate;
@@ -57,23 +57,24 @@ Row receive(Row row, double bar, const Effort& effort, Transport transport, unsi
     const unsigned int bursts = (valuesPerUpdate == 1 ? kBurstsOfOne : kBurstsOfMany) / effort.divisor;
     double rawSum = 0;
     Side raw;
-    raw.calls = bursts * (host.updatesPerBurst() - 1);  // The first one of each begins the measurement.
+    raw.calls = bursts * (host.updatesPerBurst() - 1);  // The first update of each burst starts the measurement.
     raw.units = raw.calls * valuesPerUpdate;
     Side library = raw;
     raw.round = [&] { return receiveRaw(socket, rawHost, bursts, valuesPerUpdate, rawSum); };
     library.round = [&] { return receiver.receive(bursts); };
     compare(row, effort, raw, library);
-    check(receiver.sum == rawSum, "not the same values have arrived");
+    check(receiver.sum == rawSum, "the two sides received different values");
     return row;
 }
 
 }  // namespace
 
 std::vector<Work> receiveWork() {
-    const auto work = [](const char* name, const char* text, double bar, Transport transport, unsigned int values) {
+    const auto work = [](const char* name, const char* text, double threshold, Transport transport,
+                         unsigned int values) {
         return Work{{name}, [=](const Effort& effort) {
                         const char* const unit = values == 1 ? "ns/update" : "ns/value";
-                        return std::vector<Row>{receive({name, text, unit}, bar, effort, transport, values)};
+                        return std::vector<Row>{receive({name, text, unit}, threshold, effort, transport, values)};
                     }};
     };
     return {

@@ -1,4 +1,4 @@
-// Registering many names in one call: how the time grows with their number.
+// Registering many names in one call: the growth of the time with their number.
 
 #include <malloc.h>
 
@@ -17,8 +17,8 @@ namespace {
 constexpr unsigned int kSizes[] = {1'000, 10'000, 100'000};
 constexpr unsigned int kSizeCount = 3;
 constexpr double kLargestGrowth = 13;
-constexpr double kLongestMilliseconds = 150;
-constexpr unsigned int kMostRounds = 5;
+constexpr double kMaxMilliseconds = 150;
+constexpr unsigned int kMaxRounds = 5;
 
 enum Operation { REGISTER, UNREGISTER, REREGISTER, kOperationCount };
 const char* const kOperationNames[] = {"register", "unregister", "reregister"};
@@ -30,7 +30,7 @@ void waitUntil(const std::function<bool()>& condition) {
     }
 }
 
-/// The engine itself: re-registering is no operation of the client's.
+/// The engine itself, because the client has no operation that re-registers.
 class Engine : public SimulatorProtocol {
   public:
     explicit Engine(unsigned int port) : SimulatorProtocol(1, CSClient::OPTION_SILENT) {
@@ -44,7 +44,7 @@ class Engine : public SimulatorProtocol {
     }
 };
 
-/// CPU time of the calling thread: the worker deals with the confirmations meanwhile.
+/// CPU time of the calling thread only: the worker handles the confirmations at the same time.
 template <typename Call>
 double millisecondsOf(const Call& call) {
     const double begin = threadSeconds();
@@ -79,7 +79,7 @@ Times timesOfInputs(Engine& engine, unsigned int count) {
     return times;
 }
 
-/// The median over so many repetitions that every size has about as many names.
+/// The median over `repetitions`, chosen so that every size registers about as many names.
 template <typename Once>
 Times medianTimes(unsigned int repetitions, const Once& once) {
     std::vector<double> all[kOperationCount];
@@ -105,13 +105,14 @@ std::vector<Row> registrations(const char* kind, const Effort& effort, const Mea
     std::vector<double> times[kOperationCount][kSizeCount];
     std::vector<double> growths[kOperationCount][kSizeCount];
     const HostProcess host({HostTask::CONFIRM});
-    const unsigned int rounds = effort.divisor > 1 ? 3 : std::min(effort.rounds, kMostRounds);
+    const unsigned int rounds = effort.divisor > 1 ? 3 : std::min(effort.rounds, kMaxRounds);
     for (unsigned int round = 0; round < rounds; ++round) {
         double before[kOperationCount] = {};
         for (unsigned int size = 0; size < kSizeCount; ++size) {
             const unsigned int repetitions = size == 0 ? 9 : size == 1 ? 3 : 1;
             const Times medians = medianTimes(repetitions, [&] {
-                // Everything fresh, the heap included: a small number must not profit from what others have left.
+                // Each repetition starts with a new engine and a trimmed heap, so that small numbers do not profit from
+                // memory that earlier repetitions have left.
                 malloc_trim(0);
                 Engine engine(host.port());
                 return measure(engine, kSizes[size]);
@@ -131,16 +132,16 @@ std::vector<Row> registrations(const char* kind, const Effort& effort, const Mea
                     std::string(kOperationNames[operation]) + " " + std::to_string(kSizes[size]) + " " + kind, "ms"};
             row.library = median(times[operation][size]);
             if (size > 0) {
-                // What the growth is measured from.
+                // The growth is relative to the time for a tenth of the names.
                 row.raw = rows.back().library;
                 row.ratio = median(growths[operation][size]);
-                row.bar = kLargestGrowth;
+                row.threshold = kLargestGrowth;
             }
             rows.push_back(row);
         }
         Row whole{rowName(operation, kind, kSizeCount - 1) + "-ms", "the same, in all", "ms"};
         whole.library = rows.back().library;
-        whole.bar = kLongestMilliseconds;
+        whole.threshold = kMaxMilliseconds;
         rows.push_back(whole);
     }
     return rows;

@@ -1,4 +1,4 @@
-// Round trips: publish, host, update, callback, and from there the next publish; beside a raw ping-pong.
+// Round trips: publish, host, update, callback, and from the callback the next publish. Compared with a raw ping-pong.
 
 #include "bench/Frames.h"
 #include "bench/HostProcess.h"
@@ -10,10 +10,11 @@ namespace com_tesk::bench {
 
 namespace {
 
-/// The sides take turns this often within a round, so that both have their share of every disturbance.
+/// How often the sides alternate within a round, so that disturbances affect both sides alike.
 constexpr unsigned int kTurns = 10;
 constexpr unsigned int kTripsPerTurn = 500;
-/// The first trips of a turn do not count: the other side has just had the processors, and both threads are asleep.
+/// The number of first trips of a turn that do not count. The other side has just used the processors, and both threads
+/// are asleep.
 constexpr unsigned int kWarmUp = 20;
 
 class Player : public WaitingCallbacks {
@@ -30,7 +31,7 @@ class Player : public WaitingCallbacks {
 
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& /*parameters*/) override {
         if (tripsLeft == 0) {
-            return;  // The value that comes with the confirmation.
+            return;  // This is the value that comes with the confirmation.
         }
         if (tripsLeft <= tripsThatCount) {
             times->push_back(wallSeconds() - begin);
@@ -39,7 +40,7 @@ class Player : public WaitingCallbacks {
         if (tripsLeft > 0) {
             publish();
         } else {
-            tell([this] { isOver = true; });
+            apply([this] { isOver = true; });
         }
     }
 
@@ -105,7 +106,7 @@ std::vector<Row> roundTrips(const std::string& name, const std::string& work, co
         rows[i].raw = median(raw[i]);
         rows[i].library = median(library[i]);
         rows[i].ratio = median(ratios[i]);
-        rows[i].bar = 1.05;
+        rows[i].threshold = 1.05;
     }
     return rows;
 }

@@ -12,7 +12,7 @@
 
 namespace com_tesk::bench {
 
-/// Ends the program when it cannot measure what it is meant to.
+/// Ends the program with a message when `isGood` is false, because it cannot measure then.
 inline void check(bool isGood, const char* what) {
     if (!isGood) {
         std::perror(what);
@@ -26,7 +26,7 @@ inline double secondsOf(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-/// CPU time of all threads of this process: the host is another one.
+/// CPU time of all threads of this process. The host is a separate process, so its time is not included.
 inline double processSeconds() {
     return secondsOf(CLOCK_PROCESS_CPUTIME_ID);
 }
@@ -39,7 +39,7 @@ inline double wallSeconds() {
     return secondsOf(CLOCK_MONOTONIC);
 }
 
-/// The value below which `share` of the others lie.
+/// Returns the value that `share` of the values are below.
 inline double percentile(std::vector<double> values, double share) {
     std::sort(values.begin(), values.end());
     const auto index = static_cast<std::size_t>(share * static_cast<double>(values.size()));
@@ -50,7 +50,7 @@ inline double median(const std::vector<double>& values) {
     return percentile(values, 0.5);
 }
 
-/// What a piece of work has used.
+/// The resources that a piece of work has used.
 struct Usage {
     double seconds = 0;
     double allocations = 0;
@@ -64,7 +64,7 @@ struct Usage {
     }
 };
 
-/// Measures from its construction on: the CPU time of the process, and what this thread allocates and calls.
+/// Measures from its construction on: the CPU time of the process, and the allocations and system calls of this thread.
 class Meter {
   public:
     Meter() : calls(countedReads() + countedWrites()), allocations(countedAllocations()), seconds(processSeconds()) {}

@@ -10,12 +10,12 @@
 
 namespace com_tesk::bench {
 
-/// A transport without a socket: what is written is swallowed, what is read comes from one frame, again and again.
+/// A transport without a socket. Writes are discarded. Reads return the bytes of one frame, repeatedly.
 class MemoryTransport : public CSCommsInterfaceTCP {
   public:
     MemoryTransport() : CSCommsInterfaceTCP(Options()) {}
 
-    /// The frame that reads give from now on. It stays the caller's.
+    /// Sets the frame that reads return from now on. The caller keeps ownership.
     void feed(const host::Bytes& newFrame) {
         frame = &newFrame;
         position = 0;
@@ -36,8 +36,7 @@ class MemoryTransport : public CSCommsInterfaceTCP {
     std::size_t position = 0;
 };
 
-/// The engine with a connection that stands, and neither socket nor worker: everything that it does, it does on the
-/// caller's thread.
+/// An engine that is connected, but has no socket and no worker. It does all its work on the caller's thread.
 class MemoryEngine : public test::OpenEngine {
   public:
     MemoryEngine() : OpenEngine(1, CSClient::OPTION_SILENT), transport(new MemoryTransport) {
@@ -47,7 +46,7 @@ class MemoryEngine : public test::OpenEngine {
     }
     ~MemoryEngine() override { unregisterAllLocalParameters(); }
 
-    /// Receives `frame` `times` over.
+    /// Receives `frame` as many times as `times` says.
     void receive(const host::Bytes& frame, unsigned int times = 1) {
         transport->feed(frame);
         for (unsigned int i = 0; i < times; ++i) {

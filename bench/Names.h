@@ -31,7 +31,7 @@ inline std::vector<CSClient::InputDef> inputDefinitions(unsigned int count) {
     return definitions;
 }
 
-/// `count` parameters from `first` on, as publish calls take them.
+/// `count` parameters starting at `first`, in the form that publish calls take.
 inline std::vector<CSClient::Parameter> parameters(unsigned int first, unsigned int count) {
     std::vector<CSClient::Parameter> all;
     all.reserve(count);

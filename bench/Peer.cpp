@@ -27,7 +27,8 @@ sockaddr_in loopback(unsigned int port) {
     return name;
 }
 
-/// A port that was free a moment ago: these servers do not say which one they have taken.
+/// Returns a port that was free a moment ago. It is chosen here because these servers do not report a port that they
+/// choose themselves.
 unsigned int freePort() {
     const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in name = loopback(0);
@@ -120,7 +121,7 @@ std::vector<Row> measure(const Peer& peer, const Effort& effort) {
         constexpr timespec kPause{0, 10'000'000};
         nanosleep(&kPause, nullptr);
     }
-    // Forked before this process uses the peer's library, which may have threads.
+    // Fork before this process uses the peer's library, which may have threads.
     int demands[2];
     check(pipe(demands) == 0, "pipe");
     const Child publisher([&] { publishOnDemand(peer, port, demands[0]); });

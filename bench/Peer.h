@@ -9,11 +9,11 @@
 
 #include "bench/Load.h"
 
-/// The same work by other client libraries: one small value a publish call, and receiving such values.
+/// The same work with other client libraries ("peers"): publish one small value per call, and receive such values.
 
 namespace com_tesk::bench {
 
-/// One connection of a peer's client library. Values go to, and come from, one subject.
+/// One connection of a peer's client library. All values are published to one subject and received from it.
 class PeerClient {
   public:
     PeerClient() = default;
@@ -21,22 +21,22 @@ class PeerClient {
     PeerClient& operator=(const PeerClient&) = delete;
     virtual ~PeerClient() = default;
 
-    /// Publishes so many values, one by one, and sees to it that they leave.
+    /// Publishes `count` values, one by one, and returns when they have been sent.
     virtual void publish(unsigned int count) = 0;
-    /// Subscribes, and returns when the server knows.
+    /// Subscribes, and returns when the server has registered the subscription.
     virtual void subscribe() = 0;
-    /// Blocks until so many values have arrived.
+    /// Blocks until `count` values have arrived.
     virtual void receive(unsigned int count) = 0;
 };
 
 struct Peer {
     std::string name;
-    /// The server's program and arguments; "PORT" stands for its port.
+    /// The server's program and arguments. "PORT" is replaced by its port.
     std::vector<std::string> server;
     std::function<std::unique_ptr<PeerClient>(unsigned int port)> connect;
 };
 
-/// The rows of one peer; none, and a line that says why, when its server is not installed.
+/// Returns the rows of one peer. When its server is not installed, prints that and returns none.
 std::vector<Work> workOf(const Peer& peer);
 
 Peer redisPeer();

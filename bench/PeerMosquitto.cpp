@@ -6,7 +6,7 @@ namespace com_tesk::bench {
 
 namespace {
 
-/// At most once, as the others.
+/// Deliver at most once, as the other peers do.
 constexpr int kQuality = 0;
 constexpr int kWait = 1'000;
 
@@ -45,7 +45,7 @@ class MosquittoClient : public PeerClient {
         // The server may drop what it cannot deliver at once.
         const double deadline = wallSeconds() + 60;
         for (received = 0; received < count;) {
-            check(wallSeconds() < deadline, "mosquitto: not all has arrived");
+            check(wallSeconds() < deadline, "mosquitto: some values have not arrived");
             check(mosquitto_loop(client, kWait, 1) == MOSQ_ERR_SUCCESS, "mosquitto receive");
         }
     }

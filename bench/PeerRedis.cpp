@@ -14,7 +14,7 @@ class RedisClient : public PeerClient {
     ~RedisClient() override { redisFree(context); }
 
     void publish(unsigned int count) override {
-        if (!isQuiet) {  // No answers: as with the others, publishing is one way.
+        if (!isQuiet) {  // Without replies: publishing is one-way, as with the other peers.
             isQuiet = true;
             redisAppendCommand(context, "CLIENT REPLY OFF");
         }

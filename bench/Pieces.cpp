@@ -1,4 +1,4 @@
-// The inner pieces one by one, without sockets and threads: encoding, decoding, looking up, registering.
+// The internal parts, measured one by one without sockets or threads: encoding, decoding, lookup, registration.
 
 #include <benchmark/benchmark.h>
 
@@ -15,7 +15,7 @@ unsigned int sizeOf(const benchmark::State& state) {
     return static_cast<unsigned int>(state.range(0));
 }
 
-/// Makes the figures those of one value.
+/// Converts the figures to figures per value.
 void countValues(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
@@ -35,7 +35,7 @@ void confirmInputs(MemoryEngine& engine, unsigned int count) {
     engine.receive(host::encodeInputsReply(1, inputs));
 }
 
-/// The request alone: body, frame and a write that does nothing.
+/// The request only: body, frame and a write that does nothing.
 void encodePublication(benchmark::State& state) {
     MemoryEngine engine;
     std::vector<Entry> entries(sizeOf(state));
@@ -51,7 +51,7 @@ void encodePublication(benchmark::State& state) {
 }
 BENCHMARK(encodePublication)->Arg(1)->Arg(1'000);
 
-/// With the checks, and finding the outputs.
+/// The whole call, including the checks and the lookup of the outputs.
 void publish(benchmark::State& state) {
     MemoryEngine engine;
     registerOutputs(engine, sizeOf(state));
@@ -74,7 +74,7 @@ void decodeUpdate(benchmark::State& state) {
 }
 BENCHMARK(decodeUpdate)->Arg(1)->Arg(1'000);
 
-/// Two updates with different ids, so that none is like the one before.
+/// Two updates with different ids, so that each update differs from the previous one.
 void decodeChangingUpdate(benchmark::State& state) {
     MemoryEngine engine;
     const unsigned int count = sizeOf(state);

@@ -13,7 +13,7 @@
 
 namespace com_tesk::bench {
 
-/// A connection without any library, with the options that both transports set.
+/// A connection without the library, with the socket options that both transports set.
 class RawSocket {
   public:
     explicit RawSocket(unsigned int port, int receiveBufferSize = 0) : descriptor(socket(AF_INET, SOCK_STREAM, 0)) {

@@ -15,19 +15,19 @@ namespace com_tesk::bench {
 
 enum class Transport { STANDARD, BUFFERED };
 
-/// Callbacks that let another thread wait for something.
+/// Callbacks that let another thread wait for an event.
 class WaitingCallbacks : public CSClient::CallbackIface {
   public:
     void connectionStateChanged(CSClient::State /*oldState*/, CSClient::State newState) override {
         if (newState == CSClient::STATE_DISCONNECTING) {
-            tell([this] { isGone = true; });
+            apply([this] { isGone = true; });
         }
     }
     void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
-        tell([this, &outputs] { outputsConfirmed += outputs.size(); });
+        apply([this, &outputs] { outputsConfirmed += outputs.size(); });
     }
     void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
-        tell([this, &inputs] { inputsConfirmed += inputs.size(); });
+        apply([this, &inputs] { inputsConfirmed += inputs.size(); });
     }
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& /*parameters*/) override {}
 
@@ -36,9 +36,9 @@ class WaitingCallbacks : public CSClient::CallbackIface {
     }
 
   protected:
-    /// Changes something, and wakes who waits for it.
+    /// Runs `change` under the lock, and wakes the waiting threads.
     template <typename Change>
-    void tell(const Change& change) {
+    void apply(const Change& change) {
         const std::lock_guard<std::mutex> lock(mutex);
         change();
         changed.notify_all();

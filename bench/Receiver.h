@@ -9,8 +9,8 @@
 
 namespace com_tesk::bench {
 
-/// Receives updates in bursts and sums their values. What is measured begins behind a burst's first update, which waits
-/// until the others have arrived: so it is receiving, and no waiting.
+/// Receives updates in bursts and sums their values. The measurement starts after the first update of a burst, when the
+/// other updates have arrived. It therefore measures receiving without waiting.
 class Receiver : public WaitingCallbacks {
   public:
     explicit Receiver(HostProcess& newHost) : host(newHost) {}
@@ -18,7 +18,7 @@ class Receiver : public WaitingCallbacks {
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
         const unsigned int left = updatesLeft.load(std::memory_order_relaxed);
         if (left == 0) {
-            return;  // The values that come with the confirmation.
+            return;  // These are the values that come with the confirmation.
         }
         for (const CSClient::Parameter& parameter : parameters) {
             sum += parameter.value.asFloat;
@@ -31,15 +31,15 @@ class Receiver : public WaitingCallbacks {
         updatesLeft.store(left - 1, std::memory_order_relaxed);
         if (left == 1) {
             const Usage burst = meter.stop();
-            tell([this, &burst] {
+            apply([this, &burst] {
                 usage += burst;
                 isOver = true;
             });
         }
     }
 
-    /// Receives so many bursts.
-    /// @return what all their updates but the first ones have used.
+    /// Receives `bursts` bursts.
+    /// @return the usage of all updates except the first of each burst.
     Usage receive(unsigned int bursts) {
         usage = {};
         sum = 0;
@@ -57,7 +57,7 @@ class Receiver : public WaitingCallbacks {
 
   private:
     HostProcess& host;
-    /// Set while the host is silent, then the worker's, as are those that follow.
+    /// Set while the host is silent; then used by the worker only. The same applies to the members below.
     std::atomic<unsigned int> updatesLeft{0};
     bool isFirst = true;
     bool isOver = false;

@@ -1,4 +1,4 @@
-// The two transports side by side, in one run: reads and CPU time per received update, and the cost of a publish.
+// Compares the two transports in one run: reads and CPU time per received update, and the cost of a publish.
 
 #include <cstring>
 #include <memory>
@@ -17,7 +17,7 @@ namespace {
 constexpr unsigned int kPublishesPerRound = 100'000;
 constexpr unsigned int kBurstsPerRound = 40;
 
-/// What one round has measured, by name.
+/// The figures of one round, by name.
 using Figures = std::vector<std::pair<std::string, double>>;
 
 constexpr double kMicroseconds = 1e6;
@@ -29,14 +29,15 @@ Figures receiveRound(Transport transport, unsigned int valuesPerUpdate) {
     Receiver receiver(host);
     const auto client = readyClient(receiver, host.port(), transport, valuesPerUpdate, 0, kReceiveBuffer);
     const Usage usage = receiver.receive(kBurstsPerRound);
-    const unsigned int updates = kBurstsPerRound * (host.updatesPerBurst() - 1);  // The first ones are not measured.
+    // The first update of each burst is not measured.
+    const unsigned int updates = kBurstsPerRound * (host.updatesPerBurst() - 1);
     const std::string what = " per update of " + std::to_string(valuesPerUpdate);
     return {{"reads" + what, usage.systemCalls / updates},
             {"CPU" + what + ", us", usage.seconds / updates * kMicroseconds}};
 }
 
 Figures publishRound(Transport transport) {
-    const HostProcess host({HostTask::SWALLOW, 1});
+    const HostProcess host({HostTask::DISCARD, 1});
     WaitingCallbacks callbacks;
     const auto client = readyClient(callbacks, host.port(), transport, 0, 1);
     std::vector<double> times(kPublishesPerRound);
@@ -56,7 +57,7 @@ Figures publishRound(Transport transport) {
             {"publish call, p99, us", percentile(times, 0.99) * kMicroseconds}};
 }
 
-/// Prints the medians over the rounds, in which the two transports take turns.
+/// Prints the medians over the rounds. The two transports alternate in each round.
 template <typename Round>
 void compare(unsigned int rounds, const Round& round) {
     std::vector<Figures> standard;

@@ -1,11 +1,11 @@
-# What developers and CI add to a build: warnings as errors, sanitizers, coverage. Everything here is off
-# unless asked for, private to this project's own targets, and never reaches a consumer.
+# Options of developers and CI: warnings as errors, sanitizers, coverage. All are off by default. They are private to the
+# project's own targets, so they never reach a consumer.
 
 option(CSCLIENT_WERROR "Full warnings, as errors" OFF)
 option(CSCLIENT_COVERAGE "Instrument for line coverage" OFF)
 set(CSCLIENT_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined or thread")
 
-# Sanitizers and coverage change the ABI of what they touch, so they apply to the whole build, tests included.
+# Sanitizers and coverage change the ABI of the code that they instrument, so they apply to the whole build, tests included.
 if(CSCLIENT_SANITIZE)
     add_compile_options(-fsanitize=${CSCLIENT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${CSCLIENT_SANITIZE})
@@ -17,7 +17,7 @@ endif()
 if(CSCLIENT_BUILD_FUZZERS)
     if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
         message(FATAL_ERROR
-            "CSCLIENT_BUILD_FUZZERS needs Clang, which brings libFuzzer; this build's compiler is "
+            "CSCLIENT_BUILD_FUZZERS needs Clang, because libFuzzer is part of it. This build's compiler is "
             "${CMAKE_CXX_COMPILER_ID}. Use the preset: cmake --preset fuzz, or scripts/fuzz. A build with "
             "CSCLIENT_BUILD_TESTS replays the corpora with any compiler.")
     endif()

@@ -1,9 +1,9 @@
-# What `cmake --install` puts where. Three components, as there are three Debian packages: runtime, development, tools.
+# The files that `cmake --install` installs. The components runtime, development and tools correspond to the Debian packages.
 # debian/*.install names the files of each package.
 
 include(CMakePackageConfigHelpers)
 
-# Everything under include/ is public, and nothing else is installed. scripts/test-install compiles each header by itself.
+# All headers under include/ are public, and no others are installed. scripts/test-install compiles each header by itself.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csclient COMPONENT development
     FILES_MATCHING PATTERN "*.h")
 
@@ -19,7 +19,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/csclientConfigVersion.cma
 install(FILES ${PROJECT_BINARY_DIR}/csclientConfig.cmake ${PROJECT_BINARY_DIR}/csclientConfigVersion.cmake
     DESTINATION ${config_folder} COMPONENT development)
 
-# The folders may be absolute, and then are no part of the prefix.
+# The directories may be absolute. They are then not below the prefix.
 foreach(folder IN ITEMS INCLUDEDIR LIBDIR)
     if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
         set(pc_${folder} "${CMAKE_INSTALL_${folder}}")
@@ -32,7 +32,7 @@ install(FILES ${PROJECT_BINARY_DIR}/csclient.pc DESTINATION ${CMAKE_INSTALL_LIBD
 
 install(FILES ${PROJECT_SOURCE_DIR}/man/csclient.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
-# Tools that are linked to the shared library find it where it was installed with them, unless the system looks there anyway.
+# Tools that link the shared library find it in the directory where it was installed, unless the system looks there anyway.
 if(BUILD_SHARED_LIBS AND NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
     file(RELATIVE_PATH from_tools_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
     set(tools_rpath "$ORIGIN/${from_tools_to_libraries}")

@@ -1,13 +1,12 @@
-# The two libraries, made of the same objects: csclient::csclient_shared and csclient::csclient_static.
-# csclient::csclient is one of them, as BUILD_SHARED_LIBS says. The other one is built only when it is installed or somebody
-# links it.
+# The two libraries, csclient::csclient_shared and csclient::csclient_static, consist of the same objects. BUILD_SHARED_LIBS
+# selects which one csclient::csclient is. The other one is built only when it is installed or a target links it.
 
 include(GNUInstallDirs)
 
 add_library(csclient_shared SHARED $<TARGET_OBJECTS:csclient_objects>)
 add_library(csclient_static STATIC $<TARGET_OBJECTS:csclient_objects>)
-# The compiler may bind calls to exported functions, too, as the shared library does (see below). It then takes them in where
-# they are called, so only where every frame passes: everywhere it would cost 4 %.
+# In these files the compiler may bind calls to exported functions too, as the shared library does (see below). It can then
+# inline them. Only files that handle every frame get the option: in all files, it would cost 4 %.
 set_source_files_properties(engine/FrameChannel.cpp simulator/ValueUpdate.cpp PROPERTIES
     COMPILE_OPTIONS -fno-semantic-interposition)
 target_link_libraries(csclient_objects PUBLIC Threads::Threads)
@@ -17,7 +16,7 @@ target_include_directories(csclient_objects PRIVATE ${PROJECT_SOURCE_DIR}/includ
 foreach(library IN ITEMS csclient_shared csclient_static)
     add_library(csclient::${library} ALIAS ${library})
     target_compile_features(${library} PUBLIC cxx_std_17)
-    # Headers are included as <client/SimClient.h>, here and where they are installed.
+    # The build tree and an installation both include headers as <client/SimClient.h>.
     target_include_directories(${library} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/csclient>)
@@ -29,12 +28,12 @@ set_target_properties(csclient_shared PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/ExportedSymbols.map)
-# Calls inside the library go straight to their target: smaller, and faster.
+# Bind calls inside the library directly, which is smaller and faster.
 target_link_options(csclient_shared PRIVATE
     LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/ExportedSymbols.map
     LINKER:-Bsymbolic-functions)
-# The library stays loaded when an application unloads a plugin that uses it: the detached worker thread of a connection still
-# runs a few instructions of the library after it has announced STATE_DISCONNECTED.
+# The library must stay loaded when an application unloads a plugin that uses it. The detached worker thread of a connection
+# still runs a few instructions of the library after it has announced STATE_DISCONNECTED.
 target_link_options(csclient_shared PRIVATE LINKER:-z,nodelete)
 
 if(BUILD_SHARED_LIBS)

@@ -104,7 +104,10 @@ unsigned int FrameChannel::send(const RawMessage& message) {
         return CSClient::RESULT_NOT_CONNECTED;
     }
     const SpareMessage::Lease wholeFrame(spareFrame, message.getType());
-    return buildFrame(message, *wholeFrame) ? sendFrame(*wholeFrame) : CSClient::RESULT_REFUSED;
+    if (!buildFrame(message, *wholeFrame)) {
+        return CSClient::RESULT_REFUSED;
+    }
+    return sendFrame(*wholeFrame);
 }
 
 unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {

@@ -1,5 +1,5 @@
-// A board: its switch is published as the output "switch", its lamp follows the input "lamp" and is dark without a connection.
-// Both are files that hold 0 or 1. Stops on SIGTERM and SIGINT.
+// A board with a switch and a lamp. It publishes its switch as the output "switch". Its lamp follows the input "lamp",
+// and is dark without a connection. Both are files that contain 0 or 1. Stops on SIGTERM and SIGINT.
 //   board <address> <port> <switch file> <lamp file>
 
 #include <client/SimClient.h>
@@ -13,7 +13,7 @@
 
 using com_tesk::CSClient;
 
-/// Values come on the client's worker thread, changes of state on any: hence the mutex.
+/// Values arrive on the client's worker thread, state changes on any thread. Hence the mutex.
 class Lamp : public CSClient::CallbackIface {
   public:
     explicit Lamp(const char* path) : file(path) { light(false); }
@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
         std::cerr << "board <address> <port> <switch file> <lamp file>" << std::endl;
         return EXIT_FAILURE;
     }
-    // Blocked in every thread and taken by sigtimedwait below, so nothing is done in a signal handler.
+    // The signals are blocked in every thread and received by sigtimedwait below, so no signal handler runs.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGTERM);
@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
         return EXIT_FAILURE;
     }
 
-    // Without a host the client keeps trying, and sends what was published meanwhile when there is one.
+    // Without a host the client keeps trying to connect, and sends the latest published value once it is connected.
     CSClient::Parameter position{"switch", {}, CSClient::TYPE_INT};
     position.value.asInt = -1;
     constexpr timespec kPeriod{0, 50'000'000};

@@ -1,4 +1,4 @@
-// Prints the values of inputs as they arrive, until so many have come or the program is ended.
+// Prints the values of inputs as they arrive, until it has printed <count> values or is stopped.
 //
 //   follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]
 
@@ -16,7 +16,7 @@ using com_tesk::SimClient;
 
 namespace {
 
-/// Prints what happens. The callbacks come on the client's worker thread, so they do little and never wait.
+/// Prints events. Callbacks run on the client's worker thread, so they do little and never wait.
 class Follower : public CSClient::CallbackIface {
   public:
     explicit Follower(long count) : remaining(count) {}
@@ -33,7 +33,7 @@ class Follower : public CSClient::CallbackIface {
 
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
         for (const CSClient::Parameter& parameter : parameters) {
-            // The host says of each value how its 32 bits are to be read.
+            // The type that the host sends with each value says how to read its 32 bits.
             const bool isInteger = parameter.type == CSClient::TYPE_INT;
             const std::string number = isInteger ? std::to_string(parameter.value.asInt)  //
                                                  : std::to_string(parameter.value.asFloat);
@@ -49,7 +49,7 @@ class Follower : public CSClient::CallbackIface {
     void waitForAll() { allHaveCome.get_future().wait(); }
 
   private:
-    long remaining;  // Below zero when there is no end. Worker thread.
+    long remaining;  // Below zero when there is no end. Used by the worker thread.
     std::promise<void> allHaveCome;
 };
 
@@ -60,13 +60,13 @@ int main(int argc, char** argv) {
         std::cerr << "follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]" << std::endl;
         return EXIT_FAILURE;
     }
-    // Before the client, so that it outlives the callbacks.
+    // Created before the client, so that it still exists when the last callback runs.
     Follower follower(std::strtol(argv[3], nullptr, 10));
     SimClient client(/*simulatorId=*/2, CSClient::OPTION_AUTO_RECONNECT);
     client.changeCommsInterface(new CSCommsInterfaceTCPBuffered);
     client.addCallbackInterface(&follower);
     for (int index = 4; index < argc; ++index) {
-        // Refused are a name of 32 or more characters and one that is there already.
+        // A name of 32 or more characters is refused, and so is a name that is already registered.
         if (client.registerInputParameter({argv[index], CSClient::TYPE_FLOAT, /*subscriptionMode=*/1}) != 0) {
             return EXIT_FAILURE;
         }

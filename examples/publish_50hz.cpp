@@ -1,4 +1,4 @@
-// Publishes a sine of 0.1 Hz fifty times a second, for a number of seconds or until the program is ended.
+// Publishes a sine of 0.1 Hz fifty times a second, for a number of seconds or until it is stopped.
 //
 //   publish_50hz <address> [port] [seconds]
 
@@ -30,7 +30,7 @@ int fail(const char* what) {
 
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 4) {
-        return fail("give me <address> [port] [seconds]");
+        return fail("arguments: <address> [port] [seconds]");
     }
     const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)) : 55580;
     const bool endless = argc < 4;
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
         return fail("the host has not confirmed the output");
     }
 
-    // Every moment is counted from the start, so that what a call takes, or oversleeping, does not add up to a drift.
+    // Each publish time is calculated from the start, so that delays of calls and of sleeping do not add up.
     using Clock = std::chrono::steady_clock;
     const Clock::time_point start = Clock::now();
     long published = 0;
@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
         std::this_thread::sleep_until(start + turn * kPeriod);
         const double seconds = std::chrono::duration<double>(turn * kPeriod).count();
         const auto value = static_cast<float>(std::sin(kRadiansPerSecond * seconds));
-        // 2 says that the write failed: the value is kept, and sent when the connection is back.
+        // Result 2 means that the write failed. The value is stored, and sent after the reconnection.
         if (client.publishParameter({"sine", {value}, CSClient::TYPE_FLOAT}) == 0) {
             ++published;
         } else {

@@ -1,4 +1,4 @@
-// Several clients in one process, in a ring: each publishes a value and waits for that of the next one.
+// Runs several clients in one process, in a ring. Each publishes a value and waits for the value of the next one.
 //   several_clients <address> [port] [clients]
 
 #include <client/SimClient.h>
@@ -15,7 +15,7 @@
 using com_tesk::CSClient;
 constexpr unsigned int kPatienceSeconds = 5;
 
-/// One client and what listens to it. Each has its simulator id, its connection and its worker thread.
+/// One client with its callbacks. Each client has a separate simulator id, connection and worker thread.
 class Station : private CSClient::CallbackIface {
   public:
     Station(unsigned int number, unsigned int next)
@@ -34,16 +34,16 @@ class Station : private CSClient::CallbackIface {
                client.waitForOutputsToBeRegistered(kPatienceSeconds);
     }
     bool publish() { return client.publishParameter(output) == 0; }
-    bool hasHeard() {
-        return heard.get_future().wait_for(std::chrono::seconds(kPatienceSeconds)) == std::future_status::ready;
+    bool hasReceived() {
+        return received.get_future().wait_for(std::chrono::seconds(kPatienceSeconds)) == std::future_status::ready;
     }
 
   private:
     void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
         for (const CSClient::Parameter& parameter : parameters) {
-            std::cout << output.name + " hears " + std::to_string(parameter.value.asFloat) + "\n" << std::flush;
+            std::cout << output.name + " receives " + std::to_string(parameter.value.asFloat) + "\n" << std::flush;
             if (parameter.value.asFloat == expected && !std::exchange(isDone, true)) {
-                heard.set_value();
+                received.set_value();
             }
         }
     }
@@ -53,9 +53,9 @@ class Station : private CSClient::CallbackIface {
 
     CSClient::Parameter output;
     float expected;
-    bool isDone = false;  // Worker thread.
-    std::promise<void> heard;
-    com_tesk::SimClient client;  // Last, so that it is gone before what its callbacks use.
+    bool isDone = false;  // Used by the worker thread.
+    std::promise<void> received;
+    com_tesk::SimClient client;  // Last, so that it is destroyed before the members that its callbacks use.
 };
 
 int main(int argc, char** argv) {
@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
     const auto everyOne = [&stations](auto answer) { return std::all_of(stations.begin(), stations.end(), answer); };
     isFine = isFine && everyOne([](const Station& station) { return station.isReady(); }) &&
              everyOne([](Station& station) { return station.publish(); }) &&
-             everyOne([](Station& station) { return station.hasHeard(); });
-    std::cout << (isFine ? "all have heard their neighbour" : "something went wrong") << std::endl;
+             everyOne([](Station& station) { return station.hasReceived(); });
+    std::cout << (isFine ? "every client has received the value of the next one" : "a client has failed") << std::endl;
     return isFine ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -1,5 +1,4 @@
-// The publisher's command line: the input is what stands behind the program's name, with a zero byte after each argument
-// but the last.
+// The publisher's command line. The input holds the arguments after the program's name, with a zero byte between them.
 
 #include <array>
 #include <cstdlib>
@@ -29,7 +28,7 @@ std::vector<std::string> argumentsIn(const std::uint8_t* data, std::size_t size)
     return arguments;
 }
 
-/// What the command line asks for, by the rules of the syntax line.
+/// Returns the request of the command line, by the rules of the syntax line.
 PublishCommandLine::Request requestOf(const std::vector<std::string>& arguments) {
     if (arguments.size() == 2 && arguments[1] == "-version") {
         return PublishCommandLine::SHOW_VERSION;
@@ -43,7 +42,7 @@ PublishCommandLine::Request requestOf(const std::vector<std::string>& arguments)
     return PublishCommandLine::PUBLISH_VALUES;
 }
 
-/// A text can be a NaN, which equals nothing.
+/// True when both have the same bits. A text can give a NaN, which differs even from itself.
 bool hasSameBytes(float one, float other) {
     std::array<unsigned char, sizeof one> bytes{};
     std::array<unsigned char, sizeof other> otherBytes{};

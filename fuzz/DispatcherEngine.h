@@ -17,7 +17,7 @@
 namespace com_tesk {
 namespace fuzz {
 
-/// Among them the longest name, one that is too long, the empty one, and one that is cut on the wire.
+/// Includes the longest valid name, a name that is too long, the empty name, and a name that is cut on the wire.
 inline const std::string kNames[] = {
     "A",
     "ALT",
@@ -30,12 +30,12 @@ inline const std::string kNames[] = {
 };
 inline constexpr unsigned int kNumberOfNames = sizeof kNames / sizeof kNames[0];
 
-/// A name as a name field holds it.
+/// Returns a name as a name field holds it.
 inline std::string onWire(const std::string& name) {
     return name.substr(0, name.find('\0'));
 }
 
-/// Reads what is sent, and compares it with the model.
+/// Parses every request that is sent, and compares it with the model.
 class CheckingTransport : public CSCommsInterfaceTCP {
   public:
     explicit CheckingTransport(const TableModel& checkedModel) : CSCommsInterfaceTCP(Options()), model(checkedModel) {}
@@ -63,7 +63,7 @@ class CheckingTransport : public CSCommsInterfaceTCP {
     bool isNextFailing = false;
 
   private:
-    // NOLINTNEXTLINE(readability-convert-member-functions-to-static): called through `this`, as the others are.
+    // NOLINTNEXTLINE(readability-convert-member-functions-to-static): called through `this`, like the other overloads.
     void check(const host::BadRequest& request) const { FUZZ_CHECK(request.why == "a request"); }
 
     void check(const host::VersionRequest& request) const { checkId(request.simulatorId); }
@@ -142,14 +142,14 @@ class DispatcherEngine : public test::OpenEngine {
         model.reregister();
     }
 
-    /// As the worker ends a connection.
+    /// Ends the connection as the worker does.
     void disconnect() {
         forceCloseConnection();
         changeState(CSClient::STATE_DISCONNECTED);
-        model.forgetEverything();
+        model.eraseAll();
     }
 
-    /// Looks without a lock: nothing else runs.
+    /// Compares the tables with the model. It takes no lock, because no other thread runs.
     void checkTables() const {
         FUZZ_CHECK(inputNamesById() == model.inputIds);
         FUZZ_CHECK(std::equal(outputsById().begin(), outputsById().end(), model.outputIds.begin(),

@@ -1,11 +1,11 @@
-// What the host sends, handed to the dispatcher of an engine whose callbacks call back in. The tables are compared with
-// a model, and every request that goes out is read with the loopback host's parser.
+// Passes messages of the host to the dispatcher of an engine whose callbacks call the engine. Compares the tables with
+// a model, and parses every request that the engine sends with the loopback host's parser.
 //
-// The input: a count and that many actions for the callbacks, one byte each; then steps of two bytes, a number:
+// The input: a count and as many actions for the callbacks, one byte each. Then steps, each a number of two bytes:
 //   below FE 00  the length of a message body, which follows
-//   FE xx        the connection ends, and another one begins
-//   FF xx        the action xx
-// An action's upper half says what is done, its lower half with which names.
+//   FE xx        ends the connection and starts another one
+//   FF xx        performs the action xx
+// The upper four bits of an action select the operation, the lower four bits the names.
 
 #include <iostream>
 #include <optional>
@@ -31,7 +31,7 @@ using com_tesk::fuzz::TableModel;
 
 namespace {
 
-/// The line about a new simulator id is printed in silent mode too.
+/// Printing is off because the line about a new simulator id is printed in silent mode too.
 const bool isOutputOff = [] {
     std::cout.rdbuf(nullptr);
     return true;
@@ -49,7 +49,7 @@ bool isSame(const CSClient::Parameter& a, const CSClient::Parameter& b) {
     return a.name == b.name && a.type == b.type && a.value.asInt == b.value.asInt && a.reserved == b.reserved;
 }
 
-/// One engine, its model, and two callback interfaces. Every callback carries out the next action of the input.
+/// One engine, its model, and two callback interfaces. Every callback performs the next action of the input.
 class Session {
   public:
     explicit Session(Input& input) : scriptBytes(input.countedBytes()), script(scriptBytes.data(), scriptBytes.size()) {
@@ -93,7 +93,7 @@ class Session {
     }
 
   private:
-    /// The two interfaces differ in when they are there, not in what they do.
+    /// The two interfaces act alike. They differ only in when they are registered.
     class Callbacks : public CSClient::CallbackIface {
       public:
         explicit Callbacks(Session& calledSession) : session(calledSession) {}
@@ -103,14 +103,14 @@ class Session {
             session.actNext();
         }
         void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
-            session.hear(session.answer.values, parameters, session.valueCalls);
+            session.checkCall(session.answer.values, parameters, session.valueCalls);
         }
         void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
-            session.hear(session.answer.outputs, outputs, session.outputCalls);
+            session.checkCall(session.answer.outputs, outputs, session.outputCalls);
         }
         void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
             FUZZ_CHECK(session.inputCalls == session.valueCalls);
-            session.hear(session.answer.inputs, inputs, session.inputCalls);
+            session.checkCall(session.answer.inputs, inputs, session.inputCalls);
         }
 
       private:
@@ -118,8 +118,8 @@ class Session {
     };
 
     template <typename Record>
-    void hear(const std::optional<std::vector<Record>>& expected, const std::vector<Record>& actual,
-              unsigned int& calls) {
+    void checkCall(const std::optional<std::vector<Record>>& expected, const std::vector<Record>& actual,
+                   unsigned int& calls) {
         FUZZ_CHECK(!engine.holdsAnyLock());
         FUZZ_CHECK(expected.has_value());
         FUZZ_CHECK(std::equal(actual.begin(), actual.end(), expected->begin(), expected->end(),
@@ -128,7 +128,7 @@ class Session {
         actNext();
     }
 
-    /// What is published again, and what a new simulator id has registered again.
+    /// Checks what the engine publishes again, and what it registers again after a new simulator id.
     void checkLastRequest() {
         std::vector<std::uint32_t> expected;
         for (const std::string& name : answer.toPublishAgain) {
@@ -168,7 +168,7 @@ class Session {
         const unsigned int names = action & 0xFU;
         const std::string& name = kNames[names % kNumberOfNames];
         const std::string& nextName = kNames[(names + 1) % kNumberOfNames];
-        // The same name twice is refused.
+        // A call that contains the same name twice is refused.
         const std::string& otherName = names < kNumberOfNames ? name : nextName;
         const CSClient::ParameterType type = names < kNumberOfNames ? CSClient::TYPE_INT : CSClient::TYPE_FLOAT;
         switch (action >> 4U) {
@@ -190,8 +190,8 @@ class Session {
                         return engine.unregisterInputParameters({name, nextName});
                     },
                     [&] {
-                        model.forgetInput(name);
-                        model.forgetInput(nextName);
+                        model.eraseInput(name);
+                        model.eraseInput(nextName);
                     });
                 break;
             case 5:
@@ -200,8 +200,8 @@ class Session {
                         return engine.unregisterOutputParameters({name, nextName, name});
                     },
                     [&] {
-                        model.forgetOutput(name);
-                        model.forgetOutput(nextName);
+                        model.eraseOutput(name);
+                        model.eraseOutput(nextName);
                     });
                 break;
             case 6:
@@ -214,7 +214,7 @@ class Session {
                 unregisterAll(names % 2 == 0);
                 break;
             case 9:
-                // Types that no registration takes.
+                // Registrations refuse this type.
                 registerInputs({{name, CSClient::TYPE_UNDEFINED, 1}});
                 registerOutputs({{name, CSClient::TYPE_UNDEFINED}});
                 break;
@@ -237,7 +237,7 @@ class Session {
                 engine.reregisterAllOutputParameters();
                 break;
             case 14:
-                // Not under the lock of the connection.
+                // Only without the connection's lock.
                 if (!engine.holdsConnectionMutex()) {
                     engine.forceCloseConnection();
                 }
@@ -252,7 +252,7 @@ class Session {
         }
     }
 
-    /// Runs an operation, whose result is 2 when a write has failed and otherwise 0, or 3 when it is refused.
+    /// Runs an operation and checks its result: 3 when it is refused, otherwise 2 when a write failed, otherwise 0.
     template <typename Operation>
     int checkedResult(const Operation& operation, bool isRefused) {
         const unsigned int failuresBefore = engine.transportToCheck().failures;
@@ -263,21 +263,21 @@ class Session {
     }
 
     void registerInputs(const std::vector<CSClient::InputDef>& definitions) {
-        const bool isEntered = TableModel::enter(definitions, model.inputs);
+        const bool isInserted = TableModel::insert(definitions, model.inputs);
         checkedResult([&] { return engine.registerInputParameters(definitions.data(), sizeOf(definitions)); },
-                      !isEntered);
+                      !isInserted);
     }
 
     void registerOutputs(const std::vector<CSClient::OutputDef>& definitions) {
-        const bool isEntered = TableModel::enter(definitions, model.outputs);
+        const bool isInserted = TableModel::insert(definitions, model.outputs);
         checkedResult([&] { return engine.registerOutputParameters(definitions.data(), sizeOf(definitions)); },
-                      !isEntered);
+                      !isInserted);
     }
 
-    template <typename Operation, typename Forget>
-    void unregister(const Operation& operation, const Forget& forget) {
+    template <typename Operation, typename Erase>
+    void unregister(const Operation& operation, const Erase& erase) {
         if (checkedResult(operation, false) == 0) {
-            forget();
+            erase();
         }
     }
 
@@ -291,9 +291,9 @@ class Session {
         if (engine.transportToCheck().failures == failuresBefore) {
             for (const std::string& name : kNames) {
                 if (isInputs) {
-                    model.forgetInput(name);
+                    model.eraseInput(name);
                 } else {
-                    model.forgetOutput(name);
+                    model.eraseOutput(name);
                 }
             }
         }

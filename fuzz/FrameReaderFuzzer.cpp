@@ -1,5 +1,5 @@
-// The engine's frame reader, fed through a transport that splits the stream. The input: a count, that many bytes that
-// each say what one read of the transport does, and the stream, at whose end the transport reports that it was closed.
+// The engine's frame reader, fed by a transport that splits the stream. The input: a count, as many bytes that each
+// select the result of one read, and the stream. At the end of the stream, the transport reports that it was closed.
 
 #include <cerrno>
 #include <new>
@@ -20,13 +20,13 @@ namespace {
 
 constexpr std::size_t kHeaderLength = 32;
 
-/// What the transport lets a message grow to. Beyond it there is no memory, as on a small machine.
+/// The maximum size of a message. Beyond it the transport throws std::bad_alloc, as on a small machine.
 constexpr std::size_t kMemory = std::size_t{1} << 20U;
 
-/// What one read does, by its byte in the input: up to `FEWEST_SPECIAL` the most bytes that it gives.
-enum Step : std::uint8_t { AS_ASKED = 0, FEWEST_SPECIAL = 0xF0, RESET = 0xFD, CLOSED = 0xFE, TIMEOUT = 0xFF };
+/// The result of one read, by its byte in the input. A byte between AS_ASKED and FIRST_SPECIAL is the maximum count.
+enum Step : std::uint8_t { AS_ASKED = 0, FIRST_SPECIAL = 0xF0, RESET = 0xFD, CLOSED = 0xFE, TIMEOUT = 0xFF };
 
-/// One read that the engine has made.
+/// One read by the engine.
 struct Read {
     unsigned int asked;
     std::size_t sizeBefore;
@@ -47,7 +47,8 @@ class SplittingTransport : public CSCommsInterfaceTCP {
     int close() override { return 0; }
     int writeMessage(const RawMessage& message) override { return static_cast<int>(message.size()); }
 
-    /// As the TCP transport: grows first, reads second, and cuts back to `count` after a short read.
+    /// Behaves like the TCP transport: grows the message, reads, and cuts the message to `count` bytes after a short
+    /// read.
     int readMessage(unsigned int count, RawMessage& message) override {
         reads.push_back({count, message.size(), 0, true, {}});
         Read& read = reads.back();
@@ -75,14 +76,14 @@ class SplittingTransport : public CSCommsInterfaceTCP {
             return -2;
         }
         if (step == RESET) {
-            // Once more on the same connection it is the same error.
+            // A repeated read on this connection gives the same error.
             errno = ECONNRESET;
             return -1;
         }
         if (step == CLOSED) {
             return 0;
         }
-        given = stream.bytes(step == AS_ASKED || step >= FEWEST_SPECIAL ? count : std::min<std::size_t>(count, step));
+        given = stream.bytes(step == AS_ASKED || step >= FIRST_SPECIAL ? count : std::min<std::size_t>(count, step));
         return static_cast<int>(given.size());
     }
 
@@ -91,7 +92,7 @@ class SplittingTransport : public CSCommsInterfaceTCP {
     Input& stream;
 };
 
-/// An engine that connects without a worker and keeps the bodies that it is handed.
+/// An engine that connects without a worker and stores the message bodies that it receives.
 class FrameEngine : public com_tesk::test::OpenEngine {
   public:
     explicit FrameEngine(Input& input) : OpenEngine(1, CSClient::OPTION_SILENT), split(new SplittingTransport(input)) {
@@ -114,14 +115,15 @@ RawMessage::Type typeOf(std::uint32_t kind) {
     return kind == 0 ? RawMessage::DATA : kind == 3 ? RawMessage::CONTROL : RawMessage::INVALID;
 }
 
-/// Whether a read of a header is one behind which a body follows.
+/// True when the read returned a valid header of a frame with a body.
 bool isGoodHeader(const Read& read) {
     return !read.threw && read.result == static_cast<int>(kHeaderLength) &&
            com_tesk::fuzz::wordAt(read.given, 4) == kHeaderLength &&
            com_tesk::fuzz::wordAt(read.given, 0) > kHeaderLength;
 }
 
-/// What the reads of a body must leave behind: each grows the message by what it asks for, a short one cuts it back.
+/// Returns the message that the reads of a body must result in. Each read grows the message by the requested count. A
+/// short read cuts the message to that count.
 Bytes assembled(const std::vector<Read>& reads) {
     Bytes body;
     for (std::size_t i = 1; i < reads.size(); ++i) {
@@ -144,7 +146,7 @@ void checkDelivery(const RawMessage& message, const std::vector<Read>& reads, st
                           [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; }));
 }
 
-/// What one turn of the engine's loop did, judged by the reads that it made.
+/// Checks one call of the engine's `receiveMessage`, by the reads that it made.
 void checkTurn(const FrameEngine& engine) {
     const std::vector<Read>& reads = engine.split->reads;
     FUZZ_CHECK(!engine.holdsAnyLock());

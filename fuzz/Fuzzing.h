@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-/// Called by the fuzzing engine, or by ReplayMain.cpp, once per input. Every target defines it.
+/// Runs one input. The fuzzing engine or ReplayMain.cpp calls it. Every target defines it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace com_tesk {
@@ -15,15 +15,15 @@ namespace fuzz {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Ends the process when something that holds for every input does not hold for this one.
+/// Aborts the process when `condition` is false. It must be true for every input.
 #define FUZZ_CHECK(condition) ((condition) ? void() : com_tesk::fuzz::fail(#condition, __FILE__, __LINE__))
 
 [[noreturn]] inline void fail(const char* condition, const char* file, int line) {
-    std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
+    std::fprintf(stderr, "%s:%d: check failed: %s\n", file, line, condition);
     std::abort();
 }
 
-/// An input, taken from the front. What is no longer there reads as 0, so that every input is a whole one.
+/// An input that is read from its beginning. Bytes after its end read as 0, so that every input is complete.
 class Input {
   public:
     Input(const std::uint8_t* data, std::size_t size) : next(data), remaining(size) {}
@@ -46,7 +46,7 @@ class Input {
         return value;
     }
 
-    /// At most `count` bytes.
+    /// Returns the next `count` bytes, or fewer at the end.
     Bytes bytes(std::size_t count) {
         const std::size_t taken = std::min(count, remaining);
         Bytes result(next, next + taken);
@@ -55,7 +55,7 @@ class Input {
         return result;
     }
 
-    /// A count in one byte, and that many bytes behind it.
+    /// Reads a count of one byte, and returns as many of the next bytes.
     Bytes countedBytes() { return bytes(byte()); }
 
     Bytes rest() { return bytes(remaining); }
@@ -65,7 +65,7 @@ class Input {
     std::size_t remaining;
 };
 
-/// The big-endian word at `offset`, which lies inside.
+/// Returns the big-endian word at `offset`. The word must be inside `bytes`.
 template <typename ByteVector>
 std::uint32_t wordAt(const ByteVector& bytes, std::size_t offset) {
     std::uint32_t value = 0;

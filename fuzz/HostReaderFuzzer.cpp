@@ -1,5 +1,5 @@
-// The loopback host's side of the wire, without its sockets. The input: a count, that many bytes that each give the size
-// of a piece, and the stream of frames that two clients send in turn.
+// The loopback host's side of the wire, without its sockets. The input: a count, as many bytes that each give the size
+// of a piece, and the stream of frames that two clients send alternately.
 
 #include <algorithm>
 #include <cctype>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t kHeaderLength = 32;
 
-/// Checks what the core sends and reports.
+/// Checks the frames that the core sends and the events that it reports.
 class CheckingOutlet : public HostOutlet {
   public:
     void send(ClientNumber client, com_tesk::host::Bytes frame) override {
@@ -57,7 +57,8 @@ class CheckingOutlet : public HostOutlet {
     }
 };
 
-/// The frames of a stream that arrives in one piece, cut by hand; `isLost` tells whether an error ends it.
+/// Returns the frames of a stream, split here independently of the reader. `isLost`: an error ends the stream. `isCut`:
+/// the stream does not end with a whole frame.
 std::vector<Frame> framesIn(const Bytes& stream, bool& isLost, bool& isCut) {
     std::vector<Frame> frames;
     std::size_t at = 0;
@@ -81,7 +82,7 @@ std::vector<Frame> framesIn(const Bytes& stream, bool& isLost, bool& isCut) {
     return frames;
 }
 
-/// What a reader makes of the stream, fed in the pieces that the input asks for.
+/// Returns the frames that a reader finds in the stream. The input gives the sizes of the pieces.
 std::vector<Frame> readInPieces(FrameReader& reader, const Bytes& pieces, const Bytes& stream) {
     std::vector<Frame> frames;
     std::size_t at = 0;

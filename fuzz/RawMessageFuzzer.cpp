@@ -1,5 +1,5 @@
-// RawMessage against a plain vector of bytes. The input is a sequence of operations: a byte that picks one, then its
-// arguments.
+// Compares RawMessage with a plain vector of bytes. The input is a sequence of operations: a byte that selects one,
+// then its arguments.
 
 #include <cstring>
 #include <utility>
@@ -13,8 +13,8 @@ using com_tesk::fuzz::Input;
 
 namespace {
 
-/// Beyond this nothing is appended, so that no input gets slow.
-constexpr std::size_t kLargest = 600;
+/// Larger messages do not grow any more, so that every input stays fast.
+constexpr std::size_t kMaxSize = 600;
 
 enum Operation {
     APPEND_BYTE,
@@ -43,7 +43,7 @@ void appendBigEndian(Bytes& bytes, std::uint32_t value) {
     }
 }
 
-/// What a reader of `width` bytes gives: its last byte may lie just past the end, and counts as 0 there.
+/// Returns what a reader of `width` bytes must return. Its last byte may be just after the end, and counts as 0 there.
 std::uint32_t expectedAt(const Bytes& bytes, std::uint64_t index, unsigned int width) {
     if (index + width > bytes.size() + 1) {
         return 0;
@@ -67,7 +67,7 @@ float floatOf(std::uint32_t bits) {
     return value;
 }
 
-/// Near the end of the message, where the guards are; or anywhere.
+/// Returns an index: near the end of the message, where the bounds checks are, or anywhere.
 std::uint32_t index(Input& input, std::size_t size) {
     const std::uint8_t way = input.byte();
     return way < 0x80 ? static_cast<std::uint32_t>(size) + way - 0x40 : input.word();
@@ -91,7 +91,7 @@ void checkWhole(const RawMessage& message, const Bytes& model, RawMessage::Type 
 }
 
 void append(Operation operation, Input& input, RawMessage& message, Bytes& model) {
-    if (model.size() > kLargest) {
+    if (model.size() > kMaxSize) {
         return;
     }
     if (operation == APPEND_BYTE) {
@@ -174,7 +174,7 @@ void perform(Operation operation, Input& input, RawMessage& message, Bytes& mode
             model.clear();
             break;
         case RESIZE: {
-            // Cuts as well as grows: the byte just past the end then is one that was there before.
+            // This shrinks or grows the message. After shrinking, the byte just after the end is an old one.
             const std::size_t size = input.byte();
             message.resize(size);
             model.resize(size);

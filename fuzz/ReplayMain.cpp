@@ -1,4 +1,4 @@
-// Runs a fuzz target once on every file of a corpus folder: what a compiler without a fuzzing engine can do.
+// Runs a fuzz target once on every file of a corpus directory, for compilers without a fuzzing engine.
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,7 +11,7 @@
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount != 2) {
-        std::fprintf(stderr, "Syntax: %s <corpus folder>\n", arguments[0]);
+        std::fprintf(stderr, "Syntax: %s <corpus directory>\n", arguments[0]);
         return EXIT_FAILURE;
     }
     std::set<std::filesystem::path> files;
@@ -22,13 +22,13 @@ int main(int argumentCount, char** arguments) {
         }
     }
     for (const std::filesystem::path& file : files) {
-        // Before the run: when it fails, this is the line that names the input.
+        // Print before the run, so that a failure follows the name of its input.
         std::printf("%s\n", file.c_str());
         std::fflush(stdout);
         std::ifstream stream(file, std::ios::binary);
         const com_tesk::fuzz::Bytes bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
         if (!stream) {
-            std::fprintf(stderr, "cannot be read\n");
+            std::fprintf(stderr, "this file cannot be read\n");
             return EXIT_FAILURE;
         }
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());

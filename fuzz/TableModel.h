@@ -13,7 +13,7 @@
 namespace com_tesk {
 namespace fuzz {
 
-/// What the parameter tables must hold, kept with plain containers and by the rules alone.
+/// The expected contents of the parameter tables. The model uses plain containers and only the rules.
 class TableModel {
   public:
     struct Input {
@@ -28,7 +28,7 @@ class TableModel {
         std::int32_t value = 0;
     };
 
-    /// What the callback interfaces are to be told of one message, and what is to be sent afterwards.
+    /// The expected calls of the callback interfaces for one message, and the outputs to publish again after it.
     struct Answer {
         std::optional<std::vector<CSClient::InputDef>> inputs;
         std::optional<std::vector<CSClient::Parameter>> values;
@@ -45,9 +45,9 @@ class TableModel {
     std::uint32_t protocolVersion = 0;
     std::string hostVersion = "UNKNOWN";
 
-    /// @return whether all were entered: those in front of one that is refused are.
+    /// Inserts definitions until one is refused; those before it stay. @return true when all were inserted.
     template <typename Definition, typename Table>
-    static bool enter(const std::vector<Definition>& definitions, Table& table) {
+    static bool insert(const std::vector<Definition>& definitions, Table& table) {
         for (auto definition = definitions.begin(); definition != definitions.end(); ++definition) {
             const bool isNamedAgain = std::any_of(definition + 1, definitions.end(), [&definition](const auto& other) {
                 return other.name == definition->name;
@@ -74,29 +74,29 @@ class TableModel {
         return true;
     }
 
-    void forgetInput(const std::string& name) {
+    void eraseInput(const std::string& name) {
         if (const auto found = inputs.find(name); found != inputs.end()) {
             inputIds.erase(found->second.id);
             inputs.erase(found);
         }
     }
 
-    void forgetOutput(const std::string& name) {
+    void eraseOutput(const std::string& name) {
         if (const auto found = outputs.find(name); found != outputs.end()) {
             outputIds.erase(found->second.id);
             outputs.erase(found);
         }
     }
 
-    void forgetEverything() {
+    void eraseAll() {
         inputs.clear();
         inputIds.clear();
         outputs.clear();
         outputIds.clear();
     }
 
-    /// Inputs wait for fresh ids; outputs stay as they are. Without inputs nothing happens, not even to the ids of those
-    /// that are gone.
+    /// Makes all inputs unconfirmed, until they get new ids. Outputs stay as they are. When there are no inputs,
+    /// nothing changes; even the ids of inputs that no longer exist stay.
     void reregister() {
         if (inputs.empty()) {
             return;
@@ -133,7 +133,7 @@ class TableModel {
         return {definition.type, CSClientProtocol::kUnassignedId, false, 0};
     }
 
-    /// Where the records begin that are whole and announced.
+    /// Returns the offsets of the records that are complete and announced.
     static std::vector<std::size_t> records(const Bytes& body, std::size_t countOffset, std::size_t length) {
         std::vector<std::size_t> offsets;
         std::size_t at = countOffset + 4;

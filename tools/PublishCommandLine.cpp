@@ -35,7 +35,7 @@ PublishCommandLine PublishCommandLine::parse(int argumentCount, const char* cons
         simulatorId = static_cast<unsigned int>(std::strtol(arguments[next + 1], nullptr, kDecimal));
         next += 2;
     }
-    // The address, and behind it whole pairs.
+    // The address, followed by whole pairs.
     if ((argumentCount - next) % 2 == 0) {
         return commandLine;
     }

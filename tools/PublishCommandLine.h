@@ -5,11 +5,11 @@
 
 namespace com_tesk {
 
-/// What the publisher's command line asks for.
+/// The request in the publisher's command line.
 struct PublishCommandLine {
     enum Request {
-        SYNTAX_ERROR,  ///< Nothing else is set.
-        SHOW_VERSION,  ///< Nothing else is set.
+        SYNTAX_ERROR,  ///< No other member is set.
+        SHOW_VERSION,  ///< No other member is set.
         PUBLISH_VALUES
     };
 
@@ -23,7 +23,7 @@ struct PublishCommandLine {
     std::string address;
     std::vector<NamedValue> values;
 
-    /// Reads a command line; prints nothing. Text that is no number counts as 0.
+    /// Parses a command line; prints nothing. Text that is not a number counts as 0.
     static PublishCommandLine parse(int argumentCount, const char* const* arguments);
 };
 

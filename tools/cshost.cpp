@@ -12,7 +12,7 @@
 #include "host/StopSignals.h"
 #include "host/Value.h"
 
-// cshost: the loopback host as a program. Event lines on standard output, everything else on standard error.
+// cshost: the loopback host as a program. Event lines on standard output, all other output on standard error.
 
 namespace {
 
@@ -22,17 +22,17 @@ constexpr std::size_t kMaxVersionTextSize = 128;
 constexpr int kCannotListen = 1;
 
 constexpr const char* kDescription =
-    "A simulation host for the desk: serves clients, stores the values that they publish under "
+    "A simulation host for tests: serves clients, stores the values that they publish under "
     "their names and\n"
-    "sends them on to every client that subscribed to the name. Prints one line per event.";
+    "sends them to every client that has subscribed to the name. Prints one line per event.";
 
 constexpr const char* kFooter =
     "Exit codes:\n"
     "  0          stopped by SIGINT or SIGTERM, every client closed; also after --help\n"
     "  1          the address or the port cannot be used\n"
-    "  100 to 127 the command line was not understood\n";
+    "  100 to 127 the command line is invalid\n";
 
-/// Adds one `NAME=VALUE` to the initial values. @return what is wrong with it, or empty.
+/// Adds one `NAME=VALUE` to the initial values. @return the reason when it is invalid, otherwise an empty text.
 std::string addValue(const std::string& text, com_tesk::HostOptions& options) {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos) {
@@ -51,11 +51,11 @@ std::string addValue(const std::string& text, com_tesk::HostOptions& options) {
 }
 
 void printLine(const com_tesk::HostEvent& event) {
-    std::cout << com_tesk::lineOf(event) << std::endl;  // flushed, so that a pipe shows it at once
+    std::cout << com_tesk::lineOf(event) << std::endl;  // Flushed, so that a reader of a pipe gets it at once.
 }
 
 void serveUntilSignalled(const com_tesk::HostOptions& options) {
-    // Before the host starts, so that no signal comes too early; and until it has stopped.
+    // The signals are caught from before the host starts until it has stopped.
     com_tesk::StopSignals signals;
     com_tesk::LoopbackHost host(options);
     signals.wait();
@@ -64,7 +64,7 @@ void serveUntilSignalled(const com_tesk::HostOptions& options) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): CLI11 throws when the options contradict one another, not what was typed.
+// NOLINTNEXTLINE(bugprone-exception-escape): CLI11 throws for contradictory definitions, not for invalid arguments.
 int main(int argc, char** argv) {
     com_tesk::HostOptions options;
     options.port = kDefaultPort;
@@ -76,7 +76,7 @@ int main(int argc, char** argv) {
     app.add_option("--listen", options.listenAddress, "IPv4 address to listen on; 0.0.0.0 for every interface")
         ->type_name("ADDRESS")
         ->capture_default_str();
-    app.add_option("--port", options.port, "TCP port; 0 lets the system pick one, the first line tells which")
+    app.add_option("--port", options.port, "TCP port; with 0 the system picks one, and the first line names it")
         ->type_name("N")
         ->capture_default_str();
     app.add_option("--version-text", options.versionText, "version text for clients, at most 128 characters")
@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     CLI::Option* const assign =
         app.add_option("--assign-id", assignId,
-                       "simulator id, 0 to 65535, in every version reply, instead of the client's own")
+                       "simulator id, 0 to 65535, in every version reply; by default the client's own")
             ->type_name("N");
     app.add_option_function<std::vector<std::string>>(
            "--set",
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
                    }
                }
            },
-           "a value to begin with: NAME=1.5 a float, NAME=i:3 an integer; may be repeated")
+           "an initial value: NAME=1.5 is a float, NAME=i:3 an integer; may be repeated")
         ->type_name("NAME=VALUE")
         ->expected(1)
         ->take_all();

@@ -1,4 +1,4 @@
-// cspublish: publishes values to a simulation host, and shows how the library is meant to be driven.
+// cspublish: publishes values to a simulation host, and is an example of how to use the library.
 
 #include <unistd.h>
 
@@ -22,7 +22,7 @@ constexpr unsigned int kConnectSeconds = 3;
 constexpr unsigned int kConfirmSeconds = 4;
 constexpr unsigned int kLastAnswerSeconds = 1;
 
-/// A line goes out in one piece, so that it never mixes with the library's own.
+/// Writes a line in one insertion, so that it never mixes with lines of the library.
 void printLine(std::ostream& stream, const std::ostringstream& line) {
     stream << line.str() + '\n' << std::flush;
 }
@@ -33,11 +33,11 @@ bool connect(SimClient& client, const std::string& address) {
 }
 
 /// Registers one output, waits for its confirmation and publishes its value.
-/// @return false when it did not work out, and a line has said so.
+/// @return false when this failed. A printed line then says why.
 bool publish(SimClient& client, const PublishCommandLine::NamedValue& namedValue) {
     std::ostringstream line;
 
-    // A refused registration is not looked at here: nothing is pending then, and publishing is refused in turn.
+    // The result of the registration is not needed: without a pending output, publishing below fails and reports it.
     client.registerOutputParameter({namedValue.name, CSClient::TYPE_FLOAT});
     if (!client.waitForOutputsToBeRegistered(kConfirmSeconds)) {
         line << "No response from server to registration for " << namedValue.name << ". Leaving now.";
@@ -74,8 +74,8 @@ int run(const PublishCommandLine& commandLine) {
         }
     }
 
-    // Deliberately a success, stopped early or not: what was published is published, and the host is left in order.
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): needs no alarm signal on Linux, so any thread may call it.
+    // Exit with success also after an early stop: earlier values stay published, and the host is left in order.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): uses no alarm signal on Linux, so any thread may call it.
     sleep(kLastAnswerSeconds);
     client.unregisterAllOutputParameters();
     client.close();

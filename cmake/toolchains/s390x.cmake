@@ -1,5 +1,5 @@
-# A big-endian machine, by Debian's cross compiler (g++-s390x-linux-gnu): shows that no byte order of the machine gets
-# into a message. What is built runs here under qemu-s390x (qemu-user).
+# A big-endian machine, by Debian's cross compiler (g++-s390x-linux-gnu). It shows that messages do not depend on the
+# machine's byte order. The programs run on the build machine under qemu-s390x (qemu-user).
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR s390x)
 set(CMAKE_C_COMPILER s390x-linux-gnu-gcc)

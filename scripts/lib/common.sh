@@ -1,4 +1,4 @@
-# Functions that several scripts share. A script sources this file with the project's folder as the working directory.
+# Functions that several scripts share. A script sources this file with the project's directory as the working directory.
 # shellcheck shell=bash
 
 # The Debian packages that a build with tests needs.
@@ -11,8 +11,8 @@ syntax() {
     exit 1
 }
 
-# choose BEFORE CHOICES ARGUMENT...: sets `chosen` to the arguments, or to all choices when there are none. An argument that is not
-# a choice ends the script. BEFORE names the arguments that precede the choices, for the message.
+# choose BEFORE CHOICES ARGUMENT...: sets `chosen` to the arguments, or to all choices when there are none. An invalid argument ends
+# the script. BEFORE names the arguments that precede the choices, for the message.
 choose() {
     local before=$1 choices=$2 one
     shift 2
@@ -23,8 +23,8 @@ choose() {
     done
 }
 
-# build_suite NAME PRESET...: builds the presets. build/NAME/ then has the tests of all of them, so that one CTest run gives one
-# summary.
+# build_suite NAME PRESET...: builds the presets. build/NAME/ then contains the tests of all presets, so that one CTest run gives
+# one summary.
 build_suite() {
     local suite=build/$1 preset
     shift
@@ -37,15 +37,15 @@ build_suite() {
     done
 }
 
-# run_suite NAME OPTION...: runs the tests in build/NAME/, with further options of CTest. Most tests wait for the system's
-# whole-second sleeps, so many run side by side on each core.
+# run_suite NAME OPTION...: runs the tests in build/NAME/, with these options of CTest. Each core runs many tests in parallel,
+# because most tests wait for the system's whole-second sleeps.
 run_suite() {
     local suite=build/$1
     shift
     ctest --test-dir "$suite" --output-on-failure --no-tests=error --parallel $((8 * $(nproc))) "$@"
 }
 
-# await_fewer_jobs COUNT: waits until fewer than COUNT jobs of this shell run. Fails with the first job that it sees fail.
+# await_fewer_jobs COUNT: waits until fewer than COUNT jobs of this shell run. Fails when a job that it waits for fails.
 await_fewer_jobs() {
     while [ "$(jobs -rp | wc -l)" -ge "$1" ]; do
         wait -n

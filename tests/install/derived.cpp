@@ -1,5 +1,5 @@
-// What somebody writes who has a transport or a protocol of their own: derives from every class that is meant for it, with
-// installed headers and the shared library. Exits 0 when what is derived does its work.
+// An application with its own transport and protocol. It derives from every class that is meant for this, with the
+// installed headers and the shared library. Exits 0 when the derived classes work.
 
 #include <client/CSClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
@@ -35,7 +35,7 @@ class OwnProtocol : public CSClientProtocol {
         ++published;
         return 0;
     }
-    /// What a handler of received messages does.
+    /// Confirms an output, as a handler of received messages does.
     bool confirm(const std::string& name, unsigned int id) { return confirmOutputParameter(name, id); }
     int published = 0;
 };
@@ -62,7 +62,7 @@ int main() {
     auto* const transport = new CountingTransport;
     RawMessage message(RawMessage::DATA);
     message.write(1U);
-    const bool isRefused = transport->writeMessage(message) < 0 && transport->writes == 1;  // Nobody is connected.
+    const bool isRefused = transport->writeMessage(message) < 0 && transport->writes == 1;  // There is no connection.
     const bool isTaken = client.changeCommsInterface(transport);
     const bool isPublished = client.registerOutputParameter({"one", CSClient::TYPE_INT}) == 0 &&
                              client.publishParameter({"one", {1.0F}, CSClient::TYPE_INT}) == 0 &&

@@ -13,8 +13,8 @@
 namespace com_tesk {
 namespace test {
 
-/// A port of 127.0.0.1 that swallows what is sent to it: a listener whose queue is full and that nobody serves. The
-/// system drops further attempts to connect without an answer.
+/// A port of 127.0.0.1 that never answers: a listener that accepts no connection and whose queue is full. The system
+/// drops further attempts to connect without an answer.
 class BlackHole {
   public:
     BlackHole() {
@@ -28,7 +28,7 @@ class BlackHole {
         }
         for (int filled = 0; filled < 16; ++filled) {
             const int filler = newSocket(SOCK_NONBLOCK);
-            // Whether it has connected, the wait tells.
+            // The poll below finds out whether it has connected.
             static_cast<void>(connect(filler, reinterpret_cast<const sockaddr*>(&address), sizeof address));
             pollfd waiting{filler, POLLOUT, 0};
             if (poll(&waiting, 1, 100) == 0) {
@@ -45,7 +45,7 @@ class BlackHole {
         }
     }
 
-    /// 127.0.0.1 in network order.
+    /// Returns 127.0.0.1 in network order.
     static unsigned int host() { return htonl(INADDR_LOOPBACK); }
     unsigned int port() const { return ntohs(address.sin_port); }
 

@@ -11,17 +11,18 @@ namespace test {
 
 namespace {
 
-/// What the buffers of a fresh loopback connection hold for certain.
+/// The number of bytes that the buffers of a new loopback connection always have space for.
 constexpr std::size_t kFitsSocketBuffers = 32U << 10U;
 
 class BufferedCarrier : public Carrier {
   private:
-    /// A thread only for what the socket buffers may not hold.
+    /// Uses a thread only for bytes that may not fit into the socket buffers.
     static std::launch policyFor(std::size_t size) {
         return size <= kFitsSocketBuffers ? std::launch::deferred : std::launch::async;
     }
 
-    /// Whoever runs out of memory meanwhile leaves bytes behind: what comes next goes over a new connection.
+    /// Runs an operation over the connection. An operation that fails, for example without memory, may leave bytes in
+    /// the connection. The next operation then uses a new connection.
     template <typename Operation>
     auto overUsableConnection(const Operation& operation) {
         connect();
@@ -70,7 +71,7 @@ class BufferedCarrier : public Carrier {
             return;
         }
         disconnect();
-        // A listener of its own for each connection, so that none is taken for another.
+        // Each connection has a separate listener, so that connections cannot be confused.
         host = std::make_unique<ScriptedHost>();
         transport = std::make_unique<CSCommsInterfaceTCPBuffered>(CSCommsInterfaceTCPBuffered::Options());
         if (!transport->openConnection(ScriptedHost::address(), host->port())) {
@@ -83,7 +84,7 @@ class BufferedCarrier : public Carrier {
         isUsable = true;
     }
 
-    /// With a reset, so that no port is kept waiting.
+    /// Closes with a reset, so that no port stays in TIME_WAIT.
     void disconnect() {
         if (peer) {
             peer->reset();

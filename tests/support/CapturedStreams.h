@@ -9,8 +9,8 @@
 namespace com_tesk {
 namespace test {
 
-/// What std::cout and std::cerr are given, from construction to destruction. Create it before the first thread that
-/// prints and destroy it after the last. Any thread may ask.
+/// Captures the text written to std::cout and std::cerr, from construction to destruction. Create it before the first
+/// thread that prints, and destroy it after the last one. Any thread may read the text.
 class CapturedStreams {
   public:
     CapturedStreams();
@@ -29,7 +29,8 @@ class CapturedStreams {
         return errBuffer.waitFor(part, bound);
     }
 
-    /// How many insertions the stream got: a line that is composed first and written at once counts as one.
+    /// Returns how many insertions the stream received. A line that is composed first and written at once counts as
+    /// one.
     int outInsertions() const { return outBuffer.insertions(); }
     int errInsertions() const { return errBuffer.insertions(); }
 

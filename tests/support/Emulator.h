@@ -8,13 +8,13 @@
 namespace com_tesk {
 namespace test {
 
-/// Whether the tests are built for another machine and run under an emulator. What the system tells of the process is then
-/// told of the emulator: its threads, descriptors and memory are counted in.
+/// True when the tests are built for another machine and run under an emulator. The process is then the emulator's: the
+/// system counts the emulator's threads, descriptors and memory too.
 bool isEmulated();
 
-/// Starts a program of this build as a process, through the emulator that runs the tests when they are built for another
-/// machine: the system would refuse such a program.
-/// @param ownName  what the program is told to be called.
+/// Starts a program of this build as a process. When the tests are built for another machine, it starts the emulator
+/// with the program, because the system would refuse the program.
+/// @param ownName  the name that the program gets as its argument 0.
 /// @throws std::system_error
 pid_t startProgram(const std::string& path, const std::string& ownName, const std::vector<std::string>& arguments,
                    int standardOutput, int standardError);

@@ -17,16 +17,16 @@
 namespace com_tesk {
 namespace test {
 
-/// A transport without a socket: reads give what the test has queued, writes are written down. Connecting succeeds
-/// unless the test says otherwise. Any thread.
+/// A transport without a socket. Reads return the results that the test has queued. Writes are recorded. Connecting
+/// succeeds unless the test sets `onOpen`. Any thread.
 ///
-/// In the programs over the buffered transport what is read whole and what is written really goes through one, over a
-/// connection of its own: see `newCarrier`. Short counts, errors and time-outs stay as the test has scripted them.
+/// In the test programs of the buffered transport, whole reads and writes go through such a transport over a real
+/// connection: see `newCarrier`. Short counts, errors and time-outs stay as the test has queued them.
 class FakeTransport : public CSCommsInterfaceTCP {
   public:
     FakeTransport() : CSCommsInterfaceTCP(Options()) {}
 
-    /// One result of `readMessage`: `bytes` appended as they are, then `result` returned with `error` in errno.
+    /// One result of `readMessage`: it appends `hexBytes` unchanged, sets errno to `error` and returns `result`.
     struct Read {
         int result;
         std::string hexBytes;
@@ -38,14 +38,14 @@ class FakeTransport : public CSCommsInterfaceTCP {
         reads.push_back({result, hexBytes, error});
     }
 
-    /// Queues a whole data frame around a body: a read for the header and one for the body.
+    /// Queues a whole data frame with this body: one read for the header and one for the body.
     void queueFrame(const std::string& bodyHex) {
         const Bytes frame = hex(hexFrame(bodyHex));
         queueRead(32, hexText(Bytes(frame.begin(), frame.begin() + 32)));
         queueRead(static_cast<int>(frame.size()) - 32, bodyHex);
     }
 
-    /// The next writes return this instead of the number of bytes; the bytes are not written down.
+    /// Makes the next `times` writes return `result` instead of the number of bytes. Their bytes are not recorded.
     void failWrites(int result, int error, int times = 1) {
         const std::lock_guard<std::mutex> lock(mutex);
         for (int i = 0; i < times; ++i) {
@@ -53,19 +53,19 @@ class FakeTransport : public CSCommsInterfaceTCP {
         }
     }
 
-    /// Called in every write, before its result is decided, with no lock held.
+    /// Called in every write, before its result is chosen. No lock is held.
     std::function<void()> onWrite;
 
-    /// Called in every connect; its result is the connect's.
+    /// Called for every attempt to connect, which returns its result.
     std::function<bool()> onOpen;
 
-    /// The hex text of each frame written.
+    /// Returns the hex text of each frame written.
     std::vector<std::string> written() const {
         const std::lock_guard<std::mutex> lock(mutex);
         return frames;
     }
 
-    /// The type of the message object of each frame written.
+    /// Returns the message type of each frame written.
     std::vector<RawMessage::Type> writtenTypes() const {
         const std::lock_guard<std::mutex> lock(mutex);
         return types;
@@ -76,7 +76,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
         return closes;
     }
 
-    /// The counts that reads have asked for.
+    /// Returns the requested count of each read.
     std::vector<unsigned int> readCounts() const {
         const std::lock_guard<std::mutex> lock(mutex);
         return counts;
@@ -88,7 +88,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
         std::unique_lock<std::mutex> lock(mutex);
         counts.push_back(count);
         if (reads.empty()) {
-            // As a quiet host: the receive time-out, but a short one.
+            // Behaves like a silent host: the read times out, after a short time.
             arrived.wait_for(lock, std::chrono::milliseconds(20));
             message.resize(message.size() + count);
             errno = EAGAIN;

@@ -11,7 +11,7 @@
 
 namespace com_tesk {
 
-/// Reaches the private members of an engine's parts.
+/// Gives tests access to the private members of an engine's parts.
 class PartAccess {
   public:
     static auto& state(ConnectionState& connection) { return connection.state; }
@@ -57,12 +57,12 @@ class PartAccess {
 
 namespace test {
 
-/// An engine whose parts a test can look at and change.
+/// An engine whose parts a test can read and change.
 class OpenEngine : public SimulatorProtocol {
   public:
     using SimulatorProtocol::SimulatorProtocol;
 
-    /// Sets the state without any of what a change of state does.
+    /// Sets the state only: no callback runs, and nothing else of a state change happens.
     void pretendState(CSClient::State pretended) { PartAccess::state(engineParts().connection) = pretended; }
 
     /// Sets the address of the host as if the engine had been opened with it.
@@ -71,12 +71,12 @@ class OpenEngine : public SimulatorProtocol {
         PartAccess::serverPort(engineParts().connection) = port;
     }
 
-    /// A real change of state, under the lock that it needs.
+    /// Changes the state as the engine does, under the lock that this needs.
     void changeState(CSClient::State newState) {
         underConnectionLock([this, newState] { setState(newState); });
     }
 
-    /// What opening does before it starts the worker.
+    /// Does what opening does before it starts the worker.
     void beginConnecting(unsigned int address = 0, unsigned int port = 0) {
         underConnectionLock([=] {
             PartAccess::isCloseRequested(engineParts().connection) = false;
@@ -91,15 +91,15 @@ class OpenEngine : public SimulatorProtocol {
         engineParts().connection.underLock(step);
     }
 
-    /// Waits until a change of state in progress is complete; false when the time is up before.
+    /// Waits until a change of state in progress is complete. Returns false on a time-out.
     bool waitForStateChange(std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
         return engineParts().connection.underLockWithin(timeout, [] {});
     }
 
-    /// As the worker does it.
+    /// Runs one iteration of the worker's loop.
     bool runOnce() { return engineParts().runOnce(); }
 
-    /// Pauses between two attempts to connect take no time from now on.
+    /// Makes the pauses between attempts to connect end at once from now on.
     void skipPauses() { PartAccess::retryPause(engineParts().connection).interrupt(); }
 
     /// Where `connectionMutex` is.
@@ -122,7 +122,7 @@ class OpenEngine : public SimulatorProtocol {
     CSMutex& parameterMutex() const { return engineParts().tables.mutex(); }
 
     /// @name The four tables
-    /// For one thread, or with `parameterMutex` held.
+    /// Only while no other thread runs, or with `parameterMutex` held.
     /// @{
     using Inputs = std::map<std::string_view, InputParameterEntry*>;
     using Outputs = std::map<std::string_view, OutputParameterEntry*>;

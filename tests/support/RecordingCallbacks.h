@@ -13,7 +13,7 @@
 namespace com_tesk {
 namespace test {
 
-/// Writes down every callback as a line, for example "state 0->1", "inputs confirmed A B", "outputs confirmed",
+/// Records every callback as a line, for example "state 0->1", "inputs confirmed A B", "outputs confirmed",
 /// "updated A=int:-2 B=float:1.5". Any thread.
 class RecordingCallbacks : public CSClient::CallbackIface {
   public:
@@ -63,7 +63,7 @@ class RecordingCallbacks : public CSClient::CallbackIface {
         return recorded;
     }
 
-    /// The state changes alone, for example "0->1 1->2 2->4".
+    /// Returns only the state changes, for example "0->1 1->2 2->4".
     std::string states() const {
         std::string text;
         for (const std::string& line : lines()) {

@@ -8,14 +8,14 @@ namespace com_tesk::test {
 #define CSCLIENT_TEST_HAS_FEATURE(feature) 0
 #endif
 
-/// Whether the program is instrumented with the thread sanitizer.
+/// True when the program is instrumented with the thread sanitizer.
 #if defined(__SANITIZE_THREAD__) || CSCLIENT_TEST_HAS_FEATURE(thread_sanitizer)
 constexpr bool kUnderThreadSanitizer = true;
 #else
 constexpr bool kUnderThreadSanitizer = false;
 #endif
 
-/// Whether the program is instrumented with the address or the thread sanitizer.
+/// True when the program is instrumented with the address or the thread sanitizer.
 #if defined(__SANITIZE_ADDRESS__) || CSCLIENT_TEST_HAS_FEATURE(address_sanitizer)
 constexpr bool kUnderSanitizer = true;
 #else

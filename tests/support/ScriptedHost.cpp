@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// Waits until the descriptor has something to read; false when the deadline passes first.
+/// Waits until the descriptor has something to read. Returns false when the deadline passes first.
 bool waitReadable(int descriptor, Clock::time_point deadline) {
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();

@@ -10,8 +10,8 @@
 namespace com_tesk {
 namespace test {
 
-/// A host that does what the test says, byte by byte, over a real socket on 127.0.0.1. It speaks no protocol: the test
-/// accepts, receives, sends and closes. All operations belong to the test's thread and are bounded in time.
+/// A host that the test controls byte by byte, over a real socket on 127.0.0.1. It knows no protocol: the test accepts,
+/// receives, sends and closes. Only the test's thread may use it. All operations are bounded in time.
 class ScriptedHost {
   public:
     static constexpr std::chrono::milliseconds kBound{10'000};
@@ -24,38 +24,40 @@ class ScriptedHost {
         Peer& operator=(const Peer&) = delete;
         ~Peer() { close(); }
 
-        /// Exactly `count` bytes; fewer when the client closes or the bound passes first.
+        /// Returns `count` bytes; fewer when the client closes the connection or the bound passes first.
         Bytes receive(std::size_t count, std::chrono::milliseconds bound = kBound);
 
-        /// The hex text of the next whole frame, found by its own length word; what there was of it when the client
-        /// closes or the bound passes first.
+        /// Returns the hex text of the next whole frame, whose first word gives its length. Returns only the part that
+        /// has arrived when the client closes the connection or the bound passes first.
         std::string receiveFrame(std::chrono::milliseconds bound = kBound);
 
-        /// The hex text of the next frame's body: what follows its 32 bytes of header.
+        /// Returns the hex text of the next frame's body: the bytes after its header of 32 bytes.
         std::string receiveBody(std::chrono::milliseconds bound = kBound);
 
-        /// Whether nothing arrives, and the connection stays, for that long.
+        /// True when nothing arrives for `duration` and the connection stays open.
         bool isQuietFor(std::chrono::milliseconds duration);
 
-        /// Whether the client's side ends the stream, or resets it, before the bound. What arrives before is dropped.
+        /// True when the client closes or resets the connection before the bound. Bytes that arrive earlier are
+        /// dropped.
         bool waitForEnd(std::chrono::milliseconds bound = kBound);
 
         void send(const std::string& hexBytes);
         void send(const Bytes& bytes);
 
-        /// Ends the stream in order.
+        /// Closes the connection in order.
         void close();
 
-        /// Ends the stream in order in this direction; receiving goes on.
+        /// Closes this direction of the connection in order; receiving stays possible.
         void endSending();
 
         /// Ends the connection with a reset.
         void reset();
 
-        /// Shrinks the receive buffer, for a host that does not read: the client's writes block soon.
+        /// Shrinks the receive buffer. When the host does not read, the client's writes then block soon.
         void shrinkReceiveBuffer();
 
-        /// Shrinks the send buffer to some ten kilobytes, for a host whose own writes block soon.
+        /// Shrinks the send buffer to some ten kilobytes. When the client does not read, the host's writes then block
+        /// soon.
         void shrinkSendBuffer();
 
       private:
@@ -68,14 +70,14 @@ class ScriptedHost {
     ScriptedHost& operator=(const ScriptedHost&) = delete;
     ~ScriptedHost();
 
-    /// 127.0.0.1 in network order.
+    /// Returns 127.0.0.1 in network order.
     static unsigned int address();
     unsigned int port() const { return portNumber; }
 
-    /// The next connection, or null when none comes before the bound.
+    /// Returns the next connection; null when none arrives before the bound.
     std::unique_ptr<Peer> accept(std::chrono::milliseconds bound = kBound);
 
-    /// From now on connections are refused.
+    /// Makes the system refuse connections from now on.
     void stopListening();
 
     /// Listens on the same port again.
@@ -86,7 +88,7 @@ class ScriptedHost {
     unsigned int portNumber = 0;
 };
 
-/// A port of 127.0.0.1 on which nobody listens.
+/// Returns a port of 127.0.0.1 without a listener.
 unsigned int refusingPort();
 
 }  // namespace test

@@ -5,8 +5,8 @@
 namespace com_tesk {
 namespace test {
 
-/// The seed of a test that draws random numbers: `CSCLIENT_SEED` when it is set, so that a failure can be repeated,
-/// otherwise a new one each time. Prints it and records it as the test's property `seed`.
+/// Returns the seed of a test that uses random numbers. It is `CSCLIENT_SEED` when that is set, so that a failure can
+/// be repeated, and otherwise a new one. Prints the seed and records it as the test's property `seed`.
 std::uint64_t newSeed();
 
 }  // namespace test

@@ -12,8 +12,8 @@
 namespace com_tesk {
 namespace test {
 
-/// A simulator engine without socket and worker, whose insides a test can look at: its transport is a `FakeTransport`,
-/// and its state is what the test sets.
+/// A simulator engine without a socket and a worker, whose parts a test can read. Its transport is a `FakeTransport`,
+/// and the test sets its state.
 class TestEngine : public OpenEngine {
   public:
     explicit TestEngine(unsigned int id = 1, unsigned int optionFlags = 0) : OpenEngine(id, optionFlags) {
@@ -25,7 +25,7 @@ class TestEngine : public OpenEngine {
     /// Owned by the engine.
     FakeTransport& fakeTransport() { return *fake; }
 
-    /// Hands over a message body, as the worker does.
+    /// Passes a message body to the engine, as the worker does.
     void receive(const std::string& bodyHex) {
         const Bytes bytes = hex(bodyHex);
         RawMessage message(RawMessage::DATA);

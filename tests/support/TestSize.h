@@ -5,12 +5,12 @@
 namespace com_tesk {
 namespace test {
 
-/// Whether the long form of the sweeps and storms is wanted: `CSCLIENT_FULL_SIZE` is set. scripts/soak sets it.
+/// True when sweeps and stress tests run in their long form: `CSCLIENT_FULL_SIZE` is set. scripts/soak sets it.
 inline bool isFullSize() {
     return std::getenv("CSCLIENT_FULL_SIZE") != nullptr;
 }
 
-/// How often a sweep or storm does what it does: `normal` in the suite, `full` in its long form.
+/// Returns how often a sweep or stress test repeats its work: `normal` in the suite, `full` in the long form.
 template <typename Count>
 Count sized(Count normal, Count full) {
     return isFullSize() ? full : normal;

@@ -13,30 +13,30 @@ class CSCommsInterfaceTCP;
 
 namespace test {
 
-/// Takes the bytes of a fake transport over a real one, both ways. Not for two threads at once.
+/// Sends the bytes of a fake transport over a real one, in both directions. Only one thread at a time may use it.
 class Carrier {
   public:
     virtual ~Carrier() = default;
 
-    /// The host sends `bytes`, and the transport reads as many into `message`.
-    /// @return the transport's result.
+    /// Sends `bytes` from the host, and reads as many with the transport into `message`.
+    /// @return the result of the transport.
     virtual int read(const Bytes& bytes, RawMessage& message) = 0;
 
-    /// The transport writes `message`.
-    /// @return what has arrived at the host.
+    /// Writes `message` with the transport.
+    /// @return the bytes that have arrived at the host.
     virtual RawMessage write(const RawMessage& message) = 0;
 };
 
-// Which transport is under test is decided where the program is linked: each of these is defined once for the programs
-// over the standard transport (StandardTransport.cpp) and once for those over the buffered one (BufferedTransport.cpp).
+// Linking selects the transport under test. The two functions below are defined once for the programs of the standard
+// transport (StandardTransport.cpp) and once for those of the buffered transport (BufferedTransport.cpp).
 
-/// Null when fakes are to stay fakes.
+/// Returns a new carrier, or null when fake transports use no real one.
 std::unique_ptr<Carrier> newCarrier();
 
-/// Null when engines are to keep the transport that they come with. Otherwise the caller's to own.
+/// Returns a new transport that the caller owns, or null when engines keep their default transport.
 CSCommsInterfaceTCP* newTransportUnderTest();
 
-/// Gives a closed engine or client the transport under test.
+/// Makes a closed engine or client use the transport under test.
 template <typename EngineOrClient>
 void useTransportUnderTest(EngineOrClient& user) {
     CSCommsInterfaceTCP* const transport = newTransportUnderTest();

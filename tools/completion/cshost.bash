@@ -9,7 +9,7 @@ _cshost() {
             return
             ;;
         --port | --version-text | --protocol-version | --assign-id | --set)
-            return # Numbers and texts are the user's.
+            return # The user types numbers and texts.
             ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W '-h --help --listen --port --version-text --protocol-version --assign-id

@@ -1,4 +1,4 @@
-# Completion of cspublish's command line in bash: its options and the address. Names and values are the user's.
+# Completion of cspublish's command line in bash: its options and the address. The user types names and values.
 
 _cspublish() {
     local word=${COMP_WORDS[COMP_CWORD]}
