@@ -20,7 +20,7 @@ constexpr double kLargestGrowth = 13;
 constexpr double kMaxMilliseconds = 150;
 constexpr unsigned int kMaxRounds = 5;
 
-enum Operation { REGISTER, UNREGISTER, REREGISTER, kOperationCount };
+enum Operation { REGISTER, UNREGISTER, REREGISTER, OPERATIONS };
 const char* const kOperationNames[] = {"register", "unregister", "reregister"};
 
 void waitUntil(const std::function<bool()>& condition) {
@@ -53,7 +53,7 @@ double millisecondsOf(const Call& call) {
 }
 
 struct Times {
-    double byOperation[kOperationCount] = {};
+    double byOperation[OPERATIONS] = {};
 };
 
 Times timesOfOutputs(Engine& engine, unsigned int count) {
@@ -82,15 +82,15 @@ Times timesOfInputs(Engine& engine, unsigned int count) {
 /// The median over `repetitions`, chosen so that every size registers about as many names.
 template <typename Once>
 Times medianTimes(unsigned int repetitions, const Once& once) {
-    std::vector<double> all[kOperationCount];
+    std::vector<double> all[OPERATIONS];
     for (unsigned int i = 0; i < repetitions; ++i) {
         const Times times = once();
-        for (unsigned int operation = 0; operation < kOperationCount; ++operation) {
+        for (unsigned int operation = 0; operation < OPERATIONS; ++operation) {
             all[operation].push_back(times.byOperation[operation]);
         }
     }
     Times medians;
-    for (unsigned int operation = 0; operation < kOperationCount; ++operation) {
+    for (unsigned int operation = 0; operation < OPERATIONS; ++operation) {
         medians.byOperation[operation] = median(all[operation]);
     }
     return medians;
@@ -102,12 +102,12 @@ std::string rowName(unsigned int operation, const char* kind, unsigned int size)
 
 template <typename Measure>
 std::vector<Row> registrations(const char* kind, const Effort& effort, const Measure& measure) {
-    std::vector<double> times[kOperationCount][kSizeCount];
-    std::vector<double> growths[kOperationCount][kSizeCount];
+    std::vector<double> times[OPERATIONS][kSizeCount];
+    std::vector<double> growths[OPERATIONS][kSizeCount];
     const HostProcess host({HostTask::CONFIRM});
     const unsigned int rounds = effort.divisor > 1 ? 3 : std::min(effort.rounds, kMaxRounds);
     for (unsigned int round = 0; round < rounds; ++round) {
-        double before[kOperationCount] = {};
+        double before[OPERATIONS] = {};
         for (unsigned int size = 0; size < kSizeCount; ++size) {
             const unsigned int repetitions = size == 0 ? 9 : size == 1 ? 3 : 1;
             const Times medians = medianTimes(repetitions, [&] {
@@ -117,7 +117,7 @@ std::vector<Row> registrations(const char* kind, const Effort& effort, const Mea
                 Engine engine(host.port());
                 return measure(engine, kSizes[size]);
             });
-            for (unsigned int operation = 0; operation < kOperationCount; ++operation) {
+            for (unsigned int operation = 0; operation < OPERATIONS; ++operation) {
                 const double time = medians.byOperation[operation];
                 times[operation][size].push_back(time);
                 growths[operation][size].push_back(time / before[operation]);
@@ -126,7 +126,7 @@ std::vector<Row> registrations(const char* kind, const Effort& effort, const Mea
         }
     }
     std::vector<Row> rows;
-    for (unsigned int operation = 0; operation < kOperationCount; ++operation) {
+    for (unsigned int operation = 0; operation < OPERATIONS; ++operation) {
         for (unsigned int size = 0; size < kSizeCount; ++size) {
             Row row{rowName(operation, kind, size),
                     std::string(kOperationNames[operation]) + " " + std::to_string(kSizes[size]) + " " + kind, "ms"};
@@ -149,7 +149,7 @@ std::vector<Row> registrations(const char* kind, const Effort& effort, const Mea
 
 std::vector<std::string> rowNames(const char* kind) {
     std::vector<std::string> names;
-    for (unsigned int operation = 0; operation < kOperationCount; ++operation) {
+    for (unsigned int operation = 0; operation < OPERATIONS; ++operation) {
         for (unsigned int size = 0; size < kSizeCount; ++size) {
             names.push_back(rowName(operation, kind, size));
         }

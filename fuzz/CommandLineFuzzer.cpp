@@ -55,15 +55,15 @@ void checkRun(const PublishCommandLine& commandLine, const std::vector<std::stri
     const bool hasId = arguments[1] == "-csid";
     const std::size_t address = hasId ? 3 : 1;
     const auto id = hasId ? static_cast<unsigned int>(std::strtol(arguments[2].c_str(), nullptr, 10)) : 1U;
-    FUZZ_CHECK(commandLine.simulatorId == id);
-    FUZZ_CHECK(commandLine.address == arguments[address]);
-    FUZZ_CHECK(!commandLine.values.empty());
-    FUZZ_CHECK(2 * commandLine.values.size() == arguments.size() - address - 1);
+    CSCLIENT_FUZZ_CHECK(commandLine.simulatorId == id);
+    CSCLIENT_FUZZ_CHECK(commandLine.address == arguments[address]);
+    CSCLIENT_FUZZ_CHECK(!commandLine.values.empty());
+    CSCLIENT_FUZZ_CHECK(2 * commandLine.values.size() == arguments.size() - address - 1);
     for (std::size_t i = 0; i < commandLine.values.size(); ++i) {
         const std::size_t name = address + 1 + 2 * i;
         const auto expected = static_cast<float>(std::strtod(arguments[name + 1].c_str(), nullptr));
-        FUZZ_CHECK(commandLine.values[i].name == arguments[name]);
-        FUZZ_CHECK(hasSameBytes(commandLine.values[i].value, expected));
+        CSCLIENT_FUZZ_CHECK(commandLine.values[i].name == arguments[name]);
+        CSCLIENT_FUZZ_CHECK(hasSameBytes(commandLine.values[i].value, expected));
     }
 }
 
@@ -81,11 +81,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const PublishCommandLine commandLine =
         PublishCommandLine::parse(static_cast<int>(arguments.size()), pointers.data());
 
-    FUZZ_CHECK(commandLine.request == requestOf(arguments));
+    CSCLIENT_FUZZ_CHECK(commandLine.request == requestOf(arguments));
     if (commandLine.request == PublishCommandLine::PUBLISH_VALUES) {
         checkRun(commandLine, arguments);
     } else {
-        FUZZ_CHECK(commandLine.simulatorId == 0 && commandLine.address.empty() && commandLine.values.empty());
+        CSCLIENT_FUZZ_CHECK(commandLine.simulatorId == 0 && commandLine.address.empty() && commandLine.values.empty());
     }
     return 0;
 }

@@ -14,8 +14,7 @@
 #include "host/Requests.h"
 #include "tests/support/OpenEngine.h"
 
-namespace com_tesk {
-namespace fuzz {
+namespace com_tesk::fuzz {
 
 /// Includes the longest valid name, a name that is too long, the empty name, and a name that is cut on the wire.
 inline const std::string kNames[] = {
@@ -52,7 +51,7 @@ class CheckingTransport : public CSCommsInterfaceTCP {
         host::FrameReader reader;
         const Bytes bytes(message.begin(), message.end());
         const std::vector<host::Frame> frames = reader.feed(bytes.data(), bytes.size());
-        FUZZ_CHECK(frames.size() == 1 && !reader.inMidFrame());
+        CSCLIENT_FUZZ_CHECK(frames.size() == 1 && !reader.inMidFrame());
         last = host::parseRequest(frames[0].body);
         std::visit([this](const auto& request) { check(request); }, last);
         return static_cast<int>(message.size());
@@ -64,15 +63,15 @@ class CheckingTransport : public CSCommsInterfaceTCP {
 
   private:
     // NOLINTNEXTLINE(readability-convert-member-functions-to-static): called through `this`, like the other overloads.
-    void check(const host::BadRequest& request) const { FUZZ_CHECK(request.why == "a request"); }
+    void check(const host::BadRequest& request) const { CSCLIENT_FUZZ_CHECK(request.why == "a request"); }
 
     void check(const host::VersionRequest& request) const { checkId(request.simulatorId); }
 
     void check(const host::SubscribeInputs& request) const {
         checkId(request.simulatorId);
         for (const auto& record : request.inputs) {
-            FUZZ_CHECK(record.rate == record.secondRate);
-            FUZZ_CHECK(isAny(model.inputs, [&record](const std::string& name, const TableModel::Input& input) {
+            CSCLIENT_FUZZ_CHECK(record.rate == record.secondRate);
+            CSCLIENT_FUZZ_CHECK(isAny(model.inputs, [&record](const std::string& name, const TableModel::Input& input) {
                 return onWire(name) == record.name && (input.type == CSClient::TYPE_INT) == record.isInteger;
             }));
         }
@@ -81,7 +80,8 @@ class CheckingTransport : public CSCommsInterfaceTCP {
     void check(const host::RegisterOutputs& request) const {
         checkId(request.simulatorId);
         for (const auto& record : request.outputs) {
-            FUZZ_CHECK(isAny(model.outputs, [&record](const std::string& name, const TableModel::Output& output) {
+            CSCLIENT_FUZZ_CHECK(isAny(model.outputs, [&record](const std::string& name,
+                                                               const TableModel::Output& output) {
                 return onWire(name) == record.name && (output.type == CSClient::TYPE_INT) == (record.integerFlag != 0);
             }));
         }
@@ -90,29 +90,31 @@ class CheckingTransport : public CSCommsInterfaceTCP {
     void check(const host::UnsubscribeInputs& request) const {
         checkId(request.simulatorId);
         for (const std::uint32_t id : request.ids) {
-            FUZZ_CHECK(isAny(model.inputs, [id](const std::string&, const auto& input) { return input.id == id; }));
+            CSCLIENT_FUZZ_CHECK(
+                isAny(model.inputs, [id](const std::string&, const auto& input) { return input.id == id; }));
         }
     }
 
     void check(const host::UnregisterOutputs& request) const {
         checkId(request.simulatorId);
         for (const std::uint32_t id : request.ids) {
-            FUZZ_CHECK(isAny(model.outputs, [id](const std::string&, const auto& output) { return output.id == id; }));
+            CSCLIENT_FUZZ_CHECK(
+                isAny(model.outputs, [id](const std::string&, const auto& output) { return output.id == id; }));
         }
     }
 
     void check(const host::Publish& request) const {
         checkId(request.simulatorId);
-        FUZZ_CHECK(request.mode == 0 && !request.values.empty());
+        CSCLIENT_FUZZ_CHECK(request.mode == 0 && !request.values.empty());
         for (const auto& record : request.values) {
-            FUZZ_CHECK(isAny(model.outputs, [&record](const std::string&, const TableModel::Output& output) {
+            CSCLIENT_FUZZ_CHECK(isAny(model.outputs, [&record](const std::string&, const TableModel::Output& output) {
                 return output.id == record.id && static_cast<std::uint32_t>(output.value) == record.bits &&
                        output.published;
             }));
         }
     }
 
-    void checkId(std::uint16_t id) const { FUZZ_CHECK(id == model.simulatorId); }
+    void checkId(std::uint16_t id) const { CSCLIENT_FUZZ_CHECK(id == model.simulatorId); }
 
     template <typename Table, typename Condition>
     static bool isAny(const Table& table, const Condition& condition) {
@@ -151,50 +153,52 @@ class DispatcherEngine : public test::OpenEngine {
 
     /// Compares the tables with the model. It takes no lock, because no other thread runs.
     void checkTables() const {
-        FUZZ_CHECK(inputNamesById() == model.inputIds);
-        FUZZ_CHECK(std::equal(outputsById().begin(), outputsById().end(), model.outputIds.begin(),
-                              model.outputIds.end(),
-                              [](const auto& idAndEntry, std::uint32_t id) { return idAndEntry.first == id; }));
-        FUZZ_CHECK(std::equal(inputsByName().begin(), inputsByName().end(), model.inputs.begin(), model.inputs.end(),
-                              [](const auto& actual, const auto& expected) {
-                                  return actual.first == expected.first && actual.second->name == expected.first &&
-                                         actual.second->type == expected.second.type &&
-                                         actual.second->subscriptionMode == expected.second.mode &&
-                                         actual.second->serverId == expected.second.id;
-                              }));
-        FUZZ_CHECK(std::equal(outputsByName().begin(), outputsByName().end(), model.outputs.begin(),
-                              model.outputs.end(), [](const auto& actual, const auto& expected) {
-                                  return actual.first == expected.first && actual.second->name == expected.first &&
-                                         actual.second->type == expected.second.type &&
-                                         actual.second->serverId == expected.second.id &&
-                                         actual.second->published == expected.second.published &&
-                                         actual.second->value.asInt == expected.second.value;
-                              }));
+        CSCLIENT_FUZZ_CHECK(inputNamesById() == model.inputIds);
+        CSCLIENT_FUZZ_CHECK(
+            std::equal(outputsById().begin(), outputsById().end(), model.outputIds.begin(), model.outputIds.end(),
+                       [](const auto& idAndEntry, std::uint32_t id) { return idAndEntry.first == id; }));
+        CSCLIENT_FUZZ_CHECK(std::equal(inputsByName().begin(), inputsByName().end(), model.inputs.begin(),
+                                       model.inputs.end(), [](const auto& actual, const auto& expected) {
+                                           return actual.first == expected.first &&
+                                                  actual.second->name == expected.first &&
+                                                  actual.second->type == expected.second.type &&
+                                                  actual.second->subscriptionMode == expected.second.mode &&
+                                                  actual.second->serverId == expected.second.id;
+                                       }));
+        CSCLIENT_FUZZ_CHECK(std::equal(outputsByName().begin(), outputsByName().end(), model.outputs.begin(),
+                                       model.outputs.end(), [](const auto& actual, const auto& expected) {
+                                           return actual.first == expected.first &&
+                                                  actual.second->name == expected.first &&
+                                                  actual.second->type == expected.second.type &&
+                                                  actual.second->serverId == expected.second.id &&
+                                                  actual.second->published == expected.second.published &&
+                                                  actual.second->value.asInt == expected.second.value;
+                                       }));
     }
 
     void checkQueries() const {
-        FUZZ_CHECK(getNumberOfInputParameters(false) == model.inputs.size());
-        FUZZ_CHECK(getNumberOfInputParameters(true) == model.inputIds.size());
-        FUZZ_CHECK(getNumberOfOutputParameters(false) == model.outputs.size());
-        FUZZ_CHECK(getNumberOfOutputParameters(true) == model.outputIds.size());
-        FUZZ_CHECK(getSimulatorId() == model.simulatorId);
-        FUZZ_CHECK(getServerVersion() == model.hostVersion);
-        FUZZ_CHECK(getProtocolVersion() == model.protocolVersion);
+        CSCLIENT_FUZZ_CHECK(getNumberOfInputParameters(false) == model.inputs.size());
+        CSCLIENT_FUZZ_CHECK(getNumberOfInputParameters(true) == model.inputIds.size());
+        CSCLIENT_FUZZ_CHECK(getNumberOfOutputParameters(false) == model.outputs.size());
+        CSCLIENT_FUZZ_CHECK(getNumberOfOutputParameters(true) == model.outputIds.size());
+        CSCLIENT_FUZZ_CHECK(getSimulatorId() == model.simulatorId);
+        CSCLIENT_FUZZ_CHECK(getServerVersion() == model.hostVersion);
+        CSCLIENT_FUZZ_CHECK(getProtocolVersion() == model.protocolVersion);
         for (const std::string& name : kNames) {
             const auto input = model.inputs.find(name);
             const auto output = model.outputs.find(name);
-            FUZZ_CHECK(hasInputParameter(name, false) == (input != model.inputs.end()));
-            FUZZ_CHECK(hasInputParameter(name, true) ==
-                       (input != model.inputs.end() && input->second.id != kUnassignedId));
-            FUZZ_CHECK(hasOutputParameter(name, true) ==
-                       (output != model.outputs.end() && output->second.id != kUnassignedId));
+            CSCLIENT_FUZZ_CHECK(hasInputParameter(name, false) == (input != model.inputs.end()));
+            CSCLIENT_FUZZ_CHECK(hasInputParameter(name, true) ==
+                                (input != model.inputs.end() && input->second.id != kUnassignedId));
+            CSCLIENT_FUZZ_CHECK(hasOutputParameter(name, true) ==
+                                (output != model.outputs.end() && output->second.id != kUnassignedId));
             CSClient::Parameter parameter;
-            FUZZ_CHECK(findPublishedParameter(name, parameter) == (output != model.outputs.end()));
-            FUZZ_CHECK(output == model.outputs.end() || parameter.value.asInt == output->second.value);
+            CSCLIENT_FUZZ_CHECK(findPublishedParameter(name, parameter) == (output != model.outputs.end()));
+            CSCLIENT_FUZZ_CHECK(output == model.outputs.end() || parameter.value.asInt == output->second.value);
         }
         std::vector<CSClient::Parameter> all;
         getAllPublishedParameters(all);
-        FUZZ_CHECK(all.size() == model.outputs.size());
+        CSCLIENT_FUZZ_CHECK(all.size() == model.outputs.size());
     }
 
   private:
@@ -202,5 +206,4 @@ class DispatcherEngine : public test::OpenEngine {
     CheckingTransport* checking;
 };
 
-}  // namespace fuzz
-}  // namespace com_tesk
+}  // namespace com_tesk::fuzz

@@ -32,7 +32,7 @@ using com_tesk::fuzz::TableModel;
 namespace {
 
 /// Printing is off because the line about a new simulator id is printed in silent mode too.
-const bool isOutputOff = [] {
+const bool kIsOutputOff = [] {
     std::cout.rdbuf(nullptr);
     return true;
 }();
@@ -71,9 +71,9 @@ class Session {
         RawMessage message(RawMessage::DATA);
         message.insert(message.end(), body.begin(), body.end());
         engine.handleReceivedMessage(message);
-        FUZZ_CHECK(inputCalls == (answer.inputs ? interfaces : 0));
-        FUZZ_CHECK(valueCalls == (answer.values ? interfaces : 0));
-        FUZZ_CHECK(outputCalls == (answer.outputs ? interfaces : 0));
+        CSCLIENT_FUZZ_CHECK(inputCalls == (answer.inputs ? interfaces : 0));
+        CSCLIENT_FUZZ_CHECK(valueCalls == (answer.values ? interfaces : 0));
+        CSCLIENT_FUZZ_CHECK(outputCalls == (answer.outputs ? interfaces : 0));
         if (engine.getState() == CSClient::STATE_READY) {
             checkLastRequest();
         }
@@ -99,7 +99,7 @@ class Session {
         explicit Callbacks(Session& calledSession) : session(calledSession) {}
 
         void connectionStateChanged(CSClient::State /*oldState*/, CSClient::State /*newState*/) override {
-            FUZZ_CHECK(session.engine.holdsConnectionMutex() && !session.engine.holdsOtherLock());
+            CSCLIENT_FUZZ_CHECK(session.engine.holdsConnectionMutex() && !session.engine.holdsOtherLock());
             session.actNext();
         }
         void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
@@ -109,7 +109,7 @@ class Session {
             session.checkCall(session.answer.outputs, outputs, session.outputCalls);
         }
         void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
-            FUZZ_CHECK(session.inputCalls == session.valueCalls);
+            CSCLIENT_FUZZ_CHECK(session.inputCalls == session.valueCalls);
             session.checkCall(session.answer.inputs, inputs, session.inputCalls);
         }
 
@@ -120,10 +120,10 @@ class Session {
     template <typename Record>
     void checkCall(const std::optional<std::vector<Record>>& expected, const std::vector<Record>& actual,
                    unsigned int& calls) {
-        FUZZ_CHECK(!engine.holdsAnyLock());
-        FUZZ_CHECK(expected.has_value());
-        FUZZ_CHECK(std::equal(actual.begin(), actual.end(), expected->begin(), expected->end(),
-                              [](const Record& a, const Record& b) { return isSame(a, b); }));
+        CSCLIENT_FUZZ_CHECK(!engine.holdsAnyLock());
+        CSCLIENT_FUZZ_CHECK(expected.has_value());
+        CSCLIENT_FUZZ_CHECK(std::equal(actual.begin(), actual.end(), expected->begin(), expected->end(),
+                                       [](const Record& a, const Record& b) { return isSame(a, b); }));
         ++calls;
         actNext();
     }
@@ -140,21 +140,22 @@ class Session {
         const host::Request& last = engine.transportToCheck().last;
         if (!expected.empty()) {
             const auto* const publish = std::get_if<host::Publish>(&last);
-            FUZZ_CHECK(publish != nullptr &&
-                       std::equal(publish->values.begin(), publish->values.end(), expected.begin(), expected.end(),
-                                  [](const host::Publish::Record& a, std::uint32_t id) { return a.id == id; }));
+            CSCLIENT_FUZZ_CHECK(
+                publish != nullptr &&
+                std::equal(publish->values.begin(), publish->values.end(), expected.begin(), expected.end(),
+                           [](const host::Publish::Record& a, std::uint32_t id) { return a.id == id; }));
         }
         if (answer.isNewId && !model.outputs.empty()) {
             const auto* const outputs = std::get_if<host::RegisterOutputs>(&last);
-            FUZZ_CHECK(outputs != nullptr && outputs->outputs.size() == model.outputs.size());
+            CSCLIENT_FUZZ_CHECK(outputs != nullptr && outputs->outputs.size() == model.outputs.size());
         } else if (answer.isNewId && !model.inputs.empty()) {
             const auto* const inputs = std::get_if<host::SubscribeInputs>(&last);
-            FUZZ_CHECK(inputs != nullptr && inputs->inputs.size() == model.inputs.size());
+            CSCLIENT_FUZZ_CHECK(inputs != nullptr && inputs->inputs.size() == model.inputs.size());
         }
     }
 
     void check() const {
-        FUZZ_CHECK(!engine.holdsAnyLock());
+        CSCLIENT_FUZZ_CHECK(!engine.holdsAnyLock());
         engine.checkTables();
     }
 
@@ -224,7 +225,7 @@ class Session {
             case 11: {
                 const unsigned int id = names << 12U | names;
                 const int result = engine.setSimulatorId(id);
-                FUZZ_CHECK(result == (id < 32768 ? 0 : 3));
+                CSCLIENT_FUZZ_CHECK(result == (id < 32768 ? 0 : 3));
                 model.simulatorId = result == 0 ? id : model.simulatorId;
                 break;
             }
@@ -258,7 +259,7 @@ class Session {
         const unsigned int failuresBefore = engine.transportToCheck().failures;
         const int result = operation();
         const bool hasFailed = engine.transportToCheck().failures != failuresBefore;
-        FUZZ_CHECK(result == (isRefused ? 3 : hasFailed ? 2 : 0));
+        CSCLIENT_FUZZ_CHECK(result == (isRefused ? 3 : hasFailed ? 2 : 0));
         return result;
     }
 
@@ -353,5 +354,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             session.receive(input.bytes(std::size_t{high} << 8U | low));
         }
     }
-    return isOutputOff ? 0 : -1;
+    return kIsOutputOff ? 0 : -1;
 }

@@ -102,7 +102,7 @@ class FrameEngine : public com_tesk::test::OpenEngine {
     }
 
     void handleReceivedMessage(const RawMessage& message) override {
-        FUZZ_CHECK(!holdsAnyLock());
+        CSCLIENT_FUZZ_CHECK(!holdsAnyLock());
         bodies.push_back(message);
     }
 
@@ -140,35 +140,35 @@ Bytes assembled(const std::vector<Read>& reads) {
 
 void checkDelivery(const RawMessage& message, const std::vector<Read>& reads, std::size_t bodyLength) {
     const Bytes expected = assembled(reads);
-    FUZZ_CHECK(message.getType() == typeOf(com_tesk::fuzz::wordAt(reads[0].given, 8)));
-    FUZZ_CHECK(reads.size() > 2 || message.size() == bodyLength);
-    FUZZ_CHECK(std::equal(message.begin(), message.end(), expected.begin(), expected.end(),
-                          [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; }));
+    CSCLIENT_FUZZ_CHECK(message.getType() == typeOf(com_tesk::fuzz::wordAt(reads[0].given, 8)));
+    CSCLIENT_FUZZ_CHECK(reads.size() > 2 || message.size() == bodyLength);
+    CSCLIENT_FUZZ_CHECK(std::equal(message.begin(), message.end(), expected.begin(), expected.end(),
+                                   [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; }));
 }
 
 /// Checks one call of the engine's `receiveMessage`, by the reads that it made.
 void checkTurn(const FrameEngine& engine) {
     const std::vector<Read>& reads = engine.split->reads;
-    FUZZ_CHECK(!engine.holdsAnyLock());
-    FUZZ_CHECK(!reads.empty() && reads[0].asked == kHeaderLength && reads[0].sizeBefore == 0);
+    CSCLIENT_FUZZ_CHECK(!engine.holdsAnyLock());
+    CSCLIENT_FUZZ_CHECK(!reads.empty() && reads[0].asked == kHeaderLength && reads[0].sizeBefore == 0);
     if (!isGoodHeader(reads[0])) {
         const bool isQuiet = reads[0].result == -2;
-        FUZZ_CHECK(reads.size() == 1 && engine.bodies.empty());
-        FUZZ_CHECK(engine.getState() == (isQuiet ? CSClient::STATE_READY : CSClient::STATE_DISCONNECTING));
+        CSCLIENT_FUZZ_CHECK(reads.size() == 1 && engine.bodies.empty());
+        CSCLIENT_FUZZ_CHECK(engine.getState() == (isQuiet ? CSClient::STATE_READY : CSClient::STATE_DISCONNECTING));
         return;
     }
     const std::size_t bodyLength = com_tesk::fuzz::wordAt(reads[0].given, 0) - kHeaderLength;
     std::size_t received = 0;
     bool hasFailed = false;
     for (std::size_t i = 1; i < reads.size(); ++i) {
-        FUZZ_CHECK(!hasFailed && reads[i].asked == bodyLength - received);
+        CSCLIENT_FUZZ_CHECK(!hasFailed && reads[i].asked == bodyLength - received);
         received += reads[i].given.size();
         hasFailed = reads[i].threw || reads[i].result == 0 || reads[i].result == -1;
     }
     const bool isWhole = received == bodyLength;
-    FUZZ_CHECK(isWhole != hasFailed);
-    FUZZ_CHECK(engine.bodies.size() == (isWhole ? 1U : 0U));
-    FUZZ_CHECK(engine.getState() == (isWhole ? CSClient::STATE_READY : CSClient::STATE_DISCONNECTING));
+    CSCLIENT_FUZZ_CHECK(isWhole != hasFailed);
+    CSCLIENT_FUZZ_CHECK(engine.bodies.size() == (isWhole ? 1U : 0U));
+    CSCLIENT_FUZZ_CHECK(engine.getState() == (isWhole ? CSClient::STATE_READY : CSClient::STATE_DISCONNECTING));
     if (isWhole) {
         checkDelivery(engine.bodies[0], reads, bodyLength);
     }
@@ -179,7 +179,7 @@ void checkTurn(const FrameEngine& engine) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     FrameEngine engine(input);
-    FUZZ_CHECK(engine.getState() == CSClient::STATE_READY);
+    CSCLIENT_FUZZ_CHECK(engine.getState() == CSClient::STATE_READY);
     while (engine.getState() == CSClient::STATE_READY) {
         engine.split->reads.clear();
         engine.bodies.clear();

@@ -10,13 +10,12 @@
 /// Runs one input. The fuzzing engine or ReplayMain.cpp calls it. Every target defines it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-namespace com_tesk {
-namespace fuzz {
+namespace com_tesk::fuzz {
 
 using Bytes = std::vector<std::uint8_t>;
 
 /// Aborts the process when `condition` is false. It must be true for every input.
-#define FUZZ_CHECK(condition) ((condition) ? void() : com_tesk::fuzz::fail(#condition, __FILE__, __LINE__))
+#define CSCLIENT_FUZZ_CHECK(condition) ((condition) ? void() : com_tesk::fuzz::fail(#condition, __FILE__, __LINE__))
 
 [[noreturn]] inline void fail(const char* condition, const char* file, int line) {
     std::fprintf(stderr, "%s:%d: check failed: %s\n", file, line, condition);
@@ -75,5 +74,4 @@ std::uint32_t wordAt(const ByteVector& bytes, std::size_t offset) {
     return value;
 }
 
-}  // namespace fuzz
-}  // namespace com_tesk
+}  // namespace com_tesk::fuzz

@@ -24,20 +24,20 @@ constexpr std::size_t kHeaderLength = 32;
 class CheckingOutlet : public HostOutlet {
   public:
     void send(ClientNumber client, com_tesk::host::Bytes frame) override {
-        FUZZ_CHECK(client == 1 || client == 2);
+        CSCLIENT_FUZZ_CHECK(client == 1 || client == 2);
         FrameReader reader;
         const std::vector<Frame> frames = reader.feed(frame.data(), frame.size());
-        FUZZ_CHECK(frames.size() == 1 && !reader.inMidFrame() && reader.error().empty());
+        CSCLIENT_FUZZ_CHECK(frames.size() == 1 && !reader.inMidFrame() && reader.error().empty());
         const com_tesk::host::Bytes& body = frames[0].body;
-        FUZZ_CHECK(body.size() >= 24 || (body.size() == 20 && body[11] != 3));
-        FUZZ_CHECK(com_tesk::fuzz::wordAt(body, 4) == body.size());
-        FUZZ_CHECK(body.size() == expectedSize(body));
+        CSCLIENT_FUZZ_CHECK(body.size() >= 24 || (body.size() == 20 && body[11] != 3));
+        CSCLIENT_FUZZ_CHECK(com_tesk::fuzz::wordAt(body, 4) == body.size());
+        CSCLIENT_FUZZ_CHECK(body.size() == expectedSize(body));
     }
 
     void report(HostEvent event) override {
         const std::string line = describe(event);
-        FUZZ_CHECK(!line.empty());
-        FUZZ_CHECK(std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; }));
+        CSCLIENT_FUZZ_CHECK(!line.empty());
+        CSCLIENT_FUZZ_CHECK(std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; }));
     }
 
   private:
@@ -100,7 +100,7 @@ std::vector<Frame> readInPieces(FrameReader& reader, const Bytes& pieces, const 
 void checkState(const SharedState& state) {
     state.read([](const HostState& s) {
         for (const auto& nameAndClients : s.subscribers) {
-            FUZZ_CHECK(!nameAndClients.second.empty() && nameAndClients.second.size() <= 2);
+            CSCLIENT_FUZZ_CHECK(!nameAndClients.second.empty() && nameAndClients.second.size() <= 2);
         }
         return 0;
     });
@@ -123,8 +123,8 @@ void serve(const std::vector<Frame>& frames) {
     checkState(state);
     core.removeClient(2);
     state.read([](const HostState& s) {
-        FUZZ_CHECK(s.clients == 0 && s.subscribers.empty());
-        FUZZ_CHECK(s.values.at("ALT") == HostValue::integer(-2));
+        CSCLIENT_FUZZ_CHECK(s.clients == 0 && s.subscribers.empty());
+        CSCLIENT_FUZZ_CHECK(s.values.at("ALT") == HostValue::integer(-2));
         return 0;
     });
 }
@@ -142,10 +142,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FrameReader reader;
     const std::vector<Frame> frames = readInPieces(reader, pieces, stream);
 
-    FUZZ_CHECK(reader.error().empty() != isLost);
-    FUZZ_CHECK(reader.inMidFrame() == isCut);
-    FUZZ_CHECK(std::equal(frames.begin(), frames.end(), expected.begin(), expected.end(),
-                          [](const Frame& a, const Frame& b) { return a.kind == b.kind && a.body == b.body; }));
+    CSCLIENT_FUZZ_CHECK(reader.error().empty() != isLost);
+    CSCLIENT_FUZZ_CHECK(reader.inMidFrame() == isCut);
+    CSCLIENT_FUZZ_CHECK(
+        std::equal(frames.begin(), frames.end(), expected.begin(), expected.end(),
+                   [](const Frame& a, const Frame& b) { return a.kind == b.kind && a.body == b.body; }));
     serve(frames);
     return 0;
 }

@@ -75,19 +75,19 @@ std::uint32_t index(Input& input, std::size_t size) {
 
 void checkReaders(const RawMessage& message, const Bytes& model, std::uint32_t at) {
     const std::uint32_t word = expectedAt(model, at, 4);
-    FUZZ_CHECK(message.getWord(at) == expectedAt(model, at, 2));
-    FUZZ_CHECK(message.getDoubleWord(at) == word);
-    FUZZ_CHECK(static_cast<std::uint32_t>(message.getInt(at)) == word);
-    FUZZ_CHECK(bitsOf(message.getFloat(at)) == word);
+    CSCLIENT_FUZZ_CHECK(message.getWord(at) == expectedAt(model, at, 2));
+    CSCLIENT_FUZZ_CHECK(message.getDoubleWord(at) == word);
+    CSCLIENT_FUZZ_CHECK(static_cast<std::uint32_t>(message.getInt(at)) == word);
+    CSCLIENT_FUZZ_CHECK(bitsOf(message.getFloat(at)) == word);
 }
 
 void checkWhole(const RawMessage& message, const Bytes& model, RawMessage::Type type) {
-    FUZZ_CHECK(message.getType() == type);
-    FUZZ_CHECK(message.size() == model.size());
-    FUZZ_CHECK(std::equal(model.begin(), model.end(), message.begin(),
-                          [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }));
-    FUZZ_CHECK(message.getProtocol() == (model.empty() ? 0U : model[0]));
-    FUZZ_CHECK(message.getSubprotocol() == (model.size() < 2 ? 0U : model[1]));
+    CSCLIENT_FUZZ_CHECK(message.getType() == type);
+    CSCLIENT_FUZZ_CHECK(message.size() == model.size());
+    CSCLIENT_FUZZ_CHECK(std::equal(model.begin(), model.end(), message.begin(),
+                                   [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }));
+    CSCLIENT_FUZZ_CHECK(message.getProtocol() == (model.empty() ? 0U : model[0]));
+    CSCLIENT_FUZZ_CHECK(message.getSubprotocol() == (model.size() < 2 ? 0U : model[1]));
 }
 
 void append(Operation operation, Input& input, RawMessage& message, Bytes& model) {

@@ -10,8 +10,7 @@
 #include "engine/CSClientProtocol.h"
 #include "fuzz/Fuzzing.h"
 
-namespace com_tesk {
-namespace fuzz {
+namespace com_tesk::fuzz {
 
 /// The expected contents of the parameter tables. The model uses plain containers and only the rules.
 class TableModel {
@@ -222,5 +221,4 @@ class TableModel {
     }
 };
 
-}  // namespace fuzz
-}  // namespace com_tesk
+}  // namespace com_tesk::fuzz

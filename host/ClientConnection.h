@@ -20,8 +20,8 @@ namespace com_tesk::host {
 
 /// How a connection is taken from a client that did nothing to end it.
 enum class CloseMode {
-    Graceful,  ///< the client reads what was sent, then the end of the stream
-    Reset,     ///< the client's next read or write fails
+    GRACEFUL,  ///< the client reads what was sent, then the end of the stream
+    RESET,     ///< the client's next read or write fails
 };
 
 /// Who a connection works for. Both operations are called on the I/O thread and never from inside send().
@@ -29,7 +29,7 @@ class ConnectionOwner {
   public:
     virtual void onFrame(ClientNumber client, const Frame& frame) = 0;
 
-    /// The connection is of no more use: `kind` is Left, Lost or Dropped. Called once at most, and
+    /// The connection is of no more use: `kind` is LEFT, LOST or DROPPED. Called once at most, and
     /// not after close(), which the owner still has to call.
     virtual void onGone(ClientNumber client, HostEvent::Kind kind, const std::string& why) = 0;
 
@@ -41,8 +41,8 @@ class ConnectionOwner {
 /// while an operation of its own is under way. I/O thread only; the owner must outlive the I/O context's run.
 class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   public:
-    ClientConnection(asio::ip::tcp::socket socket, ClientNumber number, std::size_t maxQueuedBytes,
-                     std::chrono::milliseconds stallLimit, ConnectionOwner& owner);
+    ClientConnection(asio::ip::tcp::socket openSocket, ClientNumber clientNumber, std::size_t maxQueuedBytes,
+                     std::chrono::milliseconds maxStall, ConnectionOwner& connectionOwner);
 
     void start();
 
@@ -65,16 +65,16 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
     static constexpr std::size_t kReadSize = std::size_t{16} * 1024;
     static constexpr int kMaxDrainRounds = 64;
 
-    const ClientNumber m_number;
-    const std::chrono::milliseconds m_stallLimit;
-    ConnectionOwner& m_owner;
-    asio::ip::tcp::socket m_socket;
-    asio::steady_timer m_stallTimer;
-    std::array<std::uint8_t, kReadSize> m_readBuffer{};
-    FrameReader m_reader;
-    OutputQueue m_queue;
-    bool m_sending = true;  // false once nothing more can be sent; reading may go on
-    bool m_ended = false;   // gone() was called, or close()
+    const ClientNumber number;
+    const std::chrono::milliseconds stallLimit;
+    ConnectionOwner& owner;
+    asio::ip::tcp::socket socket;
+    asio::steady_timer stallTimer;
+    std::array<std::uint8_t, kReadSize> readBuffer{};
+    FrameReader reader;
+    OutputQueue queue;
+    bool sending = true;  // false once nothing more can be sent; reading may go on
+    bool ended = false;   // gone() was called, or close()
 };
 
 }  // namespace com_tesk::host

@@ -29,10 +29,10 @@ class FrameReader {
 
     /// Why the stream is lost, or empty. Once it is lost, feed() takes nothing more: where the next frame would
     /// begin cannot be known.
-    const std::string& error() const { return m_error; }
+    const std::string& error() const { return errorText; }
 
     /// Some bytes of a frame have come, but not all of them.
-    bool inMidFrame() const { return m_headerSize != 0; }
+    bool inMidFrame() const { return headerSize != 0; }
 
   private:
     std::size_t takeHeader(const std::uint8_t* data, std::size_t size);
@@ -40,11 +40,11 @@ class FrameReader {
     void checkHeader();
     void makeRoom(std::size_t bytes);
 
-    std::array<std::uint8_t, layout::kHeaderSize> m_header{};
-    std::size_t m_headerSize = 0;  // bytes of m_header that have come; all of them while a body is read
-    std::size_t m_bodySize = 0;    // announced; valid once the header is whole
-    Frame m_frame;
-    std::string m_error;
+    std::array<std::uint8_t, layout::kHeaderSize> header{};
+    std::size_t headerSize = 0;  // bytes of `header` that have come; all of them while a body is read
+    std::size_t bodySize = 0;    // announced; valid once the header is whole
+    Frame frame;
+    std::string errorText;
 };
 
 }  // namespace com_tesk::host

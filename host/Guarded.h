@@ -15,30 +15,30 @@ class Guarded {
   public:
     template <class Function>
     auto read(Function function) const {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return function(m_value);
+        const std::lock_guard<std::mutex> lock(mutex);
+        return function(value);
     }
 
     /// Like read(), but may change the value; whoever waits looks again afterwards.
     template <class Function>
     auto change(Function function) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const std::lock_guard<std::mutex> lock(mutex);
         // In front of the change, yet never too early: a waiter cannot look before the lock is free.
-        m_changed.notify_all();
-        return function(m_value);
+        changed.notify_all();
+        return function(value);
     }
 
     /// Blocks until the condition holds, at most for `limit`. @return whether it holds.
     template <class Condition>
     bool waitUntil(Condition condition, std::chrono::milliseconds limit) const {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, limit, [&] { return condition(m_value); });
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, limit, [&] { return condition(value); });
     }
 
   private:
-    mutable std::mutex m_mutex;
-    mutable std::condition_variable m_changed;
-    T m_value;  // guarded by m_mutex
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed;
+    T value;  // guarded by mutex
 };
 
 }  // namespace com_tesk::host

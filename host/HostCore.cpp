@@ -11,32 +11,32 @@ namespace com_tesk::host {
 
 using Kind = HostEvent::Kind;
 
-HostCore::HostCore(const HostOptions& options, SharedState& state, HostOutlet& outlet)
-    : m_options(options), m_state(state), m_outlet(outlet) {
-    m_state.change([&](HostState& s) { s.values = m_options.initialValues; });
+HostCore::HostCore(const HostOptions& hostOptions, SharedState& sharedState, HostOutlet& hostOutlet)
+    : options(hostOptions), state(sharedState), outlet(hostOutlet) {
+    state.change([&](HostState& s) { s.values = options.initialValues; });
 }
 
 void HostCore::addClient(ClientNumber client) {
-    m_sessions[client].number = client;
-    m_state.change([](HostState& s) { ++s.clients; });
+    sessions[client].number = client;
+    state.change([](HostState& s) { ++s.clients; });
 }
 
 void HostCore::removeClient(ClientNumber client) {
-    const auto found = m_sessions.find(client);
-    if (found == m_sessions.end()) {
+    const auto found = sessions.find(client);
+    if (found == sessions.end()) {
         return;
     }
     for (const auto& [id, input] : found->second.inputs.all()) {
         unsubscribe(found->second, input);
     }
-    m_sessions.erase(found);
-    m_state.change([](HostState& s) { --s.clients; });
+    sessions.erase(found);
+    state.change([](HostState& s) { --s.clients; });
 }
 
 void HostCore::handle(ClientNumber client, const Frame& frame) {
-    Session& session = m_sessions.at(client);
+    Session& session = sessions.at(client);
     if (frame.kind != layout::kDataFrame) {
-        reportText(Kind::RequestIgnored, session, "frame of kind " + std::to_string(frame.kind) + " is no data frame");
+        reportText(Kind::REQUEST_IGNORED, session, "frame of kind " + std::to_string(frame.kind) + " is no data frame");
         return;
     }
     std::visit(
@@ -51,21 +51,21 @@ void HostCore::handle(ClientNumber client, const Frame& frame) {
 
 void HostCore::setValue(const std::string& name, HostValue value) {
     HostEvent event;
-    event.kind = Kind::ValueSet;
+    event.kind = Kind::VALUE_SET;
     event.name = name;
     event.value = value;
-    m_outlet.report(std::move(event));
+    outlet.report(std::move(event));
     Updates updates;
     store(name, value, updates);
     sendUpdates(updates);
 }
 
 void HostCore::serve(Session& session, const VersionRequest& request) {
-    const std::uint16_t id = m_options.assignId.value_or(request.simulatorId);
-    reportText(Kind::VersionAnswered, session,
+    const std::uint16_t id = options.assignId.value_or(request.simulatorId);
+    reportText(Kind::VERSION_ANSWERED, session,
                "simulator id " + std::to_string(id) + " to its " + std::to_string(request.simulatorId) +
-                   ", protocol version " + std::to_string(m_options.protocolVersion));
-    m_outlet.send(session.number, encodeVersionReply(id, m_options.versionText, m_options.protocolVersion));
+                   ", protocol version " + std::to_string(options.protocolVersion));
+    outlet.send(session.number, encodeVersionReply(id, options.versionText, options.protocolVersion));
 }
 
 void HostCore::serve(Session& session, const SubscribeInputs& request) {
@@ -73,11 +73,11 @@ void HostCore::serve(Session& session, const SubscribeInputs& request) {
     for (const SubscribeInputs::Record& record : request.inputs) {
         const Registration& input = session.inputs.add(record.name, record.isInteger, session.ids);
         const HostValue value = currentValue(input);
-        reportName(Kind::InputConfirmed, session, input, value);
+        reportName(Kind::INPUT_CONFIRMED, session, input, value);
         subscribe(session, input);
         confirmations.push_back({input.id, record.rate, record.secondRate, value, record.name});
     }
-    m_outlet.send(session.number, encodeInputsReply(request.simulatorId, confirmations));
+    outlet.send(session.number, encodeInputsReply(request.simulatorId, confirmations));
 }
 
 void HostCore::serve(Session& session, const RegisterOutputs& request) {
@@ -85,24 +85,24 @@ void HostCore::serve(Session& session, const RegisterOutputs& request) {
     for (const RegisterOutputs::Record& record : request.outputs) {
         const Registration& output = session.outputs.add(record.name, record.integerFlag != 0, session.ids);
         HostEvent event;
-        event.kind = Kind::OutputConfirmed;
+        event.kind = Kind::OUTPUT_CONFIRMED;
         event.client = session.number;
         event.name = output.name;
         event.id = output.id;
         event.text = output.isInteger ? "integer" : "float";
-        m_outlet.report(std::move(event));
+        outlet.report(std::move(event));
         confirmations.push_back({output.id, record.rate, record.integerFlag, record.name});
     }
-    m_outlet.send(session.number, encodeOutputsReply(request.simulatorId, confirmations));
+    outlet.send(session.number, encodeOutputsReply(request.simulatorId, confirmations));
 }
 
 void HostCore::serve(Session& session, const UnsubscribeInputs& request) {
     for (const std::uint32_t id : request.ids) {
         if (const auto input = session.inputs.remove(id)) {
-            reportName(Kind::InputUnsubscribed, session, *input);
+            reportName(Kind::INPUT_UNSUBSCRIBED, session, *input);
             unsubscribe(session, *input);
         } else {
-            reportText(Kind::UnknownId, session, "input unsubscription", id);
+            reportText(Kind::UNKNOWN_ID, session, "input unsubscription", id);
         }
     }
 }
@@ -110,9 +110,9 @@ void HostCore::serve(Session& session, const UnsubscribeInputs& request) {
 void HostCore::serve(Session& session, const UnregisterOutputs& request) {
     for (const std::uint32_t id : request.ids) {
         if (const auto output = session.outputs.remove(id)) {
-            reportName(Kind::OutputUnregistered, session, *output);
+            reportName(Kind::OUTPUT_UNREGISTERED, session, *output);
         } else {
-            reportText(Kind::UnknownId, session, "output unregistration", id);
+            reportText(Kind::UNKNOWN_ID, session, "output unregistration", id);
         }
     }
 }
@@ -122,40 +122,40 @@ void HostCore::serve(Session& session, const Publish& request) {
     for (const Publish::Record& record : request.values) {
         const Registration* const output = session.outputs.byId(record.id);
         if (output == nullptr) {
-            reportText(Kind::UnknownId, session, "publish", record.id);
+            reportText(Kind::UNKNOWN_ID, session, "publish", record.id);
             continue;
         }
         const HostValue value = HostValue::fromBits(record.bits, output->isInteger);
-        reportName(Kind::Published, session, *output, value);
+        reportName(Kind::PUBLISHED, session, *output, value);
         store(output->name, value, updates);
     }
     sendUpdates(updates);
 }
 
 void HostCore::serve(const Session& session, const BadRequest& request) {
-    reportText(Kind::RequestIgnored, session, request.why);
+    reportText(Kind::REQUEST_IGNORED, session, request.why);
 }
 
 void HostCore::noteSimulatorId(Session& session, std::uint16_t id) {
     const auto previous = std::exchange(session.simulatorId, id);
     if (previous && *previous != id) {
-        reportText(Kind::SimulatorIdChanged, session, {}, id);
+        reportText(Kind::SIMULATOR_ID_CHANGED, session, {}, id);
     }
 }
 
 HostValue HostCore::currentValue(const Registration& input) const {
-    return m_state.read([&](const HostState& s) {
+    return state.read([&](const HostState& s) {
         const auto stored = s.values.find(input.name);
         return stored != s.values.end() ? stored->second : HostValue::fromBits(0, input.isInteger);
     });
 }
 
 void HostCore::subscribe(const Session& session, const Registration& input) {
-    m_state.change([&](HostState& s) { s.subscribers[input.name].insert(session.number); });
+    state.change([&](HostState& s) { s.subscribers[input.name].insert(session.number); });
 }
 
 void HostCore::unsubscribe(const Session& session, const Registration& input) {
-    m_state.change([&](HostState& s) {
+    state.change([&](HostState& s) {
         const auto subscribers = s.subscribers.find(input.name);
         subscribers->second.erase(session.number);
         if (subscribers->second.empty()) {
@@ -165,23 +165,23 @@ void HostCore::unsubscribe(const Session& session, const Registration& input) {
 }
 
 void HostCore::store(const std::string& name, HostValue value, Updates& updates) {
-    const auto subscribers = m_state.change([&](HostState& s) {
+    const auto subscribers = state.change([&](HostState& s) {
         s.values.insert_or_assign(name, value);
         const auto found = s.subscribers.find(name);
         return found == s.subscribers.end() ? std::set<ClientNumber>() : found->second;
     });
     for (const ClientNumber subscriber : subscribers) {
-        const Session& session = m_sessions.at(subscriber);
+        const Session& session = sessions.at(subscriber);
         const Registration& input = *session.inputs.byName(name);
-        reportName(Kind::Updated, session, input, value);
+        reportName(Kind::UPDATED, session, input, value);
         updates[subscriber].push_back({input.id, value});
     }
 }
 
 void HostCore::sendUpdates(const Updates& updates) {
     for (const auto& [client, values] : updates) {
-        const std::uint16_t simulatorId = m_sessions.at(client).simulatorId.value_or(0);
-        m_outlet.send(client, encodeUpdate(simulatorId, values));
+        const std::uint16_t simulatorId = sessions.at(client).simulatorId.value_or(0);
+        outlet.send(client, encodeUpdate(simulatorId, values));
     }
 }
 
@@ -193,7 +193,7 @@ void HostCore::reportName(HostEvent::Kind kind, const Session& session, const Re
     event.name = registration.name;
     event.id = registration.id;
     event.value = value;
-    m_outlet.report(std::move(event));
+    outlet.report(std::move(event));
 }
 
 void HostCore::reportText(HostEvent::Kind kind, const Session& session, std::string text, std::uint32_t id) {
@@ -202,7 +202,7 @@ void HostCore::reportText(HostEvent::Kind kind, const Session& session, std::str
     event.client = session.number;
     event.id = id;
     event.text = std::move(text);
-    m_outlet.report(std::move(event));
+    outlet.report(std::move(event));
 }
 
 }  // namespace com_tesk::host

@@ -33,8 +33,8 @@ class HostOutlet {
 /// One thread at a time; `state` is what other threads may look at meanwhile.
 class HostCore {
   public:
-    /// `options`, `state` and `outlet` must outlive the core. Puts the initial values into the state.
-    HostCore(const HostOptions& options, SharedState& state, HostOutlet& outlet);
+    /// All three must outlive the core. Puts the initial values into the state.
+    HostCore(const HostOptions& hostOptions, SharedState& sharedState, HostOutlet& hostOutlet);
 
     void addClient(ClientNumber client);
 
@@ -77,10 +77,10 @@ class HostCore {
                     std::optional<HostValue> value = std::nullopt);
     void reportText(HostEvent::Kind kind, const Session& session, std::string text, std::uint32_t id = 0);
 
-    const HostOptions& m_options;
-    SharedState& m_state;
-    HostOutlet& m_outlet;
-    std::map<ClientNumber, Session> m_sessions;
+    const HostOptions& options;
+    SharedState& state;
+    HostOutlet& outlet;
+    std::map<ClientNumber, Session> sessions;
 };
 
 }  // namespace com_tesk::host

@@ -36,41 +36,41 @@ std::string whatHappened(const HostEvent& event) {
     const std::string number = event.value ? event.value->text() : "nothing";
     const std::string type = event.value && event.value->isInteger() ? "integer" : "float";
     switch (event.kind) {
-        case HostEvent::Kind::Listening:
+        case HostEvent::Kind::LISTENING:
             return "listening on " + event.text;
-        case HostEvent::Kind::Stopped:
+        case HostEvent::Kind::STOPPED:
             return "stopped";
-        case HostEvent::Kind::AcceptFailed:
+        case HostEvent::Kind::ACCEPT_FAILED:
             return "cannot accept a client" + because(event.text);
-        case HostEvent::Kind::Connected:
+        case HostEvent::Kind::CONNECTED:
             return "connected from " + event.text;
-        case HostEvent::Kind::Left:
+        case HostEvent::Kind::LEFT:
             return "disconnected" + because(event.text);
-        case HostEvent::Kind::Lost:
+        case HostEvent::Kind::LOST:
             return "lost" + because(event.text);
-        case HostEvent::Kind::Dropped:
+        case HostEvent::Kind::DROPPED:
             return "dropped" + because(event.text);
-        case HostEvent::Kind::VersionAnswered:
+        case HostEvent::Kind::VERSION_ANSWERED:
             return "asked for the version, answered " + event.text;
-        case HostEvent::Kind::SimulatorIdChanged:
+        case HostEvent::Kind::SIMULATOR_ID_CHANGED:
             return "carries simulator id " + id + " now";
-        case HostEvent::Kind::InputConfirmed:
+        case HostEvent::Kind::INPUT_CONFIRMED:
             return "subscribed to " + name + " = " + number + " (" + type + ", input id " + id + ")";
-        case HostEvent::Kind::InputUnsubscribed:
+        case HostEvent::Kind::INPUT_UNSUBSCRIBED:
             return "unsubscribed from " + name + " (input id " + id + ")";
-        case HostEvent::Kind::OutputConfirmed:
+        case HostEvent::Kind::OUTPUT_CONFIRMED:
             return "registered output " + name + " (" + event.text + ", output id " + id + ")";
-        case HostEvent::Kind::OutputUnregistered:
+        case HostEvent::Kind::OUTPUT_UNREGISTERED:
             return "unregistered output " + name + " (output id " + id + ")";
-        case HostEvent::Kind::Published:
+        case HostEvent::Kind::PUBLISHED:
             return "published " + name + " = " + number + " (" + type + ", output id " + id + ")";
-        case HostEvent::Kind::Updated:
+        case HostEvent::Kind::UPDATED:
             return "update " + name + " = " + number + " (" + type + ", input id " + id + ")";
-        case HostEvent::Kind::ValueSet:
+        case HostEvent::Kind::VALUE_SET:
             return "set " + name + " = " + number + " (" + type + ")";
-        case HostEvent::Kind::UnknownId:
+        case HostEvent::Kind::UNKNOWN_ID:
             return event.text + " names unknown id " + id + ", record ignored";
-        case HostEvent::Kind::RequestIgnored:
+        case HostEvent::Kind::REQUEST_IGNORED:
             return "request ignored" + because(event.text);
     }
     return {};

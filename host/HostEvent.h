@@ -12,27 +12,27 @@ namespace com_tesk {
 /// One thing that happened at the host.
 struct HostEvent {
     enum class Kind {
-        Listening,           ///< text: address and port
-        Stopped,             ///< every client is closed, the port is free again
-        AcceptFailed,        ///< a client could not be let in; text: why. The host tries again
-        Connected,           ///< text: the client's address and port
-        Left,                ///< the client closed its connection; text: empty, or what it left unfinished
-        Lost,                ///< the connection broke; text: why
-        Dropped,             ///< the host closed the connection; text: why
-        VersionAnswered,     ///< text: what was answered
-        SimulatorIdChanged,  ///< id: what the client's requests carry from now on
-        InputConfirmed,      ///< name, id, value: the current one, as it was answered
-        InputUnsubscribed,   ///< name, id
-        OutputConfirmed,     ///< name, id, text: "integer" or "float"
-        OutputUnregistered,  ///< name, id
-        Published,           ///< name, id, value
-        Updated,             ///< name, id, value: an update on its way to this client
-        ValueSet,            ///< name, value: set by the host's own user
-        UnknownId,           ///< id, text: what it was for. The record was ignored
-        RequestIgnored,      ///< text: why. The client is still served
+        LISTENING,             ///< text: address and port
+        STOPPED,               ///< every client is closed, the port is free again
+        ACCEPT_FAILED,         ///< a client could not be let in; text: why. The host tries again
+        CONNECTED,             ///< text: the client's address and port
+        LEFT,                  ///< the client closed its connection; text: empty, or what it left unfinished
+        LOST,                  ///< the connection broke; text: why
+        DROPPED,               ///< the host closed the connection; text: why
+        VERSION_ANSWERED,      ///< text: what was answered
+        SIMULATOR_ID_CHANGED,  ///< id: what the client's requests carry from now on
+        INPUT_CONFIRMED,       ///< name, id, value: the current one, as it was answered
+        INPUT_UNSUBSCRIBED,    ///< name, id
+        OUTPUT_CONFIRMED,      ///< name, id, text: "integer" or "float"
+        OUTPUT_UNREGISTERED,   ///< name, id
+        PUBLISHED,             ///< name, id, value
+        UPDATED,               ///< name, id, value: an update on its way to this client
+        VALUE_SET,             ///< name, value: set by the host's own user
+        UNKNOWN_ID,            ///< id, text: what it was for. The record was ignored
+        REQUEST_IGNORED,       ///< text: why. The client is still served
     };
 
-    Kind kind = Kind::Listening;
+    Kind kind = Kind::LISTENING;
     std::chrono::system_clock::time_point time{};
     std::uint64_t client = 0;  ///< numbered from 1 in the order of connections; 0 for the host itself
     std::string name;          ///< of the input, output or value; bytes as the client sent them

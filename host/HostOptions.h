@@ -35,7 +35,7 @@ struct HostOptions {
     /// Between frames it may be silent for ever.
     std::chrono::milliseconds stallLimit = std::chrono::seconds(30);
 
-    /// Called for each event, one call at a time: the first (Listening) on the constructing thread, all others on
+    /// Called for each event, one call at a time: the first (LISTENING) on the constructing thread, all others on
     /// the host's own thread, which serves nobody meanwhile. An event is reported before anything of it can be
     /// noticed, on the wire or through LoopbackHost: whoever has seen an effect finds its event recorded. Must not
     /// throw; may call any LoopbackHost operation but stop(), dropClients() and the waits.

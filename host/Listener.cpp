@@ -40,46 +40,46 @@ bool concernsOneClient(int error) {
 
 Listener::Listener(asio::io_context& context, const std::string& address, std::uint16_t port, OnClient onClient,
                    OnTrouble onTrouble)
-    : m_acceptor(context),
-      m_retry(context),
-      m_onClient(std::move(onClient)),
-      m_onTrouble(std::move(onTrouble)),
-      m_where(address + ":" + std::to_string(port)) {
+    : acceptor(context),
+      retryTimer(context),
+      clientHandler(std::move(onClient)),
+      troubleHandler(std::move(onTrouble)),
+      boundTo(address + ":" + std::to_string(port)) {
     std::error_code error;
     const auto ip = asio::ip::make_address_v4(address, error);
-    throwOn(error, m_where + " (not an IPv4 address)");
+    throwOn(error, boundTo + " (not an IPv4 address)");
     open({ip, port});
     waitForClient();
 }
 
 void Listener::open(const tcp::endpoint& endpoint) {
     const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    throwOn(descriptor < 0 ? lastError() : std::error_code(), m_where);
+    throwOn(descriptor < 0 ? lastError() : std::error_code(), boundTo);
     std::error_code error;
-    m_acceptor.assign(tcp::v4(), descriptor, error);
+    acceptor.assign(tcp::v4(), descriptor, error);
     if (error) {
         ::close(descriptor);
-        throwOn(error, m_where);
+        throwOn(error, boundTo);
     }
     // A host that was just stopped has connections of its port on their way out; they are no
     // obstacle. Another listener is one still.
-    m_acceptor.set_option(tcp::acceptor::reuse_address(true), error);
-    throwOn(error, m_where);
-    m_acceptor.bind(endpoint, error);
-    throwOn(error, m_where);
-    m_acceptor.listen(asio::socket_base::max_listen_connections, error);
-    throwOn(error, m_where);
-    m_acceptor.non_blocking(true, error);
-    throwOn(error, m_where);
-    const tcp::endpoint bound = m_acceptor.local_endpoint(error);
-    throwOn(error, m_where);
-    m_port = bound.port();
-    m_where = textOf(bound);
+    acceptor.set_option(tcp::acceptor::reuse_address(true), error);
+    throwOn(error, boundTo);
+    acceptor.bind(endpoint, error);
+    throwOn(error, boundTo);
+    acceptor.listen(asio::socket_base::max_listen_connections, error);
+    throwOn(error, boundTo);
+    acceptor.non_blocking(true, error);
+    throwOn(error, boundTo);
+    const tcp::endpoint bound = acceptor.local_endpoint(error);
+    throwOn(error, boundTo);
+    boundPort = bound.port();
+    boundTo = textOf(bound);
 }
 
 void Listener::waitForClient() {
-    m_acceptor.async_wait(tcp::acceptor::wait_read, [this](const std::error_code& error) {
-        if (!error && m_acceptor.is_open()) {
+    acceptor.async_wait(tcp::acceptor::wait_read, [this](const std::error_code& error) {
+        if (!error && acceptor.is_open()) {
             letIn();
         }
     });
@@ -88,25 +88,25 @@ void Listener::waitForClient() {
 void Listener::letIn() {
     for (;;) {
         // By hand rather than by the acceptor, which cannot set the close-on-exec flag in the same step.
-        const int descriptor = ::accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+        const int descriptor = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor >= 0) {
-            m_troubled = false;
+            troubled = false;
             std::error_code error;
-            tcp::socket socket(m_acceptor.get_executor());
+            tcp::socket socket(acceptor.get_executor());
             socket.assign(tcp::v4(), descriptor, error);
             if (error) {
                 ::close(descriptor);
                 continue;
             }
             const tcp::endpoint peer = socket.remote_endpoint(error);
-            m_onClient(std::move(socket), error ? error.message() : textOf(peer));
+            clientHandler(std::move(socket), error ? error.message() : textOf(peer));
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             waitForClient();
             return;
         } else if (!concernsOneClient(errno)) {
             const std::error_code error = lastError();
-            if (!std::exchange(m_troubled, true)) {
-                m_onTrouble(error);
+            if (!std::exchange(troubled, true)) {
+                troubleHandler(error);
             }
             retrySoon();
             return;
@@ -117,9 +117,9 @@ void Listener::letIn() {
 void Listener::retrySoon() {
     // Out of descriptors, most likely: the waiting client keeps the socket readable, so waiting for that would turn
     // in circles.
-    m_retry.expires_after(kRetryAfter);
-    m_retry.async_wait([this](const std::error_code& error) {
-        if (!error && m_acceptor.is_open()) {
+    retryTimer.expires_after(kRetryAfter);
+    retryTimer.async_wait([this](const std::error_code& error) {
+        if (!error && acceptor.is_open()) {
             letIn();
         }
     });
@@ -127,8 +127,8 @@ void Listener::retrySoon() {
 
 void Listener::close() {
     std::error_code ignored;
-    m_acceptor.close(ignored);
-    m_retry.cancel();
+    acceptor.close(ignored);
+    retryTimer.cancel();
 }
 
 }  // namespace com_tesk::host

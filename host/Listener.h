@@ -24,9 +24,9 @@ class Listener {
     Listener(asio::io_context& context, const std::string& address, std::uint16_t port, OnClient onClient,
              OnTrouble onTrouble);
 
-    std::uint16_t port() const { return m_port; }
+    std::uint16_t port() const { return boundPort; }
     /// Address and port as text.
-    const std::string& where() const { return m_where; }
+    const std::string& where() const { return boundTo; }
 
     /// Frees the port. I/O thread only; the functions are not called any more.
     void close();
@@ -37,13 +37,13 @@ class Listener {
     void letIn();
     void retrySoon();
 
-    asio::ip::tcp::acceptor m_acceptor;
-    asio::steady_timer m_retry;
-    const OnClient m_onClient;
-    const OnTrouble m_onTrouble;
-    std::uint16_t m_port = 0;
-    std::string m_where;
-    bool m_troubled = false;
+    asio::ip::tcp::acceptor acceptor;
+    asio::steady_timer retryTimer;
+    const OnClient clientHandler;
+    const OnTrouble troubleHandler;
+    std::uint16_t boundPort = 0;
+    std::string boundTo;
+    bool troubled = false;
 };
 
 }  // namespace com_tesk::host

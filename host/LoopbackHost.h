@@ -54,8 +54,8 @@ class LoopbackHost {
     using Options = HostOptions;
 
     enum class DropMode {
-        Graceful,  ///< the client reads what was sent to it, then the end of the stream
-        Reset,     ///< the client's next read or write fails: connection reset
+        GRACEFUL,  ///< the client reads what was sent to it, then the end of the stream
+        RESET,     ///< the client's next read or write fails: connection reset
     };
 
     /// Listens and serves from here on. Takes a copy of the options.
@@ -104,7 +104,7 @@ class LoopbackHost {
 
   private:
     class Impl;
-    const std::unique_ptr<Impl> m_impl;
+    const std::unique_ptr<Impl> impl;
 };
 
 }  // namespace com_tesk

@@ -11,24 +11,24 @@ namespace com_tesk::host {
 /// time.
 class OutputQueue {
   public:
-    explicit OutputQueue(std::size_t maxBytes) : m_maxBytes(maxBytes) {}
+    explicit OutputQueue(std::size_t byteLimit) : maxBytes(byteLimit) {}
 
     /// @return false, and nothing is queued, when the queue holds something and the frame would bring it above
     ///         the bound. An empty queue takes a frame of any size.
     bool push(Bytes frame);
 
-    bool empty() const { return m_frames.empty(); }
-    std::size_t bytes() const { return m_bytes; }
+    bool empty() const { return frames.empty(); }
+    std::size_t bytes() const { return queuedBytes; }
 
     /// The frame to send next; its bytes stay in place until pop(), whatever is pushed meanwhile. Not when empty.
-    const Bytes& front() const { return m_frames.front(); }
+    const Bytes& front() const { return frames.front(); }
     void pop();
     void clear();
 
   private:
-    const std::size_t m_maxBytes;
-    std::deque<Bytes> m_frames;
-    std::size_t m_bytes = 0;
+    const std::size_t maxBytes;
+    std::deque<Bytes> frames;
+    std::size_t queuedBytes = 0;
 };
 
 }  // namespace com_tesk::host

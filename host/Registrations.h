@@ -12,12 +12,12 @@ namespace com_tesk::host {
 class IdSource {
   public:
     IdSource() = default;
-    explicit IdSource(std::uint32_t last) : m_last(last) {}
+    explicit IdSource(std::uint32_t lastId) : last(lastId) {}
 
     std::uint32_t next();
 
   private:
-    std::uint32_t m_last = 0;
+    std::uint32_t last = 0;
 };
 
 struct Registration {
@@ -40,11 +40,11 @@ class Registrations {
     const Registration* byId(std::uint32_t id) const;
     const Registration* byName(const std::string& name) const;
 
-    const std::map<std::uint32_t, Registration>& all() const { return m_byId; }
+    const std::map<std::uint32_t, Registration>& all() const { return registrationsById; }
 
   private:
-    std::map<std::uint32_t, Registration> m_byId;
-    std::map<std::string, std::uint32_t> m_idByName;
+    std::map<std::uint32_t, Registration> registrationsById;
+    std::map<std::string, std::uint32_t> idsByName;
 };
 
 }  // namespace com_tesk::host

@@ -10,21 +10,21 @@ namespace com_tesk {
 class StopSignals::Impl {
   public:
     void wait() {
-        m_signals.async_wait([](const std::error_code&, int) {});
-        m_context.run();
+        signals.async_wait([](const std::error_code&, int) {});
+        context.run();
     }
 
   private:
-    asio::io_context m_context{1};
-    asio::signal_set m_signals{m_context, SIGINT, SIGTERM};
+    asio::io_context context{1};
+    asio::signal_set signals{context, SIGINT, SIGTERM};
 };
 
-StopSignals::StopSignals() : m_impl(std::make_unique<Impl>()) {}
+StopSignals::StopSignals() : impl(std::make_unique<Impl>()) {}
 
 StopSignals::~StopSignals() = default;
 
 void StopSignals::wait() {
-    m_impl->wait();
+    impl->wait();
 }
 
 }  // namespace com_tesk

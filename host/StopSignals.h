@@ -20,7 +20,7 @@ class StopSignals {
 
   private:
     class Impl;
-    const std::unique_ptr<Impl> m_impl;
+    const std::unique_ptr<Impl> impl;
 };
 
 }  // namespace com_tesk

@@ -48,16 +48,16 @@ std::optional<HostValue> HostValue::fromText(std::string_view text) {
 }
 
 std::int32_t HostValue::asInteger() const {
-    return sameBits<std::int32_t>(m_bits);
+    return sameBits<std::int32_t>(rawBits);
 }
 
 float HostValue::asReal() const {
-    return sameBits<float>(m_bits);
+    return sameBits<float>(rawBits);
 }
 
 std::string HostValue::text() const {
     std::ostringstream out;
-    if (m_isInteger) {
+    if (holdsInteger) {
         out << asInteger();
     } else {
         out << asReal();

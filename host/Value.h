@@ -19,8 +19,8 @@ class HostValue {
     /// @return nothing when the text is not wholly such a number, or it is out of range.
     static std::optional<HostValue> fromText(std::string_view text);
 
-    bool isInteger() const { return m_isInteger; }
-    std::uint32_t bits() const { return m_bits; }
+    bool isInteger() const { return holdsInteger; }
+    std::uint32_t bits() const { return rawBits; }
     std::int32_t asInteger() const;  ///< the bits as a signed integer, whatever the kind
     float asReal() const;            ///< the bits as a float, whatever the kind
 
@@ -29,15 +29,15 @@ class HostValue {
 
     /// Same kind and same 32 bits: 0.0 and -0.0 differ, a NaN equals itself.
     friend bool operator==(const HostValue& a, const HostValue& b) {
-        return a.m_bits == b.m_bits && a.m_isInteger == b.m_isInteger;
+        return a.rawBits == b.rawBits && a.holdsInteger == b.holdsInteger;
     }
     friend bool operator!=(const HostValue& a, const HostValue& b) { return !(a == b); }
 
   private:
-    HostValue(std::uint32_t bits, bool isInteger) : m_bits(bits), m_isInteger(isInteger) {}
+    HostValue(std::uint32_t bits, bool isInteger) : rawBits(bits), holdsInteger(isInteger) {}
 
-    std::uint32_t m_bits;
-    bool m_isInteger;
+    std::uint32_t rawBits;
+    bool holdsInteger;
 };
 
 }  // namespace com_tesk

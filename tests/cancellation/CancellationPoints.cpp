@@ -114,9 +114,9 @@ using com_tesk::test::shortTime;
 using com_tesk::test::SystemFunction;
 using com_tesk::test::ThreadScript;
 
-#define PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
+#define CSCLIENT_PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
 
-PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
+CSCLIENT_PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
     static const SystemFunction<int(clockid_t, int, const timespec*, timespec*)> real("clock_nanosleep");
     const bool isLong = beginPause();
     passCancellationPoint("clock_nanosleep");
@@ -128,13 +128,14 @@ PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const timespec* dur
     return 0;
 }
 
-PROGRAM_WIDE int nanosleep(const timespec* duration, timespec* left) {
+CSCLIENT_PROGRAM_WIDE int nanosleep(const timespec* duration, timespec* left) {
     static const SystemFunction<int(const timespec*, timespec*)> real("nanosleep");
     passCancellationPoint("nanosleep");
     return real(duration, left);
 }
 
-PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
+CSCLIENT_PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                                 const timespec* deadline) {
     using Wait = decltype(&pthread_cond_timedwait);
     // By its version, where there are two: without one the older is found, which takes another condition. The thread
     // sanitizer's has no version, and has to see that the mutex is released.
@@ -161,19 +162,19 @@ PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex
     return real(condition, mutex, isLong ? deadline : &early);
 }
 
-PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
+CSCLIENT_PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
     static const SystemFunction<ssize_t(int, void*, size_t)> real("read");
     passCancellationPoint("read");
     return real(descriptor, buffer, count);
 }
 
-PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
+CSCLIENT_PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
     static const SystemFunction<ssize_t(int, void*, size_t, int)> real("recv");
     passCancellationPoint("recv");
     return real(descriptor, buffer, count, flags);
 }
 
-PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
+CSCLIENT_PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
     static const SystemFunction<ssize_t(int, const void*, size_t)> real("write");
     if (current != nullptr) {
         ++current->writeCalls;
@@ -197,7 +198,7 @@ PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
     return real(descriptor, buffer, count);
 }
 
-PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
+CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
     static const SystemFunction<ssize_t(int, const void*, size_t, int)> real("send");
     const int call = current == nullptr ? 0 : current->writeCalls++;
     passCancellationPoint("send");
@@ -217,7 +218,7 @@ PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int 
     return real(descriptor, buffer, count, flags);
 }
 
-PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
+CSCLIENT_PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
     static const SystemFunction<int(pollfd*, nfds_t, int)> real("poll");
     passCancellationPoint("poll");
     if (current != nullptr && current->inPoll) {
@@ -231,19 +232,20 @@ PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
     return real(descriptors, count, timeout);
 }
 
-PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
+CSCLIENT_PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
     static const SystemFunction<int(int, const sockaddr*, socklen_t)> real("connect");
     passCancellationPoint("connect");
     return real(descriptor, address, length);
 }
 
-PROGRAM_WIDE int close(int descriptor) {
+CSCLIENT_PROGRAM_WIDE int close(int descriptor) {
     static const SystemFunction<int(int)> real("close");
     passCancellationPoint("close");
     return real(descriptor);
 }
 
-PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value, socklen_t length) noexcept {
+CSCLIENT_PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value,
+                                     socklen_t length) noexcept {
     static const SystemFunction<int(int, int, int, const void*, socklen_t)> real("setsockopt");
     if (level == SOL_SOCKET && option == SO_RCVTIMEO) {
         const timeval early{0, com_tesk::test::kShortNanoseconds / 1'000};

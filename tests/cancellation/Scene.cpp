@@ -14,8 +14,6 @@ namespace com_tesk::test {
 
 namespace {
 
-constexpr std::chrono::seconds kBound{20};
-
 LoopbackHost::Options hostOptions(host_test::EventLog& log) {
     LoopbackHost::Options options;
     options.listenAddress = kHostAddress;

@@ -31,7 +31,7 @@ class RequestCounts {
     std::function<void(const HostEvent&)> sink() {
         return [this](const HostEvent& event) {
             const std::lock_guard<std::mutex> lock(mutex);
-            if (event.kind == HostEvent::Kind::InputConfirmed || event.kind == HostEvent::Kind::OutputConfirmed) {
+            if (event.kind == HostEvent::Kind::INPUT_CONFIRMED || event.kind == HostEvent::Kind::OUTPUT_CONFIRMED) {
                 ++counts[event.client][event.name];
             }
         };
@@ -139,7 +139,7 @@ std::string stormRun() {
         if (!heard.waitFor("state 2->4", connection, kStormBound) || !host.waitForClients(1, kStormBound)) {
             wrong += " no connection " + std::to_string(connection);
         }
-        host.dropClients(LoopbackHost::DropMode::Reset);
+        host.dropClients(LoopbackHost::DropMode::RESET);
     }
     for (std::thread& thread : threads) {
         thread.join();

@@ -87,11 +87,11 @@ TEST(Conversation, TheHostHearsOfAnUnregisteredOutput) {
     pilot.client.registerOutputParameters({{"A", CSClient::TYPE_FLOAT}, {"B", CSClient::TYPE_FLOAT}});
     ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed A B"));
     ASSERT_EQ(pilot.client.unregisterOutputParameter("A"), 0);
-    EXPECT_TRUE(diary.waitFor(Kind::OutputUnregistered, "A"));
-    EXPECT_EQ(diary.count(Kind::OutputUnregistered, "B"), 0);
+    EXPECT_TRUE(diary.waitFor(Kind::OUTPUT_UNREGISTERED, "A"));
+    EXPECT_EQ(diary.count(Kind::OUTPUT_UNREGISTERED, "B"), 0);
     pilot.client.unregisterAllOutputParameters();
-    EXPECT_TRUE(diary.waitFor(Kind::OutputUnregistered, "B"));
-    EXPECT_EQ(diary.count(Kind::RequestIgnored), 0);
+    EXPECT_TRUE(diary.waitFor(Kind::OUTPUT_UNREGISTERED, "B"));
+    EXPECT_EQ(diary.count(Kind::REQUEST_IGNORED), 0);
 }
 
 TEST(Conversation, TheHostsVersionArrives) {
@@ -128,7 +128,7 @@ TEST(Conversation, AnAssignedSimulatorIdIsUsedFromThenOn) {
     ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed A"));
     pilot.client.publishParameter(floatParameter("A", 1.0F));
     ASSERT_TRUE(host.waitForValue("A", HostValue::real(1.0F), kPatience));
-    EXPECT_EQ(diary.ids(Kind::SimulatorIdChanged).back(), 1234U);
+    EXPECT_EQ(diary.ids(Kind::SIMULATOR_ID_CHANGED).back(), 1234U);
 }
 
 TEST(Conversation, AnAssignedSimulatorIdRegistersEverythingAgain) {
@@ -142,9 +142,9 @@ TEST(Conversation, AnAssignedSimulatorIdRegistersEverythingAgain) {
     client.registerOutputParameter({"OUT", CSClient::TYPE_FLOAT});
     client.registerInputParameter({"IN", CSClient::TYPE_FLOAT, 1});
     ASSERT_EQ(client.open("127.0.0.1", host.port(), nullptr), 0);
-    EXPECT_TRUE(diary.waitFor(Kind::OutputConfirmed, "OUT", 2));
-    EXPECT_TRUE(diary.waitFor(Kind::InputConfirmed, "IN", 2));
-    EXPECT_EQ(diary.count(Kind::Connected), 1) << "the connection stays";
+    EXPECT_TRUE(diary.waitFor(Kind::OUTPUT_CONFIRMED, "OUT", 2));
+    EXPECT_TRUE(diary.waitFor(Kind::INPUT_CONFIRMED, "IN", 2));
+    EXPECT_EQ(diary.count(Kind::CONNECTED), 1) << "the connection stays";
 }
 
 /// Publishes as soon as the host has confirmed, on the client's own thread.

@@ -92,7 +92,7 @@ TEST_F(HostRestart, AResetConnectionIsMadeAgain) {
     Participant pilot(*host, 1, kSilentReconnect);
     pilot.client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT});
     ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed ALT"));
-    EXPECT_EQ(host->dropClients(LoopbackHost::DropMode::Reset), 1U);
+    EXPECT_EQ(host->dropClients(LoopbackHost::DropMode::RESET), 1U);
     EXPECT_TRUE(pilot.heard.waitFor("outputs confirmed ALT", 2));
     EXPECT_EQ(pilot.heard.states(), "0->1 1->2 2->4 4->5 5->1 1->2 2->4");
 }
@@ -107,7 +107,7 @@ TEST_F(HostRestart, ReconnectingIsReportedStepByStep) {
         client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT});
         client.registerInputParameter({"SPEED", CSClient::TYPE_FLOAT, 1});
         ASSERT_TRUE(client.waitForInputsToBeRegistered(5));
-        host->dropClients(LoopbackHost::DropMode::Graceful);
+        host->dropClients(LoopbackHost::DropMode::GRACEFUL);
         ASSERT_TRUE(streams.waitForOut("Registering output parameters with server...\nFound server version: "));
         ASSERT_TRUE(client.waitForInputsToBeRegistered(5));
     }

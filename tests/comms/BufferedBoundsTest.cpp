@@ -14,8 +14,7 @@
 #include "tests/message/AllocationLimit.h"
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -224,5 +223,4 @@ TEST(BufferedSilence, OfZeroAllowsNoGapButDeliversWhatIsThere) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -11,8 +11,7 @@
 #include "tests/comms/TaskStatus.h"
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -347,5 +346,4 @@ TEST_F(BufferedDestruction, EndsWritesAndWaitsForThem) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -12,8 +12,7 @@
 #include "tests/comms/SystemCalls.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Bounds = CSCommsInterfaceTCPBuffered::Bounds;
@@ -154,5 +153,4 @@ TEST(BufferedDeadPeer, WithoutTheOptionsIsALineOnStandardErrorAndTheConnectionWo
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

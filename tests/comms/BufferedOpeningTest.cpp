@@ -14,8 +14,7 @@
 #include "tests/support/BlackHole.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -260,5 +259,4 @@ TEST(BufferedOpeningInAStorm, OfClosesAndInterruptionsLeavesNoDescriptorBehind) 
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -16,8 +16,7 @@
 #include "tests/support/Hex.h"
 #include "tests/support/ScriptedHost.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A buffered transport whose descriptor a test can see.
 class VisibleBuffered : public CSCommsInterfaceTCPBuffered {
@@ -148,5 +147,4 @@ class StopwatchSince {
     const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

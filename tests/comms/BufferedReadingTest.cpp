@@ -9,8 +9,7 @@
 #include "tests/message/AllocationLimit.h"
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr char kHeaderOfTen[] =
@@ -294,5 +293,4 @@ TEST_F(BufferedReading, ReadsAHeaderOfThirtyTwoBytesAndABodyOfThirtyTwoBytes) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -10,8 +10,7 @@
 #include "tests/support/Seed.h"
 #include "tests/support/TestSize.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -200,5 +199,4 @@ TEST(BufferedReadAhead, OfAnySizeDeliversExactly) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

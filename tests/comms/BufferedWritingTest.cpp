@@ -18,8 +18,7 @@
 #include "tests/support/Seed.h"
 #include "tests/support/TestSize.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -262,5 +261,4 @@ TEST(BufferedWriting, ThatWaitsBehindAFailedOneFailsAtOnce) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -14,8 +14,7 @@
 #include "comms/CSLockGuard.h"
 #include "tests/comms/TaskStatus.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 static_assert(!std::is_copy_constructible<CSMutex>::value && !std::is_copy_assignable<CSMutex>::value,
@@ -332,5 +331,4 @@ TEST(CSMutexLockWithin, ShutsOtherThreadsOut) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 #include "tests/comms/ThreadRoutines.h"
 #include "tests/support/Emulator.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Threads that nobody joins or detaches keep their stacks: 8 MiB of address space each. An emulator starts threads slowly,
@@ -187,5 +186,4 @@ TEST(CSThreadLeftovers, WaitingAgainAfterJoiningTouchesNoThread) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

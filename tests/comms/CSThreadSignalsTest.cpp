@@ -9,8 +9,7 @@
 #include "tests/comms/NoStacks.h"
 #include "tests/comms/ThreadRoutines.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 struct Mask {
@@ -90,5 +89,4 @@ TEST(CSThreadSignals, OfTheCreatorStayAsTheyWereWhenTheSystemRefusesAThread) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 #include "tests/comms/NoStacks.h"
 #include "tests/comms/ThreadRoutines.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 static_assert(!std::is_copy_constructible<CSThread>::value && !std::is_copy_assignable<CSThread>::value,
@@ -313,5 +312,4 @@ TEST(CSThreadDestruction, LeavesAKilledThreadAlone) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 
 #include "tests/comms/TaskStatus.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 TEST(CSUseCount, IsUnusedAtFirst) {
@@ -151,5 +150,4 @@ TEST(CSUseCount, NobodyUsesWhatWasTakenAway) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

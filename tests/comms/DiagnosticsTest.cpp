@@ -15,8 +15,7 @@
 #include "tests/message/AllocationLimit.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using diagnostics::Decimal;
@@ -211,5 +210,4 @@ TEST(DiagnosticsDecimal, CanBeCopied) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -1,5 +1,4 @@
-#ifndef TESTS_COMMS_FOREIGNPAIR_H
-#define TESTS_COMMS_FOREIGNPAIR_H
+#pragma once
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,8 +7,7 @@
 #include <string>
 #include <system_error>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Two sockets of the application that are connected to each other. The system gives them the lowest numbers that are
 /// free: those of descriptors that have just been closed. In each direction one character is on its way, so both a
@@ -49,7 +47,4 @@ class ForeignPair {
     int descriptors[2] = {-1, -1};
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

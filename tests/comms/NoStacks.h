@@ -1,12 +1,10 @@
-#ifndef TESTS_COMMS_NOSTACKS_H
-#define TESTS_COMMS_NOSTACKS_H
+#pragma once
 
 #include <pthread.h>
 
 #include <cstddef>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// For its scope, no thread gets a stack: the default size is more than there is.
 class NoStacks {
@@ -34,7 +32,4 @@ class NoStacks {
     pthread_attr_t previous;
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -1,5 +1,4 @@
-#ifndef TESTS_COMMS_OPENTRANSPORT_H
-#define TESTS_COMMS_OPENTRANSPORT_H
+#pragma once
 
 #include <memory>
 #include <stdexcept>
@@ -8,8 +7,7 @@
 #include "comms/TcpConnection.h"
 #include "tests/support/ScriptedHost.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A transport whose descriptor a test can see.
 class VisibleTransport : public CSCommsInterfaceTCP {
@@ -36,7 +34,4 @@ struct OpenTransport {
     std::unique_ptr<ScriptedHost::Peer> peer;
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -15,8 +15,7 @@
 
 #include "tests/comms/SystemCalls.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr unsigned int kMost = std::numeric_limits<unsigned int>::max();
@@ -198,5 +197,4 @@ TEST(PeerWatch, PeerIsNotGoneWhenTheSystemCannotTell) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

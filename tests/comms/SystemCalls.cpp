@@ -15,8 +15,7 @@
 #include <cstdarg>
 #include <cstring>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -198,8 +197,7 @@ void SystemCalls::socketClosed(int descriptor) {
     numbers.erase(descriptor);
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test
 
 // The program's own socket calls stand in front of the system's, for the library inside it too.
 
@@ -209,9 +207,9 @@ using com_tesk::test::Pause;
 using com_tesk::test::SystemCalls;
 using com_tesk::test::systemFunction;
 
-#define PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
+#define CSCLIENT_PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
 
-PROGRAM_WIDE int sigaction(int signal, const struct sigaction* action, struct sigaction* oldAction) noexcept {
+CSCLIENT_PROGRAM_WIDE int sigaction(int signal, const struct sigaction* action, struct sigaction* oldAction) noexcept {
     static const auto real = systemFunction<decltype(&sigaction)>("sigaction");
     if (current == nullptr) {
         return real(signal, action, oldAction);
@@ -223,7 +221,7 @@ PROGRAM_WIDE int sigaction(int signal, const struct sigaction* action, struct si
     return answered<int>(pause.calls(), line, [&] { return real(signal, action, oldAction); });
 }
 
-PROGRAM_WIDE int socket(int domain, int type, int protocol) noexcept {
+CSCLIENT_PROGRAM_WIDE int socket(int domain, int type, int protocol) noexcept {
     static const auto real = systemFunction<decltype(&socket)>("socket");
     if (current == nullptr) {
         return real(domain, type, protocol);
@@ -240,7 +238,7 @@ PROGRAM_WIDE int socket(int domain, int type, int protocol) noexcept {
 }
 
 /// Its third argument is an int or a pointer; both arrive in a long.
-PROGRAM_WIDE int fcntl(int descriptor, int command, ...) {
+CSCLIENT_PROGRAM_WIDE int fcntl(int descriptor, int command, ...) {
     va_list arguments;
     va_start(arguments, command);
     const long argument = va_arg(arguments, long);
@@ -254,7 +252,8 @@ PROGRAM_WIDE int fcntl(int descriptor, int command, ...) {
     return answered<int>(pause.calls(), line, [&] { return real(descriptor, command, argument); });
 }
 
-PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value, socklen_t length) noexcept {
+CSCLIENT_PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value,
+                                     socklen_t length) noexcept {
     static const auto real = systemFunction<decltype(&setsockopt)>("setsockopt");
     if (current == nullptr) {
         return real(descriptor, level, option, value, length);
@@ -266,7 +265,7 @@ PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* v
     return answered<int>(pause.calls(), line, [&] { return real(descriptor, level, option, value, length); });
 }
 
-PROGRAM_WIDE int getsockopt(int descriptor, int level, int option, void* value, socklen_t* length) noexcept {
+CSCLIENT_PROGRAM_WIDE int getsockopt(int descriptor, int level, int option, void* value, socklen_t* length) noexcept {
     static const auto real = systemFunction<decltype(&getsockopt)>("getsockopt");
     if (current == nullptr || level != IPPROTO_TCP || option != TCP_INFO || current->pretendedTcpInfo() == nullptr) {
         return real(descriptor, level, option, value, length);
@@ -275,7 +274,7 @@ PROGRAM_WIDE int getsockopt(int descriptor, int level, int option, void* value, 
     return 0;
 }
 
-PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
+CSCLIENT_PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
     static const auto real = systemFunction<decltype(&connect)>("connect");
     if (current == nullptr) {
         return real(descriptor, address, length);
@@ -286,7 +285,7 @@ PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t leng
     return answered<int>(pause.calls(), line, [&] { return real(descriptor, address, length); });
 }
 
-PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
+CSCLIENT_PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
     static const auto real = systemFunction<decltype(&read)>("read");
     if (current == nullptr) {
         return real(descriptor, buffer, count);
@@ -296,7 +295,7 @@ PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
     return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count); });
 }
 
-PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
+CSCLIENT_PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
     static const auto real = systemFunction<decltype(&write)>("write");
     if (current == nullptr) {
         return real(descriptor, buffer, count);
@@ -306,7 +305,7 @@ PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
     return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count); });
 }
 
-PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
+CSCLIENT_PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
     static const auto real = systemFunction<decltype(&recv)>("recv");
     if (current == nullptr) {
         return real(descriptor, buffer, count, flags);
@@ -316,7 +315,7 @@ PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags)
     return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
 }
 
-PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
+CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
     static const auto real = systemFunction<decltype(&send)>("send");
     if (current == nullptr) {
         return real(descriptor, buffer, count, flags);
@@ -326,7 +325,7 @@ PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int 
     return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
 }
 
-PROGRAM_WIDE int shutdown(int descriptor, int how) noexcept {
+CSCLIENT_PROGRAM_WIDE int shutdown(int descriptor, int how) noexcept {
     static const auto real = systemFunction<decltype(&shutdown)>("shutdown");
     if (current == nullptr) {
         return real(descriptor, how);
@@ -337,7 +336,7 @@ PROGRAM_WIDE int shutdown(int descriptor, int how) noexcept {
     return answered<int>(pause.calls(), line, [&] { return real(descriptor, how); });
 }
 
-PROGRAM_WIDE int close(int descriptor) {
+CSCLIENT_PROGRAM_WIDE int close(int descriptor) {
     static const auto real = systemFunction<decltype(&close)>("close");
     if (current == nullptr) {
         return real(descriptor);

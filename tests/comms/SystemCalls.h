@@ -1,5 +1,4 @@
-#ifndef TESTS_COMMS_SYSTEMCALLS_H
-#define TESTS_COMMS_SYSTEMCALLS_H
+#pragma once
 
 #include <netinet/tcp.h>
 
@@ -9,8 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Writes down the socket calls that the creating thread makes, from construction to destruction, and answers in the
 /// system's place where the test says so. One at a time per thread; it belongs to that thread.
@@ -87,7 +85,4 @@ class SystemCalls {
     std::unique_ptr<tcp_info> pretended;
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

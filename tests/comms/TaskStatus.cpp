@@ -6,8 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -44,5 +43,4 @@ long statusNumber(const std::string& name) {
     throw std::runtime_error("no such line in the status: " + name);
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -1,5 +1,4 @@
-#ifndef TESTS_COMMS_TASKSTATUS_H
-#define TESTS_COMMS_TASKSTATUS_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -7,8 +6,7 @@
 #include <string>
 #include <thread>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Waits until the condition holds; whether it did before the bound.
 template <typename Condition>
@@ -35,7 +33,4 @@ bool exists(pid_t task);
 /// A number of /proc/self/status, such as "Threads" or "VmSize" (which counts kibibytes).
 long statusNumber(const std::string& name);
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

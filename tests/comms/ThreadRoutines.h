@@ -1,5 +1,4 @@
-#ifndef TESTS_COMMS_THREADROUTINES_H
-#define TESTS_COMMS_THREADROUTINES_H
+#pragma once
 
 #include <pthread.h>
 #include <unistd.h>
@@ -20,8 +19,7 @@
 extern "C" void __asan_handle_no_return();
 #endif
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// What a test and the routine of a thread tell each other. It must outlive the thread.
 struct Shared {
@@ -103,7 +101,4 @@ inline void* ignoreCancellation(void* argument) {
     return waitForLeave(argument);
 }
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -5,8 +5,7 @@
 
 #include "tests/comms/OpenTransport.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// The four bytes in the order in which they lie in memory.
@@ -107,5 +106,4 @@ TEST(TransportOpenByText, Connects) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -14,8 +14,7 @@
 #include "tests/message/MessageOf.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -276,5 +275,4 @@ TEST(TransportClosing, AtDestructionWakesAWriterAndWaitsForIt) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

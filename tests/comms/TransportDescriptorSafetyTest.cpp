@@ -12,8 +12,7 @@
 #include "tests/comms/TaskStatus.h"
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// An operation on another thread that is held up at the gate of its system call: it has chosen its descriptor, but
@@ -182,5 +181,4 @@ TEST_F(SlowConnect, TurnsAWriterAwayAtOnce) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -7,8 +7,7 @@
 #include "tests/comms/SystemCalls.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 bool isOpenDescriptor(int descriptor) {
@@ -214,5 +213,4 @@ TEST_F(TransportOpeningFailure, OfConfiguringStillEndsTheOldConnection) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

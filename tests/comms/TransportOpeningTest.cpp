@@ -13,8 +13,7 @@
 #include "tests/comms/SystemCalls.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 static_assert(std::is_base_of<CSCommsInterface, CSCommsInterfaceTCP>::value, "it is a transport");
@@ -289,5 +288,4 @@ TEST(TransportBrokenPipe, IsLeftAloneByConstruction) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -12,8 +12,7 @@
 #include "tests/message/AllocationLimit.h"
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr char kTwenty[] = "01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14";
@@ -275,5 +274,4 @@ TEST_F(TransportReading, ThrowsWithoutReadingWhenTheMessageCannotGrow) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -17,8 +17,7 @@
 #include "tests/comms/OpenTransport.h"
 #include "tests/support/Emulator.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -225,5 +224,4 @@ TEST(TransportStorm, OfLateWritesDoesNotHoldCloseUp) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 #include "tests/message/MessageOf.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 struct TransportWriting : testing::Test {
@@ -120,5 +119,4 @@ TEST(TransportWritingUnopened, ReturnsMinusOne) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

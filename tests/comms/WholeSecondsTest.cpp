@@ -11,8 +11,7 @@
 #include "tests/comms/TaskStatus.h"
 #include "tests/comms/ThreadRoutines.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -112,5 +111,4 @@ TEST(SleepWholeSeconds, CanBeCancelled) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -22,7 +22,7 @@ namespace com_tesk::test {
 namespace {
 
 /// A call in the page's words, but for blanks, and the call itself.
-#define CALL(...)                                                         \
+#define CSCLIENT_CALL(...)                                                \
     {                                                                     \
         withoutBlanks(#__VA_ARGS__), [&] { EXPECT_EQ((__VA_ARGS__), 0); } \
     }
@@ -35,14 +35,14 @@ class WireConversation : public testing::Test {
     void makeCallOf(const ManualSection& section) {
         const unsigned int port = host.port();
         const std::map<std::string, std::function<void()>> calls = {
-            CALL(client.open("127.0.0.1", port, nullptr)),
-            CALL(client.registerOutputParameter({"altitude", CSClient::TYPE_FLOAT})),
-            CALL(client.publishParameter({"altitude", {1234.5F}, CSClient::TYPE_FLOAT})),
-            CALL(client.registerInputParameters(
+            CSCLIENT_CALL(client.open("127.0.0.1", port, nullptr)),
+            CSCLIENT_CALL(client.registerOutputParameter({"altitude", CSClient::TYPE_FLOAT})),
+            CSCLIENT_CALL(client.publishParameter({"altitude", {1234.5F}, CSClient::TYPE_FLOAT})),
+            CSCLIENT_CALL(client.registerInputParameters(
                 {{"heading", CSClient::TYPE_INT, 1}, {"speed", CSClient::TYPE_FLOAT, 2}})),
-            CALL(client.unregisterInputParameter("heading")),
-            CALL(client.unregisterOutputParameter("altitude")),
-            CALL(client.sendMessage(RawMessage("\1\2\3\4\5\6\7\10\11", 9, RawMessage::CONTROL))),
+            CSCLIENT_CALL(client.unregisterInputParameter("heading")),
+            CSCLIENT_CALL(client.unregisterOutputParameter("altitude")),
+            CSCLIENT_CALL(client.sendMessage(RawMessage("\1\2\3\4\5\6\7\10\11", 9, RawMessage::CONTROL))),
         };
         for (const std::string& span : codeSpans(withoutCodeBlock(section))) {
             const auto call = calls.find(withoutBlanks(span));

@@ -15,25 +15,25 @@
 namespace com_tesk::host_test {
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments) {
-    int output[2];
-    int errors[2];
-    if (::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(errors, O_CLOEXEC) != 0) {
+    int outputPipe[2];
+    int errorPipe[2];
+    if (::pipe2(outputPipe, O_CLOEXEC) != 0 || ::pipe2(errorPipe, O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::system_category(), "pipe");
     }
-    m_pid = test::startProgram(program, program, arguments, output[1], errors[1]);
-    ::close(output[1]);
-    ::close(errors[1]);
-    m_output.descriptor = output[0];
-    m_errors.descriptor = errors[0];
+    pid = test::startProgram(program, program, arguments, outputPipe[1], errorPipe[1]);
+    ::close(outputPipe[1]);
+    ::close(errorPipe[1]);
+    output.descriptor = outputPipe[0];
+    errors.descriptor = errorPipe[0];
 }
 
 ChildProcess::~ChildProcess() {
-    if (!m_reaped) {
-        ::kill(m_pid, SIGKILL);
-        ::waitpid(m_pid, nullptr, 0);
+    if (!reaped) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
     }
-    ::close(m_output.descriptor);
-    ::close(m_errors.descriptor);
+    ::close(output.descriptor);
+    ::close(errors.descriptor);
 }
 
 bool ChildProcess::readMore(Stream& stream) {
@@ -53,14 +53,14 @@ bool ChildProcess::readMore(Stream& stream) {
 
 std::string ChildProcess::lineWith(const std::string& part) {
     do {
-        for (std::size_t end; (end = m_output.buffer.find('\n')) != std::string::npos;) {
-            std::string line = m_output.buffer.substr(0, end);
-            m_output.buffer.erase(0, end + 1);
+        for (std::size_t end; (end = output.buffer.find('\n')) != std::string::npos;) {
+            std::string line = output.buffer.substr(0, end);
+            output.buffer.erase(0, end + 1);
             if (line.find(part) != std::string::npos) {
                 return line;
             }
         }
-    } while (readMore(m_output));
+    } while (readMore(output));
     return {};
 }
 
@@ -71,28 +71,28 @@ std::string ChildProcess::rest(Stream& stream) {
 }
 
 std::string ChildProcess::restOfOutput() {
-    return rest(m_output);
+    return rest(output);
 }
 
 std::string ChildProcess::restOfErrors() {
-    return rest(m_errors);
+    return rest(errors);
 }
 
 void ChildProcess::signal(int number) {
-    ::kill(m_pid, number);
+    ::kill(pid, number);
 }
 
 std::optional<int> ChildProcess::exitCode() {
     // Its end closes its streams, so waiting for that is waiting with a bound.
-    while (readMore(m_output)) {
+    while (readMore(output)) {
     }
-    while (readMore(m_errors)) {
+    while (readMore(errors)) {
     }
     int status = 0;
-    if (!m_output.ended || !m_errors.ended || ::waitpid(m_pid, &status, 0) != m_pid) {
+    if (!output.ended || !errors.ended || ::waitpid(pid, &status, 0) != pid) {
         return std::nullopt;
     }
-    m_reaped = true;
+    reaped = true;
     return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
 }
 

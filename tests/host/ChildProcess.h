@@ -42,10 +42,10 @@ class ChildProcess {
     bool readMore(Stream& stream);
     std::string rest(Stream& stream);
 
-    pid_t m_pid = -1;
-    bool m_reaped = false;
-    Stream m_output;
-    Stream m_errors;
+    pid_t pid = -1;
+    bool reaped = false;
+    Stream output;
+    Stream errors;
 };
 
 }  // namespace com_tesk::host_test

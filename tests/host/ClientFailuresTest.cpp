@@ -16,19 +16,19 @@ class ClientFailures : public testing::Test {
   protected:
     LoopbackHost& start(HostOptions options = {}) {
         // Without the values, of which one test brings very many.
-        options.eventSink = [record = m_log.sink()](const HostEvent& event) {
+        options.eventSink = [record = log.sink()](const HostEvent& event) {
             if (!event.value) {
                 record(event);
             }
         };
-        m_host = std::make_unique<LoopbackHost>(options);
-        return *m_host;
+        startedHost = std::make_unique<LoopbackHost>(options);
+        return *startedHost;
     }
 
-    EventLog m_log;
+    EventLog log;
 
   private:
-    std::unique_ptr<LoopbackHost> m_host;
+    std::unique_ptr<LoopbackHost> startedHost;
 };
 
 TEST_F(ClientFailures, AClientThatClosesIsToldAndForgotten) {
@@ -39,7 +39,7 @@ TEST_F(ClientFailures, AClientThatClosesIsToldAndForgotten) {
     client.close();
     EXPECT_TRUE(host.waitForClients(0, kPatience));
     EXPECT_EQ(host.subscriberCount("A"), 0U);
-    EXPECT_EQ(m_log.all().back(), "client 1 disconnected");
+    EXPECT_EQ(log.all().back(), "client 1 disconnected");
 }
 
 TEST_F(ClientFailures, AClientThatClosesInMidFrameIsToldSo) {
@@ -47,7 +47,7 @@ TEST_F(ClientFailures, AClientThatClosesInMidFrameIsToldSo) {
     RawClient client(host.port());
     client.send(hex("00000034"));
     client.close();
-    EXPECT_TRUE(m_log.waitFor("client 1 disconnected: in the middle of a frame"));
+    EXPECT_TRUE(log.waitFor("client 1 disconnected: in the middle of a frame"));
 }
 
 TEST_F(ClientFailures, AClientThatResetsIsToldAndTheOthersAreServedOn) {
@@ -57,7 +57,7 @@ TEST_F(ClientFailures, AClientThatResetsIsToldAndTheOthersAreServedOn) {
     RawClient client(host.port());
     client.ask(subscribeFloat("A"));
     client.reset();
-    EXPECT_TRUE(m_log.waitFor("client 2 lost: Connection reset by peer"));
+    EXPECT_TRUE(log.waitFor("client 2 lost: Connection reset by peer"));
     EXPECT_TRUE(host.waitForSubscribers("A", 0, kPatience));
     EXPECT_EQ(other.ask(versionRequest()).size(), kVersionReplySize);
 }
@@ -84,8 +84,8 @@ TEST_F(ClientFailures, AClientThatStallsInMidFrameIsDroppedAndAnIdleOneIsNot) {
     idle.ask(versionRequest());
     RawClient stalling(host.port());
     stalling.send(hex("00000034 00000020 0000"));
-    EXPECT_EQ(stalling.waitForEnd(), RawClient::End::Closed);
-    EXPECT_TRUE(m_log.has("client 2 dropped: stalled in the middle of a frame for 100 ms"));
+    EXPECT_EQ(stalling.waitForEnd(), RawClient::End::CLOSED);
+    EXPECT_TRUE(log.has("client 2 dropped: stalled in the middle of a frame for 100 ms"));
     EXPECT_EQ(host.clientCount(), 1U);
     EXPECT_EQ(idle.ask(versionRequest()).size(), kVersionReplySize);
 }
@@ -98,8 +98,8 @@ TEST_F(ClientFailures, AClientThatStallsInTheBodyIsDropped) {
     Bytes most = versionRequest();
     most.pop_back();
     stalling.send(most);
-    EXPECT_EQ(stalling.waitForEnd(), RawClient::End::Closed);
-    EXPECT_TRUE(m_log.has("client 1 dropped: stalled"));
+    EXPECT_EQ(stalling.waitForEnd(), RawClient::End::CLOSED);
+    EXPECT_TRUE(log.has("client 1 dropped: stalled"));
 }
 
 TEST_F(ClientFailures, AFrameThatWasCompletedInTimeIsNoStall) {
@@ -115,7 +115,7 @@ TEST_F(ClientFailures, AFrameThatWasCompletedInTimeIsNoStall) {
     EXPECT_EQ(slow.ask(Bytes(request.begin() + 10, request.end())).size(), kVersionReplySize);
     // Another client's stall shows that the time is over.
     other.send(hex("00"));
-    EXPECT_EQ(other.waitForEnd(), RawClient::End::Closed);
+    EXPECT_EQ(other.waitForEnd(), RawClient::End::CLOSED);
     EXPECT_EQ(slow.ask(versionRequest()).size(), kVersionReplySize);
 }
 
@@ -142,15 +142,15 @@ TEST_F(ClientFailures, AClientThatDoesNotReadIsDroppedAtTheBoundAndTheOthersAreS
     const Bytes round = request(0x03, values);
     constexpr int kMoreThanTheSystemBuffers = 5000;
     int rounds = 0;
-    while (!m_log.has("client 3 dropped") && rounds < kMoreThanTheSystemBuffers) {
+    while (!log.has("client 3 dropped") && rounds < kMoreThanTheSystemBuffers) {
         ASSERT_TRUE(publisher.send(round));
         ASSERT_EQ(reader.receiveFrame(), update("00000001 00000000 3F800000"));
         ++rounds;
     }
-    EXPECT_TRUE(m_log.has("client 3 dropped: does not read: ")) << rounds;
-    EXPECT_TRUE(m_log.has(" bytes wait for it, 12056 more do not fit"));
+    EXPECT_TRUE(log.has("client 3 dropped: does not read: ")) << rounds;
+    EXPECT_TRUE(log.has(" bytes wait for it, 12056 more do not fit"));
     EXPECT_TRUE(host.waitForClients(2, kPatience));
-    EXPECT_NE(stuck.waitForEnd(), RawClient::End::StillOpen);
+    EXPECT_NE(stuck.waitForEnd(), RawClient::End::STILL_OPEN);
     EXPECT_EQ(publisher.ask(versionRequest()).size(), kVersionReplySize);
 }
 

@@ -42,7 +42,7 @@ TEST_P(CshostSignal, ClosesEveryClientAndExitsWithZero) {
     RawClient client(portOf(host));
     EXPECT_EQ(client.ask(versionRequest()).size(), kVersionReplySize);
     host.signal(GetParam());
-    EXPECT_EQ(client.waitForEnd(), RawClient::End::Closed);
+    EXPECT_EQ(client.waitForEnd(), RawClient::End::CLOSED);
     EXPECT_EQ(host.exitCode(), 0);
     EXPECT_NE(host.lineWith("client 1 dropped: the host stops"), "");
     EXPECT_NE(host.lineWith("host stopped"), "");

@@ -27,9 +27,9 @@ class EventLog {
   private:
     std::size_t countLocked(const std::string& part) const;
 
-    std::mutex m_mutex;
-    std::condition_variable m_added;
-    std::vector<std::string> m_events;  // guarded by m_mutex
+    std::mutex mutex;
+    std::condition_variable added;
+    std::vector<std::string> events;  // guarded by mutex
 };
 
 }  // namespace com_tesk::host_test

@@ -4,12 +4,12 @@
 
 #include <ctime>
 
-namespace com_tesk {
+namespace com_tesk::host_test {
 namespace {
 
 HostEvent published(const std::string& name, HostValue value) {
     HostEvent event;
-    event.kind = HostEvent::Kind::Published;
+    event.kind = HostEvent::Kind::PUBLISHED;
     event.client = 2;
     event.name = name;
     event.id = 4;
@@ -25,7 +25,7 @@ TEST(DescribeEvent, SaysWhoAndWhatWithNameAndValue) {
 
 TEST(DescribeEvent, ClientNumberZeroIsTheHostItself) {
     HostEvent event;
-    event.kind = HostEvent::Kind::Listening;
+    event.kind = HostEvent::Kind::LISTENING;
     event.text = "127.0.0.1:55580";
     EXPECT_EQ(describe(event), "host listening on 127.0.0.1:55580");
 }
@@ -48,10 +48,10 @@ TEST(LineOfEvent, BeginsWithTheLocalTimeToTheMillisecond) {
     local.tm_hour = 12;
     local.tm_isdst = -1;
     HostEvent event;
-    event.kind = HostEvent::Kind::Stopped;
+    event.kind = HostEvent::Kind::STOPPED;
     event.time = std::chrono::system_clock::from_time_t(std::mktime(&local)) + std::chrono::milliseconds(7);
     EXPECT_EQ(lineOf(event), "2026-07-01T12:00:00.007 host stopped");
 }
 
 }  // namespace
-}  // namespace com_tesk
+}  // namespace com_tesk::host_test

@@ -73,7 +73,7 @@ TEST(HostLife, CanBeStartedAgainOnTheSamePortAtOnce) {
         RawClient client(port);
         EXPECT_EQ(client.ask(versionRequest()).size(), kVersionReplySize) << round;
         host.stop();
-        EXPECT_EQ(client.waitForEnd(), RawClient::End::Closed) << round;
+        EXPECT_EQ(client.waitForEnd(), RawClient::End::CLOSED) << round;
     }
 }
 
@@ -86,8 +86,8 @@ TEST(HostLife, StopClosesEveryClientAndThePort) {
     RawClient two(host.port());
     ASSERT_TRUE(host.waitForClients(2, kPatience));
     host.stop();
-    EXPECT_EQ(one.waitForEnd(), RawClient::End::Closed);
-    EXPECT_EQ(two.waitForEnd(), RawClient::End::Closed);
+    EXPECT_EQ(one.waitForEnd(), RawClient::End::CLOSED);
+    EXPECT_EQ(two.waitForEnd(), RawClient::End::CLOSED);
     EXPECT_THROW(RawClient{host.port()}, std::system_error);
     EXPECT_EQ(host.clientCount(), 0U);
     EXPECT_EQ(log.count("dropped: the host stops"), 2U);
@@ -103,7 +103,7 @@ TEST(HostLife, AStoppedHostStillAnswersForItsValuesAndReportsNothing) {
     host.stop();
     host.setValue("A", HostValue::integer(1));
     EXPECT_EQ(host.value("A"), HostValue::integer(1));
-    EXPECT_EQ(host.dropClients(LoopbackHost::DropMode::Reset), 0U);
+    EXPECT_EQ(host.dropClients(LoopbackHost::DropMode::RESET), 0U);
     EXPECT_EQ(log.all().back(), "host stopped");
 }
 
@@ -112,10 +112,10 @@ TEST(HostLife, DroppedClientsReadTheEndOfTheStreamAndMayComeBack) {
     RawClient one(host.port());
     RawClient two(host.port());
     ASSERT_TRUE(host.waitForClients(2, kPatience));
-    EXPECT_EQ(host.dropClients(LoopbackHost::DropMode::Graceful), 2U);
+    EXPECT_EQ(host.dropClients(LoopbackHost::DropMode::GRACEFUL), 2U);
     EXPECT_EQ(host.clientCount(), 0U);
-    EXPECT_EQ(one.waitForEnd(), RawClient::End::Closed);
-    EXPECT_EQ(two.waitForEnd(), RawClient::End::Closed);
+    EXPECT_EQ(one.waitForEnd(), RawClient::End::CLOSED);
+    EXPECT_EQ(two.waitForEnd(), RawClient::End::CLOSED);
     RawClient three(host.port());
     EXPECT_EQ(three.ask(versionRequest()).size(), kVersionReplySize);
 }
@@ -124,8 +124,8 @@ TEST(HostLife, ResetClientsSeeAReset) {
     LoopbackHost host({});
     RawClient client(host.port());
     ASSERT_TRUE(host.waitForClients(1, kPatience));
-    EXPECT_EQ(host.dropClients(LoopbackHost::DropMode::Reset), 1U);
-    EXPECT_EQ(client.waitForEnd(), RawClient::End::Reset);
+    EXPECT_EQ(host.dropClients(LoopbackHost::DropMode::RESET), 1U);
+    EXPECT_EQ(client.waitForEnd(), RawClient::End::RESET);
 }
 
 TEST(HostLife, InitialValuesAreThereFromTheStart) {
@@ -155,7 +155,7 @@ TEST(HostLife, TheEventSinkMaySetAndReadValues) {
     HostOptions options;
     LoopbackHost* self = nullptr;
     options.eventSink = [&self](const HostEvent& event) {
-        if (event.kind == HostEvent::Kind::Published && event.name == "A") {
+        if (event.kind == HostEvent::Kind::PUBLISHED && event.name == "A") {
             self->setValue("B", self->value("A").value_or(HostValue::integer(1)));
         }
     };

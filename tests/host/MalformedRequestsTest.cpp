@@ -98,7 +98,7 @@ TEST_P(LostStream, EndsThatClientAndNoOther) {
     client.send(joined({hex(GetParam().frameLengthAndHeaderLength),
                         hex("00000000 00000000 FFFFFFFF FFFFFFFF FFFFFFFF FFFFFFFF"),
                         hex("04027FFF 00000014 007F0006 00050000 00000000")}));
-    EXPECT_EQ(client.waitForEnd(), RawClient::End::Closed);
+    EXPECT_EQ(client.waitForEnd(), RawClient::End::CLOSED);
     EXPECT_TRUE(log.has(std::string("client 2 dropped: malformed frame: ") + GetParam().event))
         << testing::PrintToString(log.all());
     EXPECT_EQ(host.clientCount(), 1U);
@@ -120,7 +120,7 @@ TEST(LostStreamBehindRequests, RequestsInFrontOfTheMalformedFrameAreServed) {
     RawClient client(host.port());
     client.send(joined({registerFloat("A"), publish("00000001 00000000 3F800000"), zeros(32)}));
     EXPECT_EQ(client.receiveFrame().size(), 100U);
-    EXPECT_EQ(client.waitForEnd(), RawClient::End::Closed);
+    EXPECT_EQ(client.waitForEnd(), RawClient::End::CLOSED);
     EXPECT_EQ(host.value("A"), HostValue::real(1.0F));
 }
 

@@ -31,19 +31,19 @@ bool readable(int socket, Clock::time_point deadline) {
 }  // namespace
 
 RawClient::RawClient(std::uint16_t port, const std::string& address, int receiveBuffer)
-    : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    : socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const int on = 1;
-    ::setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     if (receiveBuffer > 0) {
-        ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+        ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     }
     sockaddr_in host{};
     host.sin_family = AF_INET;
     host.sin_port = htons(port);
     ::inet_pton(AF_INET, address.c_str(), &host.sin_addr);
-    if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&host), sizeof host) != 0) {
+    if (::connect(socket, reinterpret_cast<const sockaddr*>(&host), sizeof host) != 0) {
         const std::error_code error(errno, std::system_category());
-        ::close(m_socket);
+        ::close(socket);
         throw std::system_error(error, "connect");
     }
 }
@@ -55,7 +55,7 @@ RawClient::~RawClient() {
 bool RawClient::send(const Bytes& bytes) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t count = ::send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        const ssize_t count = ::send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         if (count < 0 && errno != EINTR) {
             return false;
         }
@@ -68,8 +68,8 @@ Bytes RawClient::receive(std::size_t count) {
     const auto deadline = Clock::now() + kPatience;
     Bytes bytes(count);
     std::size_t received = 0;
-    while (received < count && readable(m_socket, deadline)) {
-        const ssize_t got = ::recv(m_socket, bytes.data() + received, count - received, 0);
+    while (received < count && readable(socket, deadline)) {
+        const ssize_t got = ::recv(socket, bytes.data() + received, count - received, 0);
         if (got <= 0) {
             break;
         }
@@ -97,28 +97,28 @@ Bytes RawClient::ask(const Bytes& request) {
 RawClient::End RawClient::waitForEnd(std::chrono::milliseconds limit) {
     const auto deadline = Clock::now() + limit;
     Bytes waste(65536);
-    while (readable(m_socket, deadline)) {
-        const ssize_t got = ::recv(m_socket, waste.data(), waste.size(), 0);
+    while (readable(socket, deadline)) {
+        const ssize_t got = ::recv(socket, waste.data(), waste.size(), 0);
         if (got == 0) {
-            return End::Closed;
+            return End::CLOSED;
         }
         if (got < 0 && errno != EINTR) {
-            return End::Reset;
+            return End::RESET;
         }
     }
-    return End::StillOpen;
+    return End::STILL_OPEN;
 }
 
 void RawClient::close() {
-    if (m_socket >= 0) {
-        ::close(m_socket);
-        m_socket = -1;
+    if (socket >= 0) {
+        ::close(socket);
+        socket = -1;
     }
 }
 
 void RawClient::reset() {
     const linger now{1, 0};
-    ::setsockopt(m_socket, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     close();
 }
 

@@ -35,7 +35,7 @@ class RawClient {
     /// Sends, and returns the frame that comes next.
     Bytes ask(const Bytes& request);
 
-    enum class End { Closed, Reset, StillOpen };
+    enum class End { CLOSED, RESET, STILL_OPEN };
     /// Reads until the connection ends, throwing away what still comes.
     End waitForEnd(std::chrono::milliseconds limit = kPatience);
 
@@ -46,7 +46,7 @@ class RawClient {
   private:
     Bytes receive(std::size_t count);
 
-    int m_socket = -1;
+    int socket = -1;
 };
 
 }  // namespace com_tesk::host_test

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-namespace com_tesk {
+namespace com_tesk::host_test {
 namespace {
 
 TEST(HostValue, IntegerKeepsItsSign) {
@@ -50,4 +50,4 @@ TEST(HostValue, TextThatIsNotWhollyANumberIsRefused) {
 }
 
 }  // namespace
-}  // namespace com_tesk
+}  // namespace com_tesk::host_test

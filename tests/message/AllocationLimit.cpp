@@ -72,8 +72,7 @@ void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
     release(memory);
 }
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 std::size_t allocatedBytes() {
     return held;
@@ -87,5 +86,4 @@ AllocationLimit::~AllocationLimit() {
     limit = kUnlimited;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -1,10 +1,8 @@
-#ifndef TESTS_MESSAGE_ALLOCATIONLIMIT_H
-#define TESTS_MESSAGE_ALLOCATIONLIMIT_H
+#pragma once
 
 #include <cstddef>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Bytes that `operator new` has given to this process and that have not been given back.
 std::size_t allocatedBytes();
@@ -19,7 +17,4 @@ class AllocationLimit {
     ~AllocationLimit();
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

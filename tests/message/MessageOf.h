@@ -1,13 +1,11 @@
-#ifndef TESTS_MESSAGE_MESSAGEOF_H
-#define TESTS_MESSAGE_MESSAGEOF_H
+#pragma once
 
 #include <string>
 
 #include "message/RawMessage.h"
 #include "tests/support/Hex.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A data message of these bytes. It is filled through the vector, so it needs none of the operations under test.
 inline RawMessage messageOf(const std::string& hexBytes) {
@@ -17,7 +15,4 @@ inline RawMessage messageOf(const std::string& hexBytes) {
     return message;
 }
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 #include "tests/message/AllocationLimit.h"
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 template <typename Value>
@@ -128,5 +127,4 @@ TEST(RawMessageWithoutMemory, StaysUnchangedWhenAWriteFails) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 static_assert(std::is_convertible<RawMessage*, std::vector<char>*>::value, "derives publicly from the vector");
@@ -140,5 +139,4 @@ TEST(RawMessageSubprotocol, IgnoresAByteThatTheMessageNoLongerHolds) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

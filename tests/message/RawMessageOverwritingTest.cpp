@@ -4,8 +4,7 @@
 
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr unsigned int kWord = 0xA1B2C3D4U;
@@ -90,5 +89,4 @@ TEST(RawMessageWriteByteAt, DoesNothingToAnEmptyMessage) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

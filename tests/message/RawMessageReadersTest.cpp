@@ -8,8 +8,7 @@
 
 #include "tests/message/MessageOf.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr char kEight[] = "01 02 03 04 05 06 07 08";
@@ -163,5 +162,4 @@ TEST(RawMessageReaders, LeaveTheMessageUnchanged) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -5,8 +5,7 @@
 #include "tests/message/MessageOf.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 std::string shown(const std::string& hexBytes) {
@@ -53,5 +52,4 @@ TEST(RawMessageShow, LeavesTheStreamObjectAlone) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

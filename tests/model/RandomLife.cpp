@@ -78,25 +78,25 @@ class Drawing {
     }
 
     std::uint32_t type() {
-        static constexpr std::uint32_t types[] = {1, 1, 1, 2, 2, 2, 5, 0xFFFFFFFF};
-        return oneIn(40) ? 0 : oneOf(types);
+        static constexpr std::uint32_t kTypes[] = {1, 1, 1, 2, 2, 2, 5, 0xFFFFFFFF};
+        return oneIn(40) ? 0 : oneOf(kTypes);
     }
 
     std::uint32_t bits() {
-        static constexpr std::uint32_t known[] = {0, 1, 0x3F800000, 0x7F800001, 0x80000000, 0xFFFFFFFE};
-        return oneIn(2) ? oneOf(known) : static_cast<std::uint32_t>(random());
+        static constexpr std::uint32_t kKnown[] = {0, 1, 0x3F800000, 0x7F800001, 0x80000000, 0xFFFFFFFE};
+        return oneIn(2) ? oneOf(kKnown) : static_cast<std::uint32_t>(random());
     }
 
     std::uint32_t id() {
-        static constexpr std::uint32_t odd[] = {0, kWaiting, 0x80000000, 0xFFFFFFFF};
-        return oneIn(10) ? oneOf(odd) : 1 + below(9);
+        static constexpr std::uint32_t kOdd[] = {0, kWaiting, 0x80000000, 0xFFFFFFFF};
+        return oneIn(10) ? oneOf(kOdd) : 1 + below(9);
     }
 
     std::size_t count() { return oneIn(20) ? below(12) : oneIn(2) ? 1 : 1 + below(4); }
 
     std::uint32_t announced() {
-        static constexpr std::uint32_t lies[] = {0, 1, 2, 5, 1000, 0x80000000, 0xFFFFFFFE};
-        return oneIn(8) ? oneOf(lies) : Step::kTrueCount;
+        static constexpr std::uint32_t kLies[] = {0, 1, 2, 5, 1000, 0x80000000, 0xFFFFFFFE};
+        return oneIn(8) ? oneOf(kLies) : Step::kTrueCount;
     }
 
     std::uint32_t dropped() { return oneIn(8) ? 1 + below(60) : 0; }
@@ -159,8 +159,8 @@ class Drawing {
     }
 
     Step version() {
-        static constexpr std::uint32_t ids[] = {1, 1, 2, 3, 0, 32767, 32768, 65535};
-        Step step = make(Step::VERSION, {oneOf(ids), bits(), oneIn(6) ? bits() : 1, oneIn(8) ? below(150) : 0});
+        static constexpr std::uint32_t kIds[] = {1, 1, 2, 3, 0, 32767, 32768, 65535};
+        Step step = make(Step::VERSION, {oneOf(kIds), bits(), oneIn(6) ? bits() : 1, oneIn(8) ? below(150) : 0});
         step.records.push_back({oneIn(4) ? std::string(120 + below(20), 'v') : name(), {}});
         return step;
     }
@@ -205,9 +205,9 @@ class Drawing {
     }
 
     Step failedWrite() {
-        static constexpr std::uint32_t results[] = {kMinusOne, kMinusOne, 0, 5};
-        static constexpr std::uint32_t errors[] = {32, 104, 11, 0};
-        return make(Step::FAIL_WRITE, {oneOf(results), oneOf(errors)});
+        static constexpr std::uint32_t kResults[] = {kMinusOne, kMinusOne, 0, 5};
+        static constexpr std::uint32_t kErrors[] = {32, 104, 11, 0};
+        return make(Step::FAIL_WRITE, {oneOf(kResults), oneOf(kErrors)});
     }
 
     Step callbacks() {
@@ -283,9 +283,9 @@ class Drawing {
 }  // namespace
 
 Life randomLife(std::mt19937_64& random, std::size_t count, const Weights& weights) {
-    static constexpr std::uint32_t ids[] = {1, 1, 0, 32767, 0x12345};
+    static constexpr std::uint32_t kIds[] = {1, 1, 0, 32767, 0x12345};
     Life life;
-    life.simulatorId = ids[random() % std::size(ids)];
+    life.simulatorId = kIds[random() % std::size(kIds)];
     life.options = static_cast<std::uint32_t>(random() % 4);
     Drawing drawing(random, weights);
     while (life.steps.size() < count) {

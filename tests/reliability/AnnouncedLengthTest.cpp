@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "message/RawMessage.h"
 #include "tests/reliability/HostileFixtures.h"
 #include "tests/reliability/LargestAllocation.h"
 #include "tests/reliability/Levels.h"

@@ -23,12 +23,12 @@ namespace {
 
 constexpr std::size_t kClientsAtATime = 24;
 
-enum Callback : std::size_t { kStateChanged, kUpdated, kOutputsConfirmed, kInputsConfirmed, kCallbacks };
+enum Callback : std::size_t { STATE_CHANGED, UPDATED, OUTPUTS_CONFIRMED, INPUTS_CONFIRMED, CALLBACKS };
 
 /// How often each operation has been called from inside each callback.
 class Coverage {
   public:
-    Coverage() : counts(kCallbacks * allOperations().size()) {}
+    Coverage() : counts(CALLBACKS * allOperations().size()) {}
 
     void count(Callback callback, std::size_t operation) { ++counts[callback * allOperations().size() + operation]; }
 
@@ -39,7 +39,7 @@ class Coverage {
         for (std::size_t i = 0; i < counts.size(); ++i) {
             const Operation& operation = allOperations()[i % allOperations().size()];
             const std::size_t callback = i / allOperations().size();
-            if (counts[i] == 0 && !(callback == kStateChanged && operation.opensOrCloses)) {
+            if (counts[i] == 0 && !(callback == STATE_CHANGED && operation.opensOrCloses)) {
                 text += std::string(operation.name) + " in " + callbackNames[callback] + "; ";
             }
         }
@@ -69,14 +69,14 @@ class BusyCallbacks : public CSClient::CallbackIface {
     }
 
     void connectionStateChanged(CSClient::State /*oldState*/, CSClient::State /*newState*/) override {
-        work(kStateChanged);
+        work(STATE_CHANGED);
     }
-    void inputParametersUpdated(const std::vector<CSClient::Parameter>& /*parameters*/) override { work(kUpdated); }
+    void inputParametersUpdated(const std::vector<CSClient::Parameter>& /*parameters*/) override { work(UPDATED); }
     void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& /*outputs*/) override {
-        work(kOutputsConfirmed);
+        work(OUTPUTS_CONFIRMED);
     }
     void inputParametersConfirmed(const std::vector<CSClient::InputDef>& /*inputs*/) override {
-        work(kInputsConfirmed);
+        work(INPUTS_CONFIRMED);
     }
 
   private:
@@ -87,7 +87,7 @@ class BusyCallbacks : public CSClient::CallbackIface {
         for (std::size_t i = 0; i < kPerCall; ++i) {
             const std::size_t index = next[callback]++ % allOperations().size();
             const Operation& operation = allOperations()[index];
-            if (callback == kStateChanged && operation.opensOrCloses) {
+            if (callback == STATE_CHANGED && operation.opensOrCloses) {
                 continue;
             }
             operation.call(*client, Surroundings{random, port, this});
@@ -99,7 +99,7 @@ class BusyCallbacks : public CSClient::CallbackIface {
     CSClient* client = nullptr;
     const unsigned int port;
     Coverage& coverage;
-    std::array<std::atomic<std::size_t>, kCallbacks> next{};
+    std::array<std::atomic<std::size_t>, CALLBACKS> next{};
     std::atomic<std::uint64_t> nextSeed{0};
 };
 

@@ -122,7 +122,7 @@ std::string describe(const View& view) {
 
 /// A reset before the first byte can overtake the client's connect, which then counts as a failed attempt.
 bool mayFailToConnect(const CuttingHost::Cut& cut) {
-    return cut.afterBytes == 0 && cut.ending == Ending::Reset;
+    return cut.afterBytes == 0 && cut.ending == Ending::RESET;
 }
 
 /// The cut session of a client that connects again: its second connection has to end with everything in place.
@@ -236,7 +236,7 @@ class CutAtEveryByte : public testing::TestWithParam<std::tuple<ClientKind, Dire
     /// One session for each number of bytes, none and all included.
     static std::string sweep(std::size_t sessionsAtATime, Session session) {
         const auto [kind, direction, ending] = GetParam();
-        const std::size_t cuts = 1 + (direction == Direction::ToHost ? kBytesToHost : kBytesToClient);
+        const std::size_t cuts = 1 + (direction == Direction::TO_HOST ? kBytesToHost : kBytesToClient);
         return sideBySide(cuts, sessionsAtATime,
                           [session, kind = kind, direction = direction, ending = ending](std::size_t index) {
                               return session(kind, CuttingHost::Cut{direction, ending, index});
@@ -254,12 +254,12 @@ TEST_P(CutAtEveryByte, WithoutReconnectTheConnectionEndsAndNothingIsKept) {
 
 INSTANTIATE_TEST_SUITE_P(Client, CutAtEveryByte,
                          testing::Combine(testing::ValuesIn(kClientKinds),
-                                          testing::Values(Direction::ToHost, Direction::ToClient),
-                                          testing::Values(Ending::InOrder, Ending::Reset)),
+                                          testing::Values(Direction::TO_HOST, Direction::TO_CLIENT),
+                                          testing::Values(Ending::IN_ORDER, Ending::RESET)),
                          [](const auto& tested) {
                              return std::string(std::get<0>(tested.param).name) +
-                                    (std::get<1>(tested.param) == Direction::ToHost ? "ToHost" : "ToClient") +
-                                    (std::get<2>(tested.param) == Ending::InOrder ? "InOrder" : "Reset");
+                                    (std::get<1>(tested.param) == Direction::TO_HOST ? "ToHost" : "ToClient") +
+                                    (std::get<2>(tested.param) == Ending::IN_ORDER ? "InOrder" : "Reset");
                          });
 
 }  // namespace

@@ -85,7 +85,7 @@ void CuttingHost::letIn() {
         return;
     }
     if (connection >= 0) {
-        endConnection(Ending::InOrder);
+        endConnection(Ending::IN_ORDER);
     }
     connection = accepted;
     ++current.connections;
@@ -98,10 +98,10 @@ void CuttingHost::letIn() {
 
 void CuttingHost::receive() {
     std::array<std::uint8_t, 4096> buffer{};
-    const std::size_t wanted = allowed(Direction::ToHost, buffer.size());
+    const std::size_t wanted = allowed(Direction::TO_HOST, buffer.size());
     const ssize_t count = recv(connection, buffer.data(), wanted, 0);
     if (count <= 0) {
-        endConnection(Ending::InOrder);
+        endConnection(Ending::IN_ORDER);
         return;
     }
     current.received += static_cast<std::size_t>(count);
@@ -186,7 +186,7 @@ void CuttingHost::send(const host::Bytes& frame) {
         return;
     }
     // One call for the whole frame, so that it arrives in one piece; so small that it always fits.
-    const std::size_t wanted = allowed(Direction::ToClient, frame.size());
+    const std::size_t wanted = allowed(Direction::TO_CLIENT, frame.size());
     if (wanted > 0 && ::send(connection, frame.data(), wanted, MSG_NOSIGNAL) >= 0) {
         current.sent += wanted;
     }
@@ -197,14 +197,14 @@ std::size_t CuttingHost::allowed(Direction direction, std::size_t wanted) const 
     if (!cut || current.connections != 1 || cut->direction != direction) {
         return wanted;
     }
-    return std::min(wanted, cut->afterBytes - (direction == Direction::ToHost ? current.received : current.sent));
+    return std::min(wanted, cut->afterBytes - (direction == Direction::TO_HOST ? current.received : current.sent));
 }
 
 void CuttingHost::cutWhenDue() {
     if (connection < 0 || !cut || current.connections != 1) {
         return;
     }
-    const std::size_t carried = cut->direction == Direction::ToHost ? current.received : current.sent;
+    const std::size_t carried = cut->direction == Direction::TO_HOST ? current.received : current.sent;
     if (carried == cut->afterBytes) {
         current.isCut = true;
         endConnection(cut->ending);
@@ -212,7 +212,7 @@ void CuttingHost::cutWhenDue() {
 }
 
 void CuttingHost::endConnection(Ending ending) {
-    if (ending == Ending::Reset) {
+    if (ending == Ending::RESET) {
         closeWithReset(connection);
     } else {
         // Closed only after the client: what it still sends would be answered with a reset.

@@ -21,12 +21,12 @@
 namespace com_tesk::test {
 
 /// Which way bytes travel.
-enum class Direction { ToHost, ToClient };
+enum class Direction { TO_HOST, TO_CLIENT };
 
 /// How a host ends a connection.
 enum class Ending {
-    InOrder,  ///< the client reads what was sent, then the end of the stream
-    Reset,    ///< the client's next read or write fails
+    IN_ORDER,  ///< the client reads what was sent, then the end of the stream
+    RESET,     ///< the client's next read or write fails
 };
 
 /// A host of one client after another that follows the protocol, until its first connection has carried a given number

@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 // What an interface may do inside a callback. A callback that ran under a lock of the library would never return here.
@@ -198,5 +197,4 @@ TEST_F(CallbackActions, HandlingAnotherMessageInACallbackIsPossible) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 // Longer than what a string holds inside itself, and of different lengths, so that a torn read shows.
@@ -169,5 +168,4 @@ TEST(ConcurrentReaders, MayAskOnTheWorkerInsideCallbacksAndOutsideAtTheSameTime)
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

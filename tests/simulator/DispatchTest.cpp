@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// An engine with an input and an output on which each of the host's four messages leaves its mark.
@@ -155,5 +154,4 @@ TEST_F(Dispatch, RestOfTheSubHeaderDoesNotMatter) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

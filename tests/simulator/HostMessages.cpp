@@ -2,8 +2,7 @@
 
 #include "tests/support/Hex.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -52,5 +51,4 @@ std::string firstBytes(const std::string& bodyHex, std::size_t length) {
     return hexText(bytes);
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -1,11 +1,9 @@
-#ifndef TESTS_SIMULATOR_HOSTMESSAGES_H
-#define TESTS_SIMULATOR_HOSTMESSAGES_H
+#pragma once
 
 #include <string>
 #include <vector>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 // The bodies of a host's messages, as hex texts. Every byte that the client does not read is filled with something
 // other than zero, so that a client that does read it is found out.
@@ -27,7 +25,4 @@ std::string versionResponse(unsigned int simulatorWord, const std::string& text,
 /// The first `length` bytes of a body.
 std::string firstBytes(const std::string& bodyHex, std::size_t length);
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

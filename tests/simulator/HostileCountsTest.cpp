@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 // Counts that are larger than what the body holds: one more, those whose product with the record's length wraps
@@ -109,5 +108,4 @@ TEST_F(HostileCounts, ManyRecordsAreAllRead) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 const std::string kNameA =
@@ -301,5 +300,4 @@ TEST(NewSimulatorId, RegistersInputsThroughTheVirtualOperation) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

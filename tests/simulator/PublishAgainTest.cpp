@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Three integer outputs P, Q and R that wait for their confirmation, the first two published.
@@ -221,5 +220,4 @@ TEST_F(PublishAgain, GoesThroughTheVirtualSenderWithModeZero) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -2,8 +2,7 @@
 
 #include "tests/simulator/ReadyEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Output = CSClientProtocol::OutputParameterEntry;
@@ -120,5 +119,4 @@ TEST(PublishRequest, LeavesTheEntriesAsTheyAre) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

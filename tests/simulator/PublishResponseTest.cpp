@@ -7,8 +7,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Ids = std::map<std::uint32_t, std::string>;
@@ -261,5 +260,4 @@ TEST_F(PublishResponse, KeepsValueAndPublishedMark) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

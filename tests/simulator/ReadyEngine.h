@@ -1,5 +1,4 @@
-#ifndef TESTS_SIMULATOR_READYENGINE_H
-#define TESTS_SIMULATOR_READYENGINE_H
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -14,8 +13,7 @@
 #include "tests/support/Hex.h"
 #include "tests/support/TestEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 using Lines = std::vector<std::string>;
 
@@ -164,7 +162,4 @@ class ActingCallbacks : public CSClient::CallbackIface {
     std::string label;
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -2,8 +2,7 @@
 
 #include "tests/simulator/ReadyEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Input = CSClientProtocol::InputParameterEntry;
@@ -178,5 +177,4 @@ TEST(OutputUnregistration, CarriesTheUnassignedIdOfAnUnconfirmedOutput) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

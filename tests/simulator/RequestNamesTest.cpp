@@ -2,8 +2,7 @@
 
 #include "tests/simulator/ReadyEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr std::size_t kFieldText = 32 * 3 - 1;
@@ -91,5 +90,4 @@ TEST(RequestNames, LongNameDoesNotDisturbTheRecordBehindIt) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

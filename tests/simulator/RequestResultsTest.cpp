@@ -5,8 +5,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Input = CSClientProtocol::InputParameterEntry;
@@ -146,5 +145,4 @@ TEST(RequestResults, SendersTakeNoEngineLock) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -2,8 +2,7 @@
 
 #include "tests/simulator/ReadyEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Bytes 12 to 15 of each of the six requests.
@@ -106,5 +105,4 @@ TEST(SimulatorId, SurvivesTheEndOfTheConnection) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

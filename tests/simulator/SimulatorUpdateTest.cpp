@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Inputs A (float, id 7) and B (integer, id 8), confirmed, and W, which waits.
@@ -218,5 +217,4 @@ TEST_F(SimulatorUpdate, WithoutInterfacesIsDropped) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Ids = std::map<std::uint32_t, std::string>;
@@ -231,5 +230,4 @@ TEST_F(SubscribeResponse, WithoutInterfacesConfirmsAllTheSame) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -4,8 +4,7 @@
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 // Reading stops at the first record that does not fit whole. Each message here holds two records, with names that fill
@@ -117,5 +116,4 @@ TEST(TruncatedMessages, CountCutInTheMiddleConfirmsNothing) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -10,8 +10,7 @@
 #include <system_error>
 #include <vector>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A port of 127.0.0.1 that never answers: a listener that accepts no connection and whose queue is full. The system
 /// drops further attempts to connect without an answer.
@@ -63,5 +62,4 @@ class BlackHole {
     std::vector<int> sockets;
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -6,8 +6,7 @@
 #include "tests/support/ScriptedHost.h"
 #include "tests/support/TransportUnderTest.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -110,5 +109,4 @@ CSCommsInterfaceTCP* newTransportUnderTest() {
     return new CSCommsInterfaceTCPBuffered(CSCommsInterfaceTCPBuffered::Options());
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -2,8 +2,7 @@
 
 #include <iostream>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 CapturedStreams::CapturedStreams()
     : previousOut(std::cout.rdbuf(&outBuffer)), previousErr(std::cerr.rdbuf(&errBuffer)) {}
@@ -44,5 +43,4 @@ std::streamsize CapturedStreams::Buffer::xsputn(const char* characters, std::str
     return count;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

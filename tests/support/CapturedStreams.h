@@ -6,8 +6,7 @@
 #include <streambuf>
 #include <string>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Captures the text written to std::cout and std::cerr, from construction to destruction. Create it before the first
 /// thread that prints, and destroy it after the last one. Any thread may read the text.
@@ -58,5 +57,4 @@ class CapturedStreams {
     std::streambuf* previousErr;
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -6,8 +6,7 @@
 #include <sstream>
 #include <system_error>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 bool isEmulated() {
     return CSCLIENT_EMULATOR[0] != '\0';
@@ -46,5 +45,4 @@ pid_t startProgram(const std::string& path, const std::string& ownName, const st
     return process;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// True when the tests are built for another machine and run under an emulator. The process is then the emulator's: the
 /// system counts the emulator's threads, descriptors and memory too.
@@ -19,5 +18,4 @@ bool isEmulated();
 pid_t startProgram(const std::string& path, const std::string& ownName, const std::vector<std::string>& arguments,
                    int standardOutput, int standardError);
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -14,8 +14,7 @@
 #include "tests/support/Hex.h"
 #include "tests/support/TransportUnderTest.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A transport without a socket. Reads return the results that the test has queued. Writes are recorded. Connecting
 /// succeeds unless the test sets `onOpen`. Any thread.
@@ -139,5 +138,4 @@ class FakeTransport : public CSCommsInterfaceTCP {
     int closes = 0;
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

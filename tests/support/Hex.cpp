@@ -3,8 +3,7 @@
 #include <cctype>
 #include <stdexcept>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -81,5 +80,4 @@ std::string hexFrame(const std::string& bodyHex) {
            "FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF" + (bodyLength == 0 ? "" : " ") + bodyHex;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

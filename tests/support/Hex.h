@@ -3,8 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 using Bytes = std::vector<unsigned char>;
 
@@ -28,5 +27,4 @@ std::string hexFrame(const std::string& bodyHex);
 /// Returns the hex text of a big-endian 32-bit word.
 std::string hexWord(unsigned int value);
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

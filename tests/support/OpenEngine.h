@@ -55,7 +55,9 @@ class PartAccess {
     static auto& versionMutex(HostVersion& version) { return version.versionMutex; }
 };
 
-namespace test {
+}  // namespace com_tesk
+
+namespace com_tesk::test {
 
 /// An engine whose parts a test can read and change.
 class OpenEngine : public SimulatorProtocol {
@@ -133,5 +135,4 @@ class OpenEngine : public SimulatorProtocol {
     /// @}
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

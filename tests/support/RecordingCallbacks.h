@@ -10,8 +10,7 @@
 
 #include "client/CSClient.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Records every callback as a line, for example "state 0->1", "inputs confirmed A B", "outputs confirmed",
 /// "updated A=int:-2 B=float:1.5". Any thread.
@@ -94,5 +93,4 @@ class RecordingCallbacks : public CSClient::CallbackIface {
     std::vector<std::string> recorded;
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

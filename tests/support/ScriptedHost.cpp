@@ -10,8 +10,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -204,5 +203,4 @@ unsigned int refusingPort() {
     return port;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

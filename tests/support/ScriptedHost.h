@@ -7,8 +7,7 @@
 
 #include "tests/support/Hex.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A host that the test controls byte by byte, over a real socket on 127.0.0.1. It knows no protocol: the test accepts,
 /// receives, sends and closes. Only the test's thread may use it. All operations are bounded in time.
@@ -91,5 +90,4 @@ class ScriptedHost {
 /// Returns a port of 127.0.0.1 without a listener.
 unsigned int refusingPort();
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

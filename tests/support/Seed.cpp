@@ -7,8 +7,7 @@
 #include <random>
 #include <string>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 std::uint64_t newSeed() {
     const char* const given = std::getenv("CSCLIENT_SEED");
@@ -21,5 +20,4 @@ std::uint64_t newSeed() {
     return seed;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -1,7 +1,6 @@
 #include "tests/support/TransportUnderTest.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 std::unique_ptr<Carrier> newCarrier() {
     return nullptr;
@@ -11,5 +10,4 @@ CSCommsInterfaceTCP* newTransportUnderTest() {
     return nullptr;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 #include "tests/support/Hex.h"
 #include "tests/support/OpenEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// A simulator engine without a socket and a worker, whose parts a test can read. Its transport is a `FakeTransport`,
 /// and the test sets its state.
@@ -37,5 +36,4 @@ class TestEngine : public OpenEngine {
     FakeTransport* fake;
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -2,8 +2,7 @@
 
 #include <cstdlib>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// True when sweeps and stress tests run in their long form: `CSCLIENT_FULL_SIZE` is set. scripts/soak sets it.
 inline bool isFullSize() {
@@ -16,5 +15,4 @@ Count sized(Count normal, Count full) {
     return isFullSize() ? full : normal;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -11,7 +11,9 @@ namespace com_tesk {
 
 class CSCommsInterfaceTCP;
 
-namespace test {
+}  // namespace com_tesk
+
+namespace com_tesk::test {
 
 /// Sends the bytes of a fake transport over a real one, in both directions. Only one thread at a time may use it.
 class Carrier {
@@ -45,5 +47,4 @@ void useTransportUnderTest(EngineOrClient& user) {
     }
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -10,8 +10,7 @@
 #include "tests/engine/connection/ConnectionFixtures.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -298,5 +297,4 @@ TEST_F(CallbackNotification, OfValuesComesOnTheWorker) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

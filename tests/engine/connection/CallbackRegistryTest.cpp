@@ -7,8 +7,7 @@
 #include "tests/engine/connection/ConnectionFixtures.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Interfaces = std::set<CSClient::CallbackIface*>;
@@ -184,5 +183,4 @@ TEST(CallbackRegistryOfAClient, IsThatOfItsEngine) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -12,8 +12,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// One operation in one state, and all that it does.
@@ -71,32 +70,33 @@ TEST_P(CloseConnection, DoesWhatTheStateAsksFor) {
     expectOutcome(stopwatch.seconds());
 }
 
-constexpr auto k0 = CSClient::STATE_DISCONNECTED;
-constexpr auto k1 = CSClient::STATE_CONNECTING;
-constexpr auto k2 = CSClient::STATE_CONNECTED;
-constexpr auto k3 = CSClient::STATE_DISCONNECTING;
-constexpr auto k4 = CSClient::STATE_READY;
-constexpr auto k5 = CSClient::STATE_RECONNECTING;
+constexpr auto kState0 = CSClient::STATE_DISCONNECTED;
+constexpr auto kState1 = CSClient::STATE_CONNECTING;
+constexpr auto kState2 = CSClient::STATE_CONNECTED;
+constexpr auto kState3 = CSClient::STATE_DISCONNECTING;
+constexpr auto kState4 = CSClient::STATE_READY;
+constexpr auto kState5 = CSClient::STATE_RECONNECTING;
 
 INSTANTIATE_TEST_SUITE_P(Without, CloseConnection,
-                         testing::Values(Case{"ReconnectIn0", 0, k0, "", k0, true, false, ""},
-                                         Case{"ReconnectIn1", 0, k1, "1->3", k3, false, false, ""},
-                                         Case{"ReconnectIn2", 0, k2, "2->3", k3, false, false, ""},
-                                         Case{"ReconnectIn3", 0, k3, "", k3, true, false, ""},
-                                         Case{"ReconnectIn4", 0, k4, "4->3", k3, false, false, ""},
-                                         Case{"ReconnectIn5", 0, k5, "5->3", k3, false, false, ""}),
+                         testing::Values(Case{"ReconnectIn0", 0, kState0, "", kState0, true, false, ""},
+                                         Case{"ReconnectIn1", 0, kState1, "1->3", kState3, false, false, ""},
+                                         Case{"ReconnectIn2", 0, kState2, "2->3", kState3, false, false, ""},
+                                         Case{"ReconnectIn3", 0, kState3, "", kState3, true, false, ""},
+                                         Case{"ReconnectIn4", 0, kState4, "4->3", kState3, false, false, ""},
+                                         Case{"ReconnectIn5", 0, kState5, "5->3", kState3, false, false, ""}),
                          nameOf);
 
-INSTANTIATE_TEST_SUITE_P(
-    With, CloseConnection,
-    testing::Values(Case{"ReconnectIn0", kReconnect, k0, "", k0, true, false, ""},
-                    Case{"ReconnectIn1", kReconnect, k1, "", k1, true, true, ""},
-                    Case{"ReconnectIn2", kReconnect, k2, "2->1", k1, true, true, ""},
-                    Case{"ReconnectIn3", kReconnect, k3, "", k3, true, false, ""},
-                    Case{"ReconnectIn4", kReconnect, k4, "4->5 5->1", k1, true, true, "Attempting to reconnect...\n"},
-                    Case{"ReconnectIn5", kReconnect, k5, "", k5, true, true, ""},
-                    Case{"ReconnectInSilenceIn4", kReconnect | kSilent, k4, "4->5 5->1", k1, true, true, ""}),
-    nameOf);
+INSTANTIATE_TEST_SUITE_P(With, CloseConnection,
+                         testing::Values(Case{"ReconnectIn0", kReconnect, kState0, "", kState0, true, false, ""},
+                                         Case{"ReconnectIn1", kReconnect, kState1, "", kState1, true, true, ""},
+                                         Case{"ReconnectIn2", kReconnect, kState2, "2->1", kState1, true, true, ""},
+                                         Case{"ReconnectIn3", kReconnect, kState3, "", kState3, true, false, ""},
+                                         Case{"ReconnectIn4", kReconnect, kState4, "4->5 5->1", kState1, true, true,
+                                              "Attempting to reconnect...\n"},
+                                         Case{"ReconnectIn5", kReconnect, kState5, "", kState5, true, true, ""},
+                                         Case{"ReconnectInSilenceIn4", kReconnect | kSilent, kState4, "4->5 5->1",
+                                              kState1, true, true, ""}),
+                         nameOf);
 
 using ForceCloseConnection = OperationInState;
 
@@ -107,18 +107,18 @@ TEST_P(ForceCloseConnection, RequestsTheEndWithoutSleeping) {
 }
 
 INSTANTIATE_TEST_SUITE_P(WithReconnect, ForceCloseConnection,
-                         testing::Values(Case{"In0", kReconnect, k0, "", k0, true, false, ""},
-                                         Case{"In1", kReconnect, k1, "1->3", k3, false, false, ""},
-                                         Case{"In2", kReconnect, k2, "2->3", k3, false, false, ""},
-                                         Case{"In3", kReconnect, k3, "", k3, true, false, ""},
-                                         Case{"In4", kReconnect, k4, "4->3", k3, false, false, ""},
-                                         Case{"In5", kReconnect, k5, "5->3", k3, false, false, ""}),
+                         testing::Values(Case{"In0", kReconnect, kState0, "", kState0, true, false, ""},
+                                         Case{"In1", kReconnect, kState1, "1->3", kState3, false, false, ""},
+                                         Case{"In2", kReconnect, kState2, "2->3", kState3, false, false, ""},
+                                         Case{"In3", kReconnect, kState3, "", kState3, true, false, ""},
+                                         Case{"In4", kReconnect, kState4, "4->3", kState3, false, false, ""},
+                                         Case{"In5", kReconnect, kState5, "5->3", kState3, false, false, ""}),
                          nameOf);
 
 INSTANTIATE_TEST_SUITE_P(WithoutReconnect, ForceCloseConnection,
-                         testing::Values(Case{"In0", 0, k0, "", k0, true, false, ""},
-                                         Case{"In1", 0, k1, "1->3", k3, false, false, ""},
-                                         Case{"In4", 0, k4, "4->3", k3, false, false, ""}),
+                         testing::Values(Case{"In0", 0, kState0, "", kState0, true, false, ""},
+                                         Case{"In1", 0, kState1, "1->3", kState3, false, false, ""},
+                                         Case{"In4", 0, kState4, "4->3", kState3, false, false, ""}),
                          nameOf);
 
 TEST(ClosingWithReconnect, SleepsWithoutAnyLock) {
@@ -171,5 +171,4 @@ TEST(ClosingWithReconnect, SignalsDoNotShortenTheSecond) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -256,5 +255,4 @@ TEST_F(Interruption, DoesNotComeWithoutAConnection) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -1,5 +1,4 @@
-#ifndef TESTS_ENGINE_CONNECTION_CONNECTIONFIXTURES_H
-#define TESTS_ENGINE_CONNECTION_CONNECTIONFIXTURES_H
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
@@ -15,8 +14,7 @@
 #include "tests/support/Hex.h"
 #include "tests/support/TestEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Looks every millisecond until `condition` holds; false when the bound passes first.
 template <typename Condition>
@@ -213,7 +211,4 @@ constexpr unsigned int kSilent = CSClient::OPTION_SILENT;
 /// What a failed write prints: EPIPE is 32.
 constexpr const char* kBrokenPipeLine = "Error writing to server (32) \n";
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

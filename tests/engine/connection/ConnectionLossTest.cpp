@@ -9,8 +9,7 @@
 #include "tests/support/ScriptedHost.h"
 #include "tests/support/TransportUnderTest.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// An engine with an input and an output, connected to a scripted host.
@@ -147,5 +146,4 @@ TEST_F(ConnectionLoss, ForcedCloseEndsTheStreamAndForgetsEverythingDespiteReconn
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

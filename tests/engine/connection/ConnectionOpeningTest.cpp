@@ -10,8 +10,7 @@
 #include "tests/support/ScriptedHost.h"
 #include "tests/support/TransportUnderTest.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Remembers the thread of each state change.
@@ -207,5 +206,4 @@ TEST(OpeningAConnection, RegistrationsMadeBeforeAreSentWhenTheHostAccepts) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -15,8 +15,7 @@
 #include "tests/support/ScriptedHost.h"
 #include "tests/support/TransportUnderTest.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Spins, so that the end is used the instant that it shows.
@@ -202,5 +201,4 @@ TEST(EndOfAClient, DeletionClosesTheConnection) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -3,8 +3,7 @@
 #include "tests/engine/connection/ConnectionFixtures.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 TEST(EngineDefaults, NewEngineIsDisconnected) {
@@ -82,5 +81,4 @@ TEST(EngineDefaults, EngineThatWasNeverOpenedIsDestroyedWithoutClosingAnything) 
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -11,8 +11,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 const CSClient::InputDef kInput{"I", CSClient::TYPE_FLOAT, 1};
@@ -245,5 +244,4 @@ TEST_F(FailedWriteInStateChange, OtherThreadMayEndTheConnectionDuringTheSleep) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

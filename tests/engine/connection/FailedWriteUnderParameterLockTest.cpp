@@ -12,8 +12,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 const CSClient::InputDef kFirstInput{"I", CSClient::TYPE_FLOAT, 1};
@@ -168,5 +167,4 @@ TEST(FailedWrites, NeverDeadlockWithStateChangesOnOtherThreads) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -7,8 +7,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr const char* kFiller = " FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
@@ -241,5 +240,4 @@ TEST_F(ReconnectingFrameHeader, QuietHostChangesNothing) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -7,8 +7,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -201,5 +200,4 @@ TEST_F(FrameReceiving, HandlerRunsWithoutAnyLock) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Sends one message on a standing connection and gives the frame that went out.
@@ -293,5 +292,4 @@ TEST(FailedSending, WriteThatFailsAfterTheConnectionWasEndedChangesNothing) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

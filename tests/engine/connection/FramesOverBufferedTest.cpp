@@ -12,8 +12,7 @@
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -289,5 +288,4 @@ TEST_F(FramesOverBuffered, BodyOfAMegabyteIsDeliveredExactly) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

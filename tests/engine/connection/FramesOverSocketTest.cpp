@@ -9,8 +9,7 @@
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -198,5 +197,4 @@ TEST_F(FramesOverSocket, MessagesArriveWhileTheApplicationSends) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// An engine whose worker hangs in the transport's connect until the test lets it go on.
@@ -160,5 +159,4 @@ TEST(HangingConnectOfAClient, CloseGivesUpAfterTwoSeconds) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

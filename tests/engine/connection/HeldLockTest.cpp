@@ -15,8 +15,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using TestClient = ClientOf<ConnectionEngine>;
@@ -129,5 +128,4 @@ TEST_F(LockHeldWhileClosing, ByOpeningDoesNotLoseTheClose) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -5,8 +5,7 @@
 
 #include <utility>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -39,8 +38,7 @@ void HeldMutex::releasing(const void* mutex) {
     }
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test
 
 // The program's own functions come before the system's, for the library inside it too.
 
@@ -53,9 +51,9 @@ Function systemFunction(const char* name) {
 
 }  // namespace
 
-#define PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
+#define CSCLIENT_PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
 
-PROGRAM_WIDE int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+CSCLIENT_PROGRAM_WIDE int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
     static const auto real = systemFunction<decltype(&pthread_mutex_lock)>("pthread_mutex_lock");
     const int result = real(mutex);
     if (com_tesk::test::current != nullptr && result == 0) {
@@ -64,7 +62,7 @@ PROGRAM_WIDE int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
     return result;
 }
 
-PROGRAM_WIDE int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+CSCLIENT_PROGRAM_WIDE int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
     static const auto real = systemFunction<decltype(&pthread_mutex_trylock)>("pthread_mutex_trylock");
     const int result = real(mutex);
     if (com_tesk::test::current != nullptr && result == 0) {
@@ -73,7 +71,7 @@ PROGRAM_WIDE int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
     return result;
 }
 
-PROGRAM_WIDE int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+CSCLIENT_PROGRAM_WIDE int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
     static const auto real = systemFunction<decltype(&pthread_mutex_unlock)>("pthread_mutex_unlock");
     if (com_tesk::test::current != nullptr) {
         com_tesk::test::current->releasing(mutex);

@@ -4,8 +4,7 @@
 #include <functional>
 #include <utility>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// As long as it lives, its thread holds one mutex for longer: `beforeRelease` runs before each release of it. The mutex is
 /// the first inside `object` that the thread takes.
@@ -32,5 +31,4 @@ class HeldMutex {
     const void* first = nullptr;
 };
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -9,8 +9,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// Throws as a failed allocation does, once.
@@ -177,5 +176,4 @@ TEST_F(OutOfMemory, InASendReachesTheCallerAndLeavesNoLockBehind) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

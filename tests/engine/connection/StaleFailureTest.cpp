@@ -12,8 +12,7 @@
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// A sender whose write on the first connection hangs until the test lets it fail, long after that connection is gone.
@@ -178,5 +177,4 @@ TEST(StaleFailureOverASocket, DoesNotCloseANewerConnection) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -35,8 +35,7 @@ __attribute__((visibility("default"))) int pthread_create(pthread_t* thread, con
 
 }  // extern "C"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 NoMoreThreads::NoMoreThreads() {
     isRefusing = true;
@@ -50,5 +49,4 @@ int NoMoreThreads::refusals() {
     return refusalCount;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

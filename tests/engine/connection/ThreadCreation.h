@@ -1,8 +1,6 @@
-#ifndef TESTS_ENGINE_CONNECTION_THREADCREATION_H
-#define TESTS_ENGINE_CONNECTION_THREADCREATION_H
+#pragma once
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// While one exists, the system refuses new threads to the thread that made it, as it does when it is out of them.
 class NoMoreThreads {
@@ -16,7 +14,4 @@ class NoMoreThreads {
     static int refusals();
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

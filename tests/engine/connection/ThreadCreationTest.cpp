@@ -10,8 +10,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 const CSClient::OutputDef kAnyOutput{"A", CSClient::TYPE_INT};
@@ -99,5 +98,4 @@ TEST(FailedThreadCreation, WithReconnectItsSecondIsSleptWithoutAnyLock) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -10,8 +10,7 @@
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// A probe transport that says when it is destroyed.
@@ -181,5 +180,4 @@ TEST(ChangingTheTransport, RealTransportTakesTheFakesPlace) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -12,8 +12,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 TEST(ConnectionAttempt, HandsTheServerAndTheOptionsToTheTransport) {
@@ -155,5 +154,4 @@ TEST(WorkerLoop, ReadsFramesUntilTheConnectionEnds) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

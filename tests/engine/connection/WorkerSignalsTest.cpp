@@ -8,8 +8,7 @@
 #include "tests/engine/connection/ConnectionFixtures.h"
 #include "tests/engine/connection/ThreadCreation.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 /// The calling thread's signal mask, one digit a signal.
@@ -73,5 +72,4 @@ TEST(WorkerSignals, AreNoLongerBlockedWhenThereIsNoWorker) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -3,8 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -58,8 +57,7 @@ CountedAllocations::~CountedAllocations() {
     allocationCounter = nullptr;
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test
 
 void* operator new(std::size_t size) {
     if (com_tesk::test::grantAllocation()) {

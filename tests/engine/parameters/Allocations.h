@@ -1,10 +1,8 @@
-#ifndef TESTS_ENGINE_PARAMETERS_ALLOCATIONS_H
-#define TESTS_ENGINE_PARAMETERS_ALLOCATIONS_H
+#pragma once
 
 #include <atomic>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Lets the calling thread's allocations run dry, from construction to destruction: the first `granted` succeed, and
 /// then one or all of them fail with std::bad_alloc. One at a time per thread.
@@ -30,7 +28,4 @@ class CountedAllocations {
     ~CountedAllocations();
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -10,8 +10,7 @@
 #include "tests/engine/parameters/Gate.h"
 #include "tests/engine/parameters/ParameterEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -231,5 +230,4 @@ TEST(ManyThreads, RegisterPublishAndUnregisterAllWithoutARace) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -211,5 +210,4 @@ TEST_F(DerivedRegistration, AfterALackOfMemoryTheInputsRegisterAgainAsEver) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -10,8 +10,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -229,5 +228,4 @@ TEST_P(FailedReregistration, WithReconnectingRunsAgainOnTheNextConnection) {
 INSTANTIATE_TEST_SUITE_P(Writes, FailedReregistration, testing::Values(1, 2, 3));
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

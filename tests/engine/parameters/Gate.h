@@ -1,12 +1,10 @@
-#ifndef TESTS_ENGINE_PARAMETERS_GATE_H
-#define TESTS_ENGINE_PARAMETERS_GATE_H
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// Holds a thread up at a place until the test lets it go on. The bounds only end a test that has failed already.
 class Gate {
@@ -38,7 +36,4 @@ class Gate {
     bool isOpen = false;
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

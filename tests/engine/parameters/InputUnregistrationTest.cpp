@@ -5,8 +5,7 @@
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -141,5 +140,4 @@ TEST_F(InputUnregistration, AnInputConfirmedUnderTheUnassignedIdLosesItsKeyToAny
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

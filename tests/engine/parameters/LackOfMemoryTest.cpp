@@ -7,8 +7,7 @@
 #include "tests/engine/parameters/Allocations.h"
 #include "tests/engine/parameters/ParameterEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -211,5 +210,4 @@ TEST_F(ThrowingSender, KeepsThePublishedValue) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -4,8 +4,7 @@
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr unsigned int kCount = 10'000;
@@ -177,5 +176,4 @@ TEST_F(LargeCalls, TenThousandInputsAreRegisteredAgainInOneRequest) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -8,8 +8,7 @@
 
 #include "tests/engine/parameters/Allocations.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 struct Named {
@@ -136,5 +135,4 @@ TEST(LookupIndex, FindsElementsOfATableById) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -5,8 +5,7 @@
 #include <set>
 #include <string>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 constexpr std::size_t kLongest = 40;  // Longer than any name.
@@ -80,5 +79,4 @@ TEST(NameBytes, NumberedNamesSpreadOverTheLowerBits) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

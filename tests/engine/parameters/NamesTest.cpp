@@ -4,8 +4,7 @@
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -173,5 +172,4 @@ TEST_F(Names, AHostConfirmsHighBytes) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

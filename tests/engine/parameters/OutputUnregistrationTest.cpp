@@ -4,8 +4,7 @@
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -179,5 +178,4 @@ TEST_F(OutputUnregistration, IdZeroIsAnIdLikeAnyOther) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -3,8 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 namespace {
 
@@ -190,5 +189,4 @@ int SenderEngine::sendParameterPublishRequest(const std::vector<OutputParameterE
     return note("publish mode " + std::to_string(mode), entries);
 }
 
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

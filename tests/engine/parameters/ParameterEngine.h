@@ -1,5 +1,4 @@
-#ifndef TESTS_ENGINE_PARAMETERS_PARAMETERENGINE_H
-#define TESTS_ENGINE_PARAMETERS_PARAMETERENGINE_H
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -9,8 +8,7 @@
 
 #include "tests/support/TestEngine.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 
 /// The longest name, and two that are too long.
 inline const std::string kName31(31, 'x');
@@ -99,7 +97,4 @@ class SenderEngine : public ParameterEngine {
     int note(std::string call, const std::vector<Entry*>& entries);
 };
 
-}  // namespace test
-}  // namespace com_tesk
-
-#endif
+}  // namespace com_tesk::test

@@ -4,8 +4,7 @@
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -191,5 +190,4 @@ TEST_F(ParameterTables, EveryOtherStateKeepsTheTables) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test

@@ -183,7 +183,7 @@ Bodies versionRequest() {
 }
 
 Bodies inputRequest(const std::vector<std::string>& names) {
-    static const char* const kLengths[] = {"", "40", "6C", "98"};
+    static constexpr const char* kLengths[] = {"", "40", "6C", "98"};
     std::string body = std::string("04 02 7F FF 00 00 00 ") + kLengths[names.size()] + " 00 7F 00 01 00 01 00 00" +
                        countWord(names.size());
     for (const std::string& name : names) {
@@ -193,7 +193,7 @@ Bodies inputRequest(const std::vector<std::string>& names) {
 }
 
 Bodies outputRequest(const std::vector<std::string>& names) {
-    static const char* const kLengths[] = {"", "3C", "64", "8C"};
+    static constexpr const char* kLengths[] = {"", "3C", "64", "8C"};
     std::string body = std::string("04 02 7F FF 00 00 00 ") + kLengths[names.size()] + " 00 7F 00 02 00 01 00 00" +
                        countWord(names.size());
     for (const std::string& name : names) {

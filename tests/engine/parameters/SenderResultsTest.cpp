@@ -6,8 +6,7 @@
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/CapturedStreams.h"
 
-namespace com_tesk {
-namespace test {
+namespace com_tesk::test {
 namespace {
 
 using testing::ElementsAre;
@@ -143,5 +142,4 @@ INSTANTIATE_TEST_SUITE_P(Numbers, UnregistrationFailure,
                          testing::Values(1, 2, 3, 5, 6, 7, 8, 12, 0x104, -1, -4, std::numeric_limits<int>::min()));
 
 }  // namespace
-}  // namespace test
-}  // namespace com_tesk
+}  // namespace com_tesk::test
