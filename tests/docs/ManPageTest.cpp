@@ -43,7 +43,7 @@ TEST(ManPage, ItsExampleIsTheFunctionThatIsCompiledHere) {
 }
 
 TEST(ManPage, ItsSynopsisIsMadeOfDeclarationsInTheHeaders) {
-    const std::string headers = withoutBlanks(sourceFile("client/CSClient.h") + sourceFile("client/SimClient.h"));
+    const std::string headers = withoutBlanks(sourceFile("include/client/CSClient.h") + sourceFile("include/client/SimClient.h"));
     std::istringstream synopsis(blockUnder("SYNOPSIS"));
     int declarations = 0;
     for (std::string declaration; std::getline(synopsis, declaration, ';'); ++declarations) {

@@ -42,7 +42,6 @@ void changeTransportInVain(TestClient& client) {
 const Holder kHolders[] = {
     {"OpeningInVain", [](TestClient& client) { open(client); }},
     {"ChangingTheTransport", changeTransportInVain},
-    {"WaitingForAState", [](TestClient& client) { client.waitForConnectionState(CSClient::STATE_READY, 1); }},
     {"GivingTheConnectionUp", [](TestClient& client) { client.probed->closeConnection(); }},
     {"StartingAConnection", [](TestClient& client) { client.probed->startConnection(); }},
     {"ChangingTheState", [](TestClient& client) { client.probed->changeState(CSClient::STATE_CONNECTING); }},
