@@ -36,10 +36,10 @@ inline std::uint32_t messageCode(const RawMessage& message) {
 }
 
 /// The records of a message. All have the same length.
+template <std::size_t countOffset, std::size_t recordsOffset, std::size_t recordLength>
 class Records {
   public:
-    Records(const RawMessage& message, std::size_t countOffset, std::size_t recordsOffset, std::size_t recordLength)
-        : length(recordLength) {
+    explicit Records(const RawMessage& message) {
         if (message.size() >= recordsOffset) {
             first = message.data() + recordsOffset;
             count = layout::wholeRecords(message.size(), recordsOffset, recordLength,
@@ -50,19 +50,18 @@ class Records {
     unsigned int size() const { return count; }
 
   protected:
-    const char* at(std::size_t index) const { return first + index * length; }
+    const char* at(std::size_t index) const { return first + index * recordLength; }
 
   private:
     const char* first = nullptr;
-    std::size_t length;
     unsigned int count = 0;
 };
 
 /// The host's confirmation of inputs.
-class InputConfirmations : public Records {
+class InputConfirmations
+    : public Records<layout::kCountOffset, layout::kRecordsOffset, layout::input_confirmation::kRecordLength> {
   public:
-    explicit InputConfirmations(const RawMessage& message)
-        : Records(message, layout::kCountOffset, layout::kRecordsOffset, layout::input_confirmation::kRecordLength) {}
+    using Records::Records;
 
     std::uint32_t id(std::size_t index) const {
         return big_endian::wordAt(at(index) + layout::input_confirmation::kId);
@@ -78,10 +77,10 @@ class InputConfirmations : public Records {
 };
 
 /// The host's confirmation of outputs.
-class OutputConfirmations : public Records {
+class OutputConfirmations
+    : public Records<layout::kCountOffset, layout::kRecordsOffset, layout::output_confirmation::kRecordLength> {
   public:
-    explicit OutputConfirmations(const RawMessage& message)
-        : Records(message, layout::kCountOffset, layout::kRecordsOffset, layout::output_confirmation::kRecordLength) {}
+    using Records::Records;
 
     std::uint32_t id(std::size_t index) const {
         return big_endian::wordAt(at(index) + layout::output_confirmation::kId);
@@ -92,11 +91,10 @@ class OutputConfirmations : public Records {
 };
 
 /// The host's update: new values of inputs.
-class ValueUpdates : public Records {
+class ValueUpdates : public Records<layout::update::kUpdateCountOffset, layout::update::kUpdateRecordsOffset,
+                                    layout::update::kRecordLength> {
   public:
-    explicit ValueUpdates(const RawMessage& message)
-        : Records(message, layout::update::kUpdateCountOffset, layout::update::kUpdateRecordsOffset,
-                  layout::update::kRecordLength) {}
+    using Records::Records;
 
     std::uint32_t id(std::size_t index) const { return big_endian::wordAt(at(index) + layout::update::kId); }
     /// Sets type and value.

@@ -18,7 +18,7 @@ class LastUpdate {
     /// @param namesVersion  changes when an id may name another input.
     /// @param nameOf        returns the name of an id as `const std::string*`, or null.
     template <typename NameOf>
-    void read(const wire::ValueUpdates& updates, std::uint32_t namesVersion, const NameOf& nameOf) {
+    void read(wire::ValueUpdates updates, std::uint32_t namesVersion, const NameOf& nameOf) {
         if (isRepeatedBy(updates, namesVersion)) {
             for (unsigned int i = 0; i < updates.size(); ++i) {
                 updates.read(i, values[i]);
@@ -42,7 +42,7 @@ class LastUpdate {
     static constexpr std::size_t kMaxKept = 4'096;
 
     /// True when an update has the ids of the previous one, all of them known, under the same names.
-    bool isRepeatedBy(const wire::ValueUpdates& updates, std::uint32_t namesVersion) const {
+    bool isRepeatedBy(wire::ValueUpdates updates, std::uint32_t namesVersion) const {
         if (!isComplete || keptNamesVersion != namesVersion || updates.size() != ids.size() ||
             updates.size() != values.size()) {
             return false;
@@ -56,7 +56,7 @@ class LastUpdate {
     }
 
     template <typename NameOf>
-    void readNew(const wire::ValueUpdates& updates, std::uint32_t namesVersion, const NameOf& nameOf) {
+    void readNew(wire::ValueUpdates updates, std::uint32_t namesVersion, const NameOf& nameOf) {
         // False until the end, so that an update that runs out of memory is not reused.
         isComplete = false;
         ids.resize(updates.size());

@@ -41,12 +41,6 @@ char* putName(char* at, const std::string& name) {
     return at + layout::kNameLength;
 }
 
-std::uint32_t bitsOf(CSClient::Value value) {
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 }  // namespace
 
 char* putVersionRequest(char* at, std::uint32_t simulatorId) {
@@ -82,20 +76,6 @@ char* beginPublication(char* at, std::uint32_t simulatorId, std::uint32_t mode, 
     static const SubHeader sUpdateHeader = {0x04, 0x02, 0x7F, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7F, 0x00, 0x03};
     at = putWord(begin(at, sUpdateHeader, simulatorId), mode);
     return putCount(at, count);
-}
-
-char* putValue(char* at, std::uint32_t id, CSClient::ParameterType type, CSClient::Value value) {
-    at = putWord(at, id);
-    switch (type) {
-        case CSClient::TYPE_FLOAT:
-        case CSClient::TYPE_INT:
-            return putWord(putWord(at, integerFlag(type)), bitsOf(value));
-        case CSClient::TYPE_UNDEFINED:
-            return putWord(putWord(at, 0), 0);
-        default:
-            // Intended: an unknown type has a truncated record. The host's behaviour is undefined for such a type.
-            return at;
-    }
 }
 
 char* beginInputUnsubscription(char* at, std::uint32_t simulatorId, std::size_t count) {

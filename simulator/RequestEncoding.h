@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "client/CSClient.h"
+#include "message/BigEndian.h"
 #include "simulator/MessageLayout.h"
 
 /// Encodes the six requests, in their frames. Each pure function writes at a position in the caller's buffer and
@@ -30,7 +32,23 @@ char* putOutput(char* at, const std::string& name, CSClient::ParameterType type)
 
 /// Begins a publication of `count` values. Call `putValue` for each.
 char* beginPublication(char* at, std::uint32_t simulatorId, std::uint32_t mode, std::size_t count);
-char* putValue(char* at, std::uint32_t id, CSClient::ParameterType type, CSClient::Value value);
+inline char* putValue(char* at, std::uint32_t id, CSClient::ParameterType type, CSClient::Value value) {
+    using big_endian::putWord;
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    at = putWord(at, id);
+    switch (type) {
+        case CSClient::TYPE_FLOAT:
+            return putWord(putWord(at, 0), bits);
+        case CSClient::TYPE_INT:
+            return putWord(putWord(at, 1), bits);
+        case CSClient::TYPE_UNDEFINED:
+            return putWord(putWord(at, 0), 0);
+        default:
+            // Intended: an unknown type has a truncated record. The host's behaviour is undefined for such a type.
+            return at;
+    }
+}
 
 /// Begins an unsubscription of `count` inputs. Call `putId` for each.
 char* beginInputUnsubscription(char* at, std::uint32_t simulatorId, std::size_t count);
