@@ -22,7 +22,7 @@ class HeldUpClient {
         client.probed->changeCommsInterface(new GatedTransport(gate));
         client.addCallbackInterface(&callbacks);
         EXPECT_EQ(client.open(kAnyAddress, 1, nullptr), 0);
-        EXPECT_TRUE(gate.waitForArrival());
+        EXPECT_TRUE(gate.waitUntilReached());
     }
     ~HeldUpClient() { gate.open(); }
 
@@ -147,7 +147,7 @@ TEST(Close, AConnectUnderWayHoldsUpNeitherCloseNorQueries) {
     client.addCallbackInterface(&callbacks);
     client.probed->fakeTransport().onOpen = [&gate] { return gate.pass(); };
     ASSERT_EQ(client.open(kAnyAddress, 1, nullptr), 0);
-    ASSERT_TRUE(gate.waitForArrival());
+    ASSERT_TRUE(gate.waitUntilReached());
 
     const CountedSleeps sleeps;
     EXPECT_EQ(client.getConnectionState(), CSClient::STATE_CONNECTING);
@@ -169,7 +169,7 @@ TEST(Close, AConnectThatSucceedsAfterTheCloseIsNotUsed) {
     FakeTransport& transport = client.probed->fakeTransport();
     transport.onOpen = [&gate] { return gate.pass(); };
     ASSERT_EQ(client.open(kAnyAddress, 1, nullptr), 0);
-    ASSERT_TRUE(gate.waitForArrival());
+    ASSERT_TRUE(gate.waitUntilReached());
     EXPECT_EQ(client.close(), CSClient::STATE_DISCONNECTING);
     gate.open();
     ASSERT_TRUE(client.waitForConnectionState(CSClient::STATE_DISCONNECTED, 5));

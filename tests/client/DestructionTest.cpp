@@ -90,7 +90,7 @@ TEST(Destruction, ItWaitsForTheWorkerBeyondTheTwoSecondsOfClose) {
     client->probed->changeCommsInterface(new GatedTransport(gate));
     client->addCallbackInterface(&callbacks);
     client->open(kAnyAddress, 1, nullptr);
-    ASSERT_TRUE(gate.waitForArrival());
+    ASSERT_TRUE(gate.waitUntilReached());
     const CSClientProtocol& engine = *client->probed;
     const int sleeps = sleepsToDestroy(std::move(client), [&](int sleep) {
         if (sleep == 4) {
@@ -110,7 +110,7 @@ TEST(Destruction, ItWaitsForAConnectUnderWay) {
     client->addCallbackInterface(&callbacks);
     client->probed->fakeTransport().onOpen = [&gate] { return gate.pass(); };
     client->open(kAnyAddress, 1, nullptr);
-    ASSERT_TRUE(gate.waitForArrival());
+    ASSERT_TRUE(gate.waitUntilReached());
     const CSClientProtocol& engine = *client->probed;
     const int sleeps = sleepsToDestroy(std::move(client), [&](int sleep) {
         if (sleep == 3) {

@@ -50,7 +50,7 @@ TEST_F(EndOfConnection, CloseReturnsZeroOnlyAfterTheLastCallbackHasReturned) {
     openAndGetReady(client);
     const CountedSleeps sleeps([&](int sleep) {
         if (sleep == 1) {
-            EXPECT_TRUE(callbacks.gate.waitForArrival());
+            EXPECT_TRUE(callbacks.gate.waitUntilReached());
             EXPECT_EQ(client.getConnectionState(), CSClient::STATE_DISCONNECTING);
         } else {
             callbacks.gate.open();
@@ -67,7 +67,7 @@ TEST_F(EndOfConnection, CloseDoesNotReturnZeroWhileTheLastCallbackRuns) {
     SlowCallbacks callbacks(client);
     client.addCallbackInterface(&callbacks);
     openAndGetReady(client);
-    const CountedSleeps sleeps([&](int /*sleep*/) { EXPECT_TRUE(callbacks.gate.waitForArrival()); });
+    const CountedSleeps sleeps([&](int /*sleep*/) { EXPECT_TRUE(callbacks.gate.waitUntilReached()); });
     EXPECT_EQ(client.close(), CSClient::STATE_DISCONNECTING);
     callbacks.gate.open();
     EXPECT_TRUE(spinUntilState(client, CSClient::STATE_DISCONNECTED));

@@ -131,20 +131,4 @@ inline std::string inputConfirmation(unsigned int id, const std::string& name) {
            " 00 00 00 00 00 00 00 00 00 00 00 00 3F C0 00 00 " + hexField(name);
 }
 
-inline CSClient::Parameter floatParameter(const std::string& name, float value) {
-    CSClient::Parameter parameter;
-    parameter.name = name;
-    parameter.value.asFloat = value;
-    parameter.type = CSClient::TYPE_FLOAT;
-    return parameter;
-}
-
-inline CSClient::Parameter intParameter(const std::string& name, int value) {
-    CSClient::Parameter parameter;
-    parameter.name = name;
-    parameter.value.asInt = value;
-    parameter.type = CSClient::TYPE_INT;
-    return parameter;
-}
-
 }  // namespace com_tesk::test

@@ -78,7 +78,7 @@ TEST(SignalsDuringWaits, CloseGivesTheWorkerItsTwoSeconds) {
     ProbedClient client;
     client.probed->changeCommsInterface(new GatedTransport(gate));
     client.open(kAnyAddress, 1, nullptr);
-    ASSERT_TRUE(gate.waitForArrival());
+    ASSERT_TRUE(gate.waitUntilReached());
     const Interruptions interruptions;
     const Stopwatch watch;
     EXPECT_EQ(client.close(), CSClient::STATE_DISCONNECTING);

@@ -103,7 +103,7 @@ class LockedEngine : public ProbeEngine {
 /// Another thread holds the connection lock, as during a change of state.
 class StateWaitUnderALock : public testing::Test {
   protected:
-    StateWaitUnderALock() : holder([this] { client.probed->holdTheLock(gate); }) { gate.waitForArrival(); }
+    StateWaitUnderALock() : holder([this] { client.probed->holdTheLock(gate); }) { gate.waitUntilReached(); }
     ~StateWaitUnderALock() override {
         gate.open();
         holder.join();

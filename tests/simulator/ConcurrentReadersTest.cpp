@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "tests/simulator/HostMessages.h"
+#include "tests/support/HostMessages.h"
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/RecordingCallbacks.h"

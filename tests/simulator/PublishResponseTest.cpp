@@ -3,7 +3,7 @@
 #include <iostream>
 #include <streambuf>
 
-#include "tests/simulator/HostMessages.h"
+#include "tests/support/HostMessages.h"
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 

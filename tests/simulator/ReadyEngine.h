@@ -17,7 +17,6 @@ namespace com_tesk::test {
 
 using Lines = std::vector<std::string>;
 
-constexpr unsigned int kSilent = CSClient::OPTION_SILENT;
 constexpr unsigned int kTalking = 0;
 
 /// An engine whose connection stands, without a worker. It belongs to the test's thread.

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/simulator/HostMessages.h"
+#include "tests/support/HostMessages.h"
 #include "tests/simulator/ReadyEngine.h"
 #include "tests/support/CapturedStreams.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -19,11 +20,16 @@ namespace com_tesk::test {
 /// A transport without a socket. Reads return the results that the test has queued. Writes are recorded. Connecting
 /// succeeds unless the test sets `onOpen`. Any thread.
 ///
-/// In the test programs of the buffered transport, whole reads and writes go through such a transport over a real
+/// When the buffered transport is under test, whole reads and writes go through such a transport over a real
 /// connection: see `newCarrier`. Short counts, errors and time-outs stay as the test has queued them.
 class FakeTransport : public CSCommsInterfaceTCP {
   public:
     FakeTransport() : CSCommsInterfaceTCP(Options()) {}
+    ~FakeTransport() override {
+        if (onDestruction) {
+            onDestruction();
+        }
+    }
 
     /// One result of `readMessage`: it appends `hexBytes` unchanged, sets errno to `error` and returns `result`.
     struct Read {
@@ -52,11 +58,26 @@ class FakeTransport : public CSCommsInterfaceTCP {
         }
     }
 
-    /// Called in every write, before its result is chosen. No lock is held.
-    std::function<void()> onWrite;
+    /// @name Hooks
+    /// Set them before another thread uses the transport. No lock is held when they run.
+    /// @{
+    std::function<void()> onWrite;                    ///< Called in every write, before its result is chosen.
+    std::function<void(unsigned int count)> onRead;  ///< Called in every read, with the requested count.
+    std::function<bool()> onOpen;                     ///< Called for every attempt to connect, which returns its result.
+    std::function<void()> onDestruction;
+    /// @}
 
-    /// Called for every attempt to connect, which returns its result.
-    std::function<bool()> onOpen;
+    /// One attempt to connect.
+    struct Opening {
+        unsigned int address;
+        unsigned int port;
+        Options options;
+        std::chrono::steady_clock::time_point time;
+    };
+    std::vector<Opening> openings() const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return opened;
+    }
 
     /// Returns the hex text of each frame written.
     std::vector<std::string> written() const {
@@ -81,9 +102,18 @@ class FakeTransport : public CSCommsInterfaceTCP {
         return counts;
     }
 
-    bool openConnection(unsigned int /*address*/, unsigned int /*port*/) override { return onOpen ? onOpen() : true; }
+    bool openConnection(unsigned int address, unsigned int port) override {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            opened.push_back({address, port, getOptions(), std::chrono::steady_clock::now()});
+        }
+        return onOpen ? onOpen() : true;
+    }
 
     int readMessage(unsigned int count, RawMessage& message) override {
+        if (onRead) {
+            onRead(count);
+        }
         std::unique_lock<std::mutex> lock(mutex);
         counts.push_back(count);
         if (reads.empty()) {
@@ -135,6 +165,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
     std::vector<std::string> frames;
     std::vector<RawMessage::Type> types;
     std::vector<unsigned int> counts;
+    std::vector<Opening> opened;
     int closes = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -57,6 +58,9 @@ class RecordingCallbacks : public CSClient::CallbackIface {
         record(line);
     }
 
+    /// Called after a line was recorded, on the callback's thread, with no lock of this object held.
+    std::function<void(const std::string& line)> onLine;
+
     std::vector<std::string> lines() const {
         const std::lock_guard<std::mutex> lock(mutex);
         return recorded;
@@ -82,9 +86,14 @@ class RecordingCallbacks : public CSClient::CallbackIface {
 
   protected:
     virtual void record(const std::string& line) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        recorded.push_back(line);
-        changed.notify_all();
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            recorded.push_back(line);
+            changed.notify_all();
+        }
+        if (onLine) {
+            onLine(line);
+        }
     }
 
   private:

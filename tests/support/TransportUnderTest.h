@@ -29,13 +29,13 @@ class Carrier {
     virtual RawMessage write(const RawMessage& message) = 0;
 };
 
-// Linking selects the transport under test. The two functions below are defined once for the programs of the standard
-// transport (StandardTransport.cpp) and once for those of the buffered transport (BufferedTransport.cpp).
+/// True when the environment has CSCLIENT_TEST_TRANSPORT=buffered. CTest runs such tests with the prefix "Buffered.".
+bool isBufferedUnderTest();
 
-/// Returns a new carrier, or null when fake transports use no real one.
+/// Returns a new carrier over the buffered transport; null for the standard transport, whose fakes use no real one.
 std::unique_ptr<Carrier> newCarrier();
 
-/// Returns a new transport that the caller owns, or null when engines keep their default transport.
+/// Returns a new transport that the caller owns, or null for the standard transport, which is the engines' default.
 CSCommsInterfaceTCP* newTransportUnderTest();
 
 /// Makes a closed engine or client use the transport under test.

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "tests/engine/parameters/Allocations.h"
-#include "tests/engine/parameters/Gate.h"
+#include "tests/support/Waiting.h"
 #include "tests/engine/parameters/ParameterEngine.h"
 
 namespace com_tesk::test {

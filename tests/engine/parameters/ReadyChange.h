@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/engine/parameters/Gate.h"
+#include "tests/support/Waiting.h"
 #include "tests/engine/parameters/ParameterEngine.h"
 #include "tests/support/RecordingCallbacks.h"
 

@@ -1,10 +1,13 @@
+#include "tests/support/TransportUnderTest.h"
+
+#include <cstdlib>
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "comms/CSCommsInterfaceTCPBuffered.h"
 #include "tests/support/ScriptedHost.h"
-#include "tests/support/TransportUnderTest.h"
 
 namespace com_tesk::test {
 
@@ -101,12 +104,17 @@ class BufferedCarrier : public Carrier {
 
 }  // namespace
 
+bool isBufferedUnderTest() {
+    const char* const transport = std::getenv("CSCLIENT_TEST_TRANSPORT");
+    return transport != nullptr && std::string_view(transport) == "buffered";
+}
+
 std::unique_ptr<Carrier> newCarrier() {
-    return std::make_unique<BufferedCarrier>();
+    return isBufferedUnderTest() ? std::make_unique<BufferedCarrier>() : nullptr;
 }
 
 CSCommsInterfaceTCP* newTransportUnderTest() {
-    return new CSCommsInterfaceTCPBuffered(CSCommsInterfaceTCPBuffered::Options());
+    return isBufferedUnderTest() ? new CSCommsInterfaceTCPBuffered(CSCommsInterfaceTCPBuffered::Options()) : nullptr;
 }
 
 }  // namespace com_tesk::test

@@ -1,4 +1,4 @@
-#include "tests/simulator/HostMessages.h"
+#include "tests/support/HostMessages.h"
 
 #include "tests/support/Hex.h"
 
@@ -29,6 +29,22 @@ std::string outputConfirmation(unsigned int announced, const std::vector<std::st
 
 std::string confirmedOutput(unsigned int id, const std::string& name) {
     return hexWord(id) + " D1 D2 D3 D4 D5 D6 D7 D8 D9 DA DB DC " + hexField(name);
+}
+
+std::string inputsConfirmed(const std::vector<IdAndName>& inputs) {
+    std::vector<std::string> records;
+    for (const auto& [id, name] : inputs) {
+        records.push_back(confirmedInput(id, 0, hexWord(0), name));
+    }
+    return inputConfirmation(static_cast<unsigned int>(inputs.size()), records);
+}
+
+std::string outputsConfirmed(const std::vector<IdAndName>& outputs) {
+    std::vector<std::string> records;
+    for (const auto& [id, name] : outputs) {
+        records.push_back(confirmedOutput(id, name));
+    }
+    return outputConfirmation(static_cast<unsigned int>(outputs.size()), records);
 }
 
 std::string update(unsigned int announced, const std::vector<std::string>& records) {

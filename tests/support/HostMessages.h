@@ -1,19 +1,25 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace com_tesk::test {
 
-// The bodies of a host's messages, as hex texts. Every byte that the client does not read is filled with something
-// other than zero, so that a client that does read it is found out.
+// The bodies of a host's messages, as hex texts. Bytes that the client does not read are not zero, so that a client that
+// reads them fails a test.
 
-/// `announced` is the count word: it need not be the number of records.
+/// @param announced  the count word. It may differ from the number of records.
 std::string inputConfirmation(unsigned int announced, const std::vector<std::string>& records);
 std::string confirmedInput(unsigned int id, unsigned int flag, const std::string& valueHex, const std::string& name);
 
 std::string outputConfirmation(unsigned int announced, const std::vector<std::string>& records);
 std::string confirmedOutput(unsigned int id, const std::string& name);
+
+/// The confirmations of inputs with the float value 0, and of outputs: `{{7, "A"}, {9, "B"}}`.
+using IdAndName = std::pair<unsigned int, std::string>;
+std::string inputsConfirmed(const std::vector<IdAndName>& inputs);
+std::string outputsConfirmed(const std::vector<IdAndName>& outputs);
 
 std::string update(unsigned int announced, const std::vector<std::string>& records);
 std::string updated(unsigned int id, unsigned int flag, const std::string& valueHex);
