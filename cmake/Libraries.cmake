@@ -5,10 +5,6 @@ include(GNUInstallDirs)
 
 add_library(csclient_shared SHARED $<TARGET_OBJECTS:csclient_objects>)
 add_library(csclient_static STATIC $<TARGET_OBJECTS:csclient_objects>)
-# In these files the compiler may bind calls to exported functions too, as the shared library does (see below). It can then
-# inline them. Only files that handle every frame get the option: in all files, it would cost 4 %.
-set_source_files_properties(engine/FrameChannel.cpp simulator/ValueUpdate.cpp PROPERTIES
-    COMPILE_OPTIONS -fno-semantic-interposition)
 target_link_libraries(csclient_objects PUBLIC Threads::Threads)
 target_compile_features(csclient_objects PUBLIC cxx_std_17)
 target_include_directories(csclient_objects PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})

@@ -22,18 +22,6 @@ constexpr int kReceiveTimeout = -2;
 /// Message sizes are 32-bit numbers on every machine.
 constexpr std::size_t kLargestMessage = std::numeric_limits<std::uint32_t>::max();
 
-/// Appends `count` zero bytes. Most reads are for a header or for a message with a value or two. With enough
-/// capacity, such a message grows by a constant and shrinks again: the compiler turns each step into a few stores.
-[[gnu::flatten]] void grow(RawMessage& message, std::size_t count) {
-    constexpr std::size_t kFew = 64;
-    if (count <= kFew && message.capacity() - message.size() >= kFew) {
-        message.resize(message.size() + kFew);
-        message.erase(message.end() - static_cast<std::ptrdiff_t>(kFew - count), message.end());
-    } else {
-        message.resize(message.size() + count);
-    }
-}
-
 }  // namespace
 
 CSCommsInterface::~CSCommsInterface() = default;
@@ -96,7 +84,7 @@ int CSCommsInterfaceTCP::readMessage(unsigned int count, RawMessage& message) {
         errno = EMSGSIZE;
         return kError;
     }
-    grow(message, count);
+    message.resize(message.size() + count);
 
     ssize_t received = kError;
     if (tcp->isOpen()) {

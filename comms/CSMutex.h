@@ -6,7 +6,6 @@
 #include <chrono>
 
 #include "comms/ThreadSafety.h"
-#include "message/Export.h"
 
 namespace com_tesk {
 
@@ -14,7 +13,7 @@ namespace com_tesk {
 /// limit.
 ///
 /// `CSLockGuard` holds one for a scope.
-class CSCLIENT_EXPORT CSCLIENT_CAPABILITY("mutex") CSMutex {
+class CSCLIENT_CAPABILITY("mutex") CSMutex {
   public:
     /// Creates a mutex that is not held.
     CSMutex();

@@ -2,15 +2,13 @@
 
 #include <pthread.h>
 
-#include "message/Export.h"
-
 namespace com_tesk {
 
 /// One POSIX thread that can be started, cancelled or waited for.
 ///
 /// Not synchronised: `create`, `kill`, `waitForThread` and the destructor must be called by one thread at a time. The
 /// started thread may call `kill` on its own object.
-class CSCLIENT_EXPORT CSThread {
+class CSThread {
   public:
     /// Creates the object without starting a thread.
     CSThread();

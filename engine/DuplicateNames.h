@@ -1,11 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
-
-#include "engine/NameBytes.h"
 
 namespace com_tesk {
 
@@ -19,22 +17,9 @@ class DuplicateNames {
             return;
         }
         isRepeated.resize(count);
-        // A hash table of each name's last index so far, plus one. Linear probing, at most half full.
-        std::size_t size = 4;
-        while (size < count * 2) {
-            size *= 2;
-        }
-        std::vector<std::uint32_t> lastIndexes(size);
-        for (std::size_t i = 0; i < count; ++i) {
-            const std::string_view name = nameAt(i);
-            std::size_t slot = names::hashOf(name) & (size - 1);
-            while (lastIndexes[slot] != 0 && !names::isSame(nameAt(lastIndexes[slot] - 1), name)) {
-                slot = (slot + 1) & (size - 1);
-            }
-            if (lastIndexes[slot] != 0) {
-                isRepeated[lastIndexes[slot] - 1] = 1;
-            }
-            lastIndexes[slot] = static_cast<std::uint32_t>(i + 1);
+        std::unordered_set<std::string_view> laterNames(count);
+        for (std::size_t i = count; i-- > 0;) {
+            isRepeated[i] = laterNames.insert(nameAt(i)).second ? 0 : 1;
         }
     }
 

@@ -100,7 +100,7 @@ class CSClientProtocol::Parts final : private ConnectionState::Observer, private
     /// @{
 
     /// True when a registration that was just made is left to the re-registration. Then it stores that there was one.
-    bool isLeftToReregistration(ReregistrationGate& gate) CSCLIENT_REQUIRES(tables.mutex());
+    bool isLeftToReregistration(ReregistrationGate& gate) const CSCLIENT_REQUIRES(tables.mutex());
 
     /// Sends every registration again, when there are any.
     void reregisterAll();

@@ -12,7 +12,6 @@
 #include "comms/CSLockGuard.h"
 #include "comms/CSMutex.h"
 #include "engine/DuplicateNames.h"
-#include "engine/NameBytes.h"
 #include "engine/RegistrationChecks.h"
 
 namespace com_tesk {
@@ -56,7 +55,7 @@ class EntryTable {
     /// Returns the position of `name`, or the end. Constant time when `hint` matches, as when callers list names in
     /// order.
     Place findNear(Place hint, std::string_view name) {
-        return hint != byName.end() && names::isSame(hint->first, name) ? hint : byName.find(name);
+        return hint != byName.end() && hint->first == name ? hint : byName.find(name);
     }
 
     /// True when the parameter is registered and, if `confirmed` is true, confirmed.
@@ -88,7 +87,7 @@ class EntryTable {
         batch.reserve(count);
         for (unsigned int i = 0; i < count; ++i) {
             const Definition& definition = definitions[i];
-            const Place place = placeFor(definition.name);
+            const auto place = placeFor(definition.name);
             void (*report)(const std::string&) = nullptr;
             if (definition.type == CSClient::TYPE_UNDEFINED) {
                 report = reportInvalidType;
@@ -119,9 +118,9 @@ class EntryTable {
         Unregistration found;
         found.batch.reserve(names.size());
         found.places.reserve(names.size());
-        Place hint = byName.begin();
+        auto hint = byName.begin();
         for (std::size_t i = 0; i < names.size(); ++i) {
-            const Place place = findNear(hint, names[i]);
+            const auto place = findNear(hint, names[i]);
             if (place != byName.end()) {
                 found.batch.push_back(place->second);
                 if (!duplicates.occursAgain(i)) {
@@ -137,7 +136,7 @@ class EntryTable {
     template <typename EraseId>
     void erase(const Unregistration& found, const EraseId& eraseId) {
         const CSLockGuard lock(namesMutex);
-        for (const Place place : found.places) {
+        for (const auto place : found.places) {
             const std::unique_ptr<Entry> entry(place->second);  // The key refers to it.
             eraseId(entry->serverId);
             byName.erase(place);

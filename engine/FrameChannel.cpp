@@ -19,9 +19,6 @@ namespace {
 constexpr int kStreamClosed = 0;
 constexpr int kReceiveTimeout = -2;
 
-/// More than a header, because the standard transport appends faster into spare capacity.
-constexpr std::size_t kHeaderCapacity = std::size_t{2} * frame::kHeaderLength;
-
 RawMessage::Type typeOfKind(unsigned int kind) {
     switch (kind) {
         case frame::kKindData:
@@ -135,7 +132,6 @@ unsigned int FrameChannel::sendFrame(const RawMessage& wholeFrame) {
 bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) {
     ReusableMessage& header = receivedHeader;
     header.begin(RawMessage::DATA);
-    header.reserve(kHeaderCapacity);
     const int received = comms->readMessage(frame::kHeaderLength, header);
     if (received == kReceiveTimeout) {
         return false;
@@ -153,23 +149,22 @@ bool FrameChannel::readHeader(RawMessage::Type& type, unsigned int& bodyLength) 
         return false;
     }
 
-    if (header.wordAt(frame::kHeaderLengthOffset) != frame::kHeaderLength) {
+    if (header.getDoubleWord(frame::kHeaderLengthOffset) != frame::kHeaderLength) {
         owner.readFailed({"Invalid header data received. Closing connection."});
         return false;
     }
-    bodyLength = header.wordAt(frame::kFrameLengthOffset);
+    bodyLength = header.getDoubleWord(frame::kFrameLengthOffset);
     // An empty body is refused, too: no message of the host is empty.
     if (bodyLength <= frame::kHeaderLength) {
         owner.readFailed({"Invalid message data received (", Decimal(bodyLength), "). Closing connection."});
         return false;
     }
     bodyLength -= frame::kHeaderLength;
-    type = typeOfKind(header.wordAt(frame::kKindOffset));
+    type = typeOfKind(header.getDoubleWord(frame::kKindOffset));
     return true;
 }
 
-// One function, because code that runs right after a system call finds cold caches.
-[[gnu::flatten]] void FrameChannel::receive() {
+void FrameChannel::receive() {
     try {
         RawMessage::Type type = RawMessage::INVALID;
         unsigned int bodyLength = 0;

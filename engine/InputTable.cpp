@@ -12,35 +12,26 @@ bool InputTable::insert(const CSClient::InputDef* definitions, unsigned int coun
 }
 
 void InputTable::erase(const Entries::Unregistration& found) {
-    idsChange();
+    ++inputNamesVersion;
     inputsByName.erase(found, [this](std::uint32_t id) { inputNamesById.erase(id); });
 }
 
 InputTable::Entry* InputTable::confirm(Entries::Place& hint, std::uint32_t id, std::string_view name) {
-    const Entries::Place found = inputsByName.findNear(hint, name);
+    const auto found = inputsByName.findNear(hint, name);
     if (found == inputsByName.end()) {
         return nullptr;
     }
-    idsChange();
+    ++inputNamesVersion;
     hint = std::next(found);
     Entry& entry = *found->second;
-    // Hint for the common case: ids in ascending order.
-    inputNamesById.insert_or_assign(inputNamesById.end(), id, entry.name);
+    inputNamesById.insert_or_assign(id, entry.name);
     entry.serverId = id;
     return &entry;
 }
 
-const std::string* InputTable::nameOf(std::uint32_t id) {
-    const auto* const known = updatedIndex.find(id);
-    if (known != nullptr) {
-        return &known->second;
-    }
+const std::string* InputTable::nameOf(std::uint32_t id) const {
     const auto found = inputNamesById.find(id);
-    if (found == inputNamesById.end()) {
-        return nullptr;
-    }
-    updatedIndex.add(*found);
-    return &found->second;
+    return found == inputNamesById.end() ? nullptr : &found->second;
 }
 
 std::vector<CSClient::InputDef> InputTable::definitions() const {
@@ -53,20 +44,15 @@ std::vector<CSClient::InputDef> InputTable::definitions() const {
 }
 
 void InputTable::takeAll(Entries& taken) {
-    idsChange();
+    ++inputNamesVersion;
     inputNamesById.clear();
     inputsByName.moveTo(taken);
 }
 
 void InputTable::clear() {
-    idsChange();
+    ++inputNamesVersion;
     inputNamesById.clear();
     inputsByName.clear();
-}
-
-void InputTable::idsChange() {
-    ++inputNamesVersion;
-    updatedIndex.clear();
 }
 
 }  // namespace com_tesk

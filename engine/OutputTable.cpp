@@ -22,14 +22,13 @@ void OutputTable::erase(const Entries::Unregistration& found) {
 }
 
 OutputTable::Entry* OutputTable::confirm(Entries::Place& hint, std::uint32_t id, std::string_view name) {
-    const Entries::Place found = outputsByName.findNear(hint, name);
+    const auto found = outputsByName.findNear(hint, name);
     if (found == outputsByName.end()) {
         return nullptr;
     }
     hint = std::next(found);
     Entry& entry = *found->second;
-    // Hint for the common case: ids in ascending order.
-    outputsById.insert_or_assign(outputsById.end(), id, &entry);
+    outputsById.insert_or_assign(id, &entry);
     entry.serverId = id;
     return &entry;
 }
@@ -49,7 +48,7 @@ bool OutputTable::storeValues(const CSClient::Parameter* parameters, unsigned in
         void (*report)(const std::string&) = nullptr;
         if (parameter.type == CSClient::TYPE_UNDEFINED) {
             report = checks::reportInvalidSubscriptionType;
-        } else if (entry != nullptr && names::isSame(entry->name, parameter.name)) {
+        } else if (entry != nullptr && entry->name == parameter.name) {
             continue;
         } else if (checks::isTooLong(parameter.name)) {
             report = checks::reportTooLong;

@@ -2,16 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
-#include <memory_resource>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "client/CSClient.h"
 #include "engine/CSClientProtocol.h"
 #include "engine/EntryTable.h"
-#include "engine/LookupIndex.h"
+#include "engine/NameIndex.h"
 #include "engine/ReregistrationGate.h"
 
 namespace com_tesk {
@@ -69,13 +68,10 @@ class OutputTable {
     void erasePublished();
 
     Entries outputsByName;
-    /// Allocates the nodes of `outputsById` in larger blocks. With a block for each node they would cost a third
-    /// more.
-    std::pmr::unsynchronized_pool_resource outputIdNodes;
     /// Ids of earlier connections stay, also after their output is destroyed. So the pointers are never dereferenced.
-    std::pmr::map<std::uint32_t, Entry*> outputsById{&outputIdNodes};
-    /// The outputs that publish calls have found since an output was last erased, by name.
-    LookupIndex<Entry, NameKey> publishedIndex;
+    std::unordered_map<std::uint32_t, Entry*> outputsById;
+    /// The outputs that publish calls have found since an output was last erased.
+    NameIndex<Entry> publishedIndex;
     /// The outputs of the last publish call, record by record. An entry can be null when a call ended early.
     std::vector<Entry*> publishedBatch;
     ReregistrationGate registered;

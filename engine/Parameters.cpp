@@ -114,14 +114,14 @@ int CSClientProtocol::publishParameters(const CSClient::Parameter* parameters, u
 bool CSClientProtocol::confirmInputParameter(const std::string& name, std::uint32_t id) {
     Parts& engine = *parts;
     const ParameterTables::Lock lock(engine.tables, ParameterTables::Order::FIRST);
-    InputTable::Entries::Place anywhere = engine.tables.inputs().all().end();
+    auto anywhere = engine.tables.inputs().all().end();
     return engine.tables.inputs().confirm(anywhere, id, name) != nullptr;
 }
 
 bool CSClientProtocol::confirmOutputParameter(const std::string& name, std::uint32_t id) {
     Parts& engine = *parts;
     const ParameterTables::Lock lock(engine.tables, ParameterTables::Order::FIRST);
-    OutputTable::Entries::Place anywhere = engine.tables.outputs().all().end();
+    auto anywhere = engine.tables.outputs().all().end();
     return engine.tables.outputs().confirm(anywhere, id, name) != nullptr;
 }
 

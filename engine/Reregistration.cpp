@@ -12,7 +12,7 @@ namespace com_tesk {
 
 using diagnostics::Decimal;
 
-bool CSClientProtocol::Parts::isLeftToReregistration(ReregistrationGate& gate) {
+bool CSClientProtocol::Parts::isLeftToReregistration(ReregistrationGate& gate) const {
     // Intended: the thread that makes the change sends at once. A callback may register, and everything is then sent
     // again.
     if (gate.isPassed(connection.number()) || connection.isChangedByThisThread()) {

@@ -1,10 +1,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
-#include "message/BigEndian.h"
 #include "message/RawMessage.h"
 
 namespace com_tesk {
@@ -22,12 +20,6 @@ class ReusableMessage : public RawMessage {
 
     /// Changes the type and keeps the bytes.
     void setType(Type newType) { type = newType; }
-
-    /// As `getDoubleWord`, but faster when all four bytes are there.
-    std::uint32_t wordAt(std::size_t index) const {
-        return size() >= 4 && index <= size() - 4 ? big_endian::wordAt(data() + index)
-                                                  : getDoubleWord(static_cast<unsigned int>(index));
-    }
 
     /// Frees memory above 64 KiB, which one large message has needed. The bytes may be gone after this.
     void end() {

@@ -36,21 +36,21 @@ inline std::uint32_t messageCode(const RawMessage& message) {
 }
 
 /// The records of a message. All have the same length.
-template <std::size_t countOffset, std::size_t recordsOffset, std::size_t recordLength>
+template <std::size_t CountOffset, std::size_t RecordsOffset, std::size_t RecordLength>
 class Records {
   public:
     explicit Records(const RawMessage& message) {
-        if (message.size() >= recordsOffset) {
-            first = message.data() + recordsOffset;
-            count = layout::wholeRecords(message.size(), recordsOffset, recordLength,
-                                         big_endian::wordAt(message.data() + countOffset));
+        if (message.size() >= RecordsOffset) {
+            first = message.data() + RecordsOffset;
+            count = layout::wholeRecords(message.size(), RecordsOffset, RecordLength,
+                                         big_endian::wordAt(message.data() + CountOffset));
         }
     }
 
     unsigned int size() const { return count; }
 
   protected:
-    const char* at(std::size_t index) const { return first + index * recordLength; }
+    const char* at(std::size_t index) const { return first + index * RecordLength; }
 
   private:
     const char* first = nullptr;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <new>
 #include <string_view>
 #include <vector>
@@ -10,20 +9,22 @@
 
 namespace com_tesk {
 
-/// Finds entries of an ordered table in constant time. The table owns the entries. A successful search of the table
-/// adds the entry here, and the index is cleared when an entry is erased. A miss is not conclusive: search the table.
-/// @tparam Key  has `Type` and static functions `of(entry)`, `hashOf(key)`, `isSame(key, key)`.
-template <typename Entry, typename Key>
-class LookupIndex {
+/// Finds entries of an ordered table by name, in constant time. The table owns the entries. A successful search of the
+/// table adds the entry here, and the index is cleared when an entry is erased. A miss is not conclusive: search the
+/// table.
+///
+/// With `std::unordered_map` instead, publishing 1,000 outputs in changing order takes 1.5 times as long.
+template <typename Entry>
+class NameIndex {
   public:
     /// Returns the entry, or null when it is not in the index.
-    Entry* find(typename Key::Type key) const {
+    Entry* find(std::string_view name) const {
         if (slots.empty()) {
             return nullptr;
         }
-        std::size_t slot = slotOf(key);
+        std::size_t slot = slotOf(name);
         for (unsigned int probe = 0; probe < kMaxProbes && slots[slot] != nullptr; ++probe) {
-            if (Key::isSame(Key::of(*slots[slot]), key)) {
+            if (names::isSame(slots[slot]->name, name)) {
                 return slots[slot];
             }
             slot = next(slot);
@@ -48,14 +49,14 @@ class LookupIndex {
   private:
     static constexpr std::size_t kFirstSize = 16;
 
-    /// Maximum probe count. It limits the cost of colliding keys. Entries beyond it are not indexed.
+    /// Maximum probe count. It limits the cost of colliding names. Entries beyond it are not indexed.
     static constexpr unsigned int kMaxProbes = 128;
 
-    std::size_t slotOf(typename Key::Type key) const { return Key::hashOf(key) & (slots.size() - 1); }
+    std::size_t slotOf(std::string_view name) const { return names::hashOf(name) & (slots.size() - 1); }
     std::size_t next(std::size_t slot) const { return (slot + 1) & (slots.size() - 1); }
 
     void insert(Entry& entry) {
-        std::size_t slot = slotOf(Key::of(entry));
+        std::size_t slot = slotOf(entry.name);
         for (unsigned int probe = 0; probe < kMaxProbes; ++probe) {
             if (slots[slot] == nullptr) {
                 slots[slot] = &entry;
@@ -85,28 +86,6 @@ class LookupIndex {
     /// The slots: a power of two of them, at most three quarters used, with linear probing.
     std::vector<Entry*> slots;
     std::size_t used = 0;
-};
-
-/// The key of entries with a name.
-struct NameKey {
-    using Type = std::string_view;
-    template <typename Entry>
-    static Type of(const Entry& entry) {
-        return entry.name;
-    }
-    static std::size_t hashOf(Type name) { return names::hashOf(name); }
-    static bool isSame(Type one, Type other) { return names::isSame(one, other); }
-};
-
-/// The key of elements of a table by id.
-struct IdKey {
-    using Type = std::uint32_t;
-    template <typename Element>
-    static Type of(const Element& element) {
-        return element.first;
-    }
-    static std::size_t hashOf(Type id) { return static_cast<std::size_t>(names::spread(id)); }
-    static bool isSame(Type one, Type other) { return one == other; }
 };
 
 }  // namespace com_tesk
