@@ -67,7 +67,7 @@ class CSCLIENT_EXPORT SimulatorProtocol : public CSClientProtocol {
     /// @}
 
   private:
-    struct Inside;
+    struct CSCLIENT_INTERNAL Inside;
     const std::unique_ptr<Inside> inside;
 };
 
