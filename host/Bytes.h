@@ -7,26 +7,26 @@
 #include <string_view>
 #include <vector>
 
-/// Big-endian numbers and padded text in byte buffers. Nothing here checks a peer's number: callers compare with
-/// the buffer's size first.
+/// Big-endian numbers and padded text in byte buffers. These functions do not check a peer's number: callers compare it
+/// with the buffer's size first.
 
 namespace com_tesk::host {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// The 32-bit word at `data[0..3]`.
+/// Returns the 32-bit word at `data[0..3]`.
 inline std::uint32_t wordFrom(const std::uint8_t* data) {
     return (std::uint32_t{data[0]} << 24) | (std::uint32_t{data[1]} << 16) | (std::uint32_t{data[2]} << 8) |
            std::uint32_t{data[3]};
 }
 
-/// The 32-bit word at `offset`. The caller has made sure that the four bytes are there.
+/// Returns the 32-bit word at `offset`. The caller checks that the four bytes exist.
 inline std::uint32_t wordAt(const Bytes& bytes, std::size_t offset) {
     assert(bytes.size() >= 4 && offset <= bytes.size() - 4);
     return wordFrom(bytes.data() + offset);
 }
 
-/// The text of the `width` bytes at `offset`: up to the first zero byte, or all of them when there is none.
+/// Returns the text of the `width` bytes at `offset`: up to the first zero byte, or all of them without a zero byte.
 inline std::string textAt(const Bytes& bytes, std::size_t offset, std::size_t width) {
     assert(bytes.size() >= width && offset <= bytes.size() - width);
     std::string text;

@@ -19,7 +19,8 @@ ClientConnection::ClientConnection(asio::ip::tcp::socket openSocket, ClientNumbe
       queue(maxQueuedBytes) {}
 
 void ClientConnection::start() {
-    // Updates are small and late ones are useless; a client that is gone already shows on the first read.
+    // Updates are small and must not be delayed. An error is ignored: when the client has left, the first read reports
+    // it.
     std::error_code ignored;
     socket.set_option(asio::ip::tcp::no_delay(true), ignored);
     read();
@@ -65,7 +66,7 @@ void ClientConnection::watchForStall() {
     }
     stallTimer.expires_after(stallLimit);
     stallTimer.async_wait([self = shared_from_this()](const std::error_code& error) {
-        // A wait that ended in time may find the timer set anew by bytes that came just then.
+        // Bytes may have restarted the timer after its wait ended and before this handler ran.
         const bool superseded = self->stallTimer.expiry() > asio::steady_timer::clock_type::now();
         if (!error && !superseded && !self->ended && self->reader.inMidFrame()) {
             self->gone(HostEvent::Kind::DROPPED,
@@ -102,8 +103,8 @@ void ClientConnection::onWritten(const std::error_code& error) {
         return;
     }
     if (error) {
-        // The client is gone, but what it sent before that may still be there to be read, and
-        // counts. The read then meets the end as well, and reports it.
+        // The client has left, but requests that it sent before may still be unread, and the host serves them. The read
+        // then also finds the end of the stream and reports it.
         sending = false;
         queue.clear();
         return;
@@ -130,8 +131,8 @@ void ClientConnection::close(CloseMode mode) {
             break;
         case CloseMode::GRACEFUL:
             socket.shutdown(asio::socket_base::shutdown_send, ignored);
-            // Closing with unread bytes would be answered as a reset. A client that never stops sending is not
-            // waited for.
+            // Closing with unread bytes would send a reset, so they are read first. The number of reads is limited,
+            // because a client may never stop sending.
             socket.non_blocking(true, ignored);
             for (int round = 0; round < kMaxDrainRounds; ++round) {
                 if (socket.read_some(asio::buffer(readBuffer), ignored) == 0) {

@@ -18,27 +18,28 @@
 
 namespace com_tesk::host {
 
-/// How a connection is taken from a client that did nothing to end it.
+/// How the host closes a connection that the client has not ended.
 enum class CloseMode {
-    GRACEFUL,  ///< the client reads what was sent, then the end of the stream
-    RESET,     ///< the client's next read or write fails
+    GRACEFUL,  ///< The client reads what was sent, then the end of the stream.
+    RESET,     ///< The client's next read or write fails.
 };
 
-/// Who a connection works for. Both operations are called on the I/O thread and never from inside send().
+/// Receives the frames and the end of a connection. Both operations are called on the I/O thread, never inside send().
 class ConnectionOwner {
   public:
     virtual void onFrame(ClientNumber client, const Frame& frame) = 0;
 
-    /// The connection is of no more use: `kind` is LEFT, LOST or DROPPED. Called once at most, and
-    /// not after close(), which the owner still has to call.
+    /// Reports that the connection has ended: `kind` is LEFT, LOST or DROPPED. The owner must then call close(). Called
+    /// at most once, and never after close().
     virtual void onGone(ClientNumber client, HostEvent::Kind kind, const std::string& why) = 0;
 
   protected:
     ~ConnectionOwner() = default;
 };
 
-/// One client's socket: reads frames for the owner and sends what it is given, never blocking. Keeps itself alive
-/// while an operation of its own is under way. I/O thread only; the owner must outlive the I/O context's run.
+/// The socket of one client. Reads frames for the owner and sends the frames that it is given, without blocking. Stays
+/// alive while one of its operations is in progress. I/O thread only. The owner must outlive the run of the I/O
+/// context.
 class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   public:
     ClientConnection(asio::ip::tcp::socket openSocket, ClientNumber clientNumber, std::size_t maxQueuedBytes,
@@ -46,11 +47,11 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
     void start();
 
-    /// Queues a whole frame. When that goes beyond the queue's bound, the client is dropped soon
-    /// after, and what is sent to it meanwhile is thrown away.
+    /// Queues a whole frame. When the frame does not fit the queue's bound, the I/O thread drops the client next, and
+    /// frames sent in the meantime are discarded.
     void send(Bytes frame);
 
-    /// Closes the socket at once; frames still queued are not sent.
+    /// Closes the socket immediately. Queued frames are not sent.
     void close(CloseMode mode);
 
   private:
@@ -73,8 +74,8 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
     std::array<std::uint8_t, kReadSize> readBuffer{};
     FrameReader reader;
     OutputQueue queue;
-    bool sending = true;  // false once nothing more can be sent; reading may go on
-    bool ended = false;   // gone() was called, or close()
+    bool sending = true;  // false once no more can be sent; reading may continue
+    bool ended = false;   // gone() or close() was called
 };
 
 }  // namespace com_tesk::host

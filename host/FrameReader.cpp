@@ -55,8 +55,8 @@ std::size_t FrameReader::takeBody(const std::uint8_t* data, std::size_t size) {
 }
 
 void FrameReader::makeRoom(std::size_t bytes) {
-    // Doubling, so that a long body is not copied for each piece, but never past what was
-    // announced. Neither sum can overflow: both terms are at most kMaxFrameLength.
+    // Doubling avoids a copy of a long body for each piece. The announced length is the limit. Neither sum can
+    // overflow: all terms are at most kMaxFrameLength.
     Bytes& body = frame.body;
     const std::size_t needed = body.size() + bytes;
     if (needed > body.capacity()) {

@@ -7,9 +7,9 @@
 
 namespace com_tesk::host {
 
-/// A value that can only be reached with its lock held: the compiler sees to it, on every compiler.
-/// Functions handed in run under the lock and must be short, must not call back into the same
-/// Guarded, and must not return references into the value. Any thread may call anything here.
+/// A value that is accessible only with its lock held; every compiler enforces this.
+/// The functions passed in run under the lock. They must be short, must not use the same Guarded, and must not return
+/// references into the value. Any thread may call every operation.
 template <class T>
 class Guarded {
   public:
@@ -19,16 +19,16 @@ class Guarded {
         return function(value);
     }
 
-    /// Like read(), but may change the value; whoever waits looks again afterwards.
+    /// Like read(), but the function may change the value. Waiting threads then check their conditions again.
     template <class Function>
     auto change(Function function) {
         const std::lock_guard<std::mutex> lock(mutex);
-        // In front of the change, yet never too early: a waiter cannot look before the lock is free.
+        // Before the change, but not too early: a waiting thread checks its condition only when the lock is free.
         changed.notify_all();
         return function(value);
     }
 
-    /// Blocks until the condition holds, at most for `limit`. @return whether it holds.
+    /// Blocks until the condition holds, at most for `limit`. Returns true when it holds.
     template <class Condition>
     bool waitUntil(Condition condition, std::chrono::milliseconds limit) const {
         std::unique_lock<std::mutex> lock(mutex);

@@ -17,31 +17,31 @@
 
 namespace com_tesk::host {
 
-/// Where the core's replies, updates and reports go. Called from inside the core's operations: an
-/// implementation must not call the core back, not even to remove a client that cannot be sent to.
+/// Receives the core's replies, updates and reports. The core calls it inside its own operations. An implementation
+/// must not call the core, not even to remove a client when a send fails.
 class HostOutlet {
   public:
     virtual void send(ClientNumber client, Bytes frame) = 0;
-    virtual void report(HostEvent event) = 0;  ///< the outlet adds the time
+    virtual void report(HostEvent event) = 0;  ///< The outlet adds the time.
 
   protected:
     ~HostOutlet() = default;
 };
 
-/// What the host does with a request: the sessions of its clients, and the fan-out of values to subscribers. Each
-/// event is reported before anything of it can be noticed, on the wire or in `state`. No socket, thread or clock.
-/// One thread at a time; `state` is what other threads may look at meanwhile.
+/// Serves requests: keeps the sessions of the clients and distributes values to subscribers. Each event is reported
+/// before it has an effect on the wire or in `state`. No socket, thread or clock. One thread at a time. Other threads
+/// may read `state` at any time.
 class HostCore {
   public:
-    /// All three must outlive the core. Puts the initial values into the state.
+    /// Stores the initial values in the state. All three arguments must outlive the core.
     HostCore(const HostOptions& hostOptions, SharedState& sharedState, HostOutlet& hostOutlet);
 
     void addClient(ClientNumber client);
 
-    /// Forgets the client and all it registered; the values that it published stay.
+    /// Erases the client and its registrations. The values that it published stay.
     void removeClient(ClientNumber client);
 
-    /// Serves one frame of a client that was added and not removed.
+    /// Serves one frame of a client that was added and not removed yet.
     void handle(ClientNumber client, const Frame& frame);
 
     /// Stores a value and sends it to every subscriber, as if it had been published.
@@ -50,12 +50,12 @@ class HostCore {
   private:
     struct Session {
         ClientNumber number = 0;
-        std::optional<std::uint16_t> simulatorId;  // what the last request carried
+        std::optional<std::uint16_t> simulatorId;  // of the last request
         IdSource ids;
         Registrations inputs;
         Registrations outputs;
     };
-    /// One update message per client and request, however many of its values the request changed.
+    /// One update message per client and request, for all values that the request changed.
     using Updates = std::map<ClientNumber, std::vector<InputUpdate>>;
 
     void serve(Session& session, const VersionRequest& request);
@@ -67,7 +67,7 @@ class HostCore {
     void serve(const Session& session, const BadRequest& request);
 
     void noteSimulatorId(Session& session, std::uint16_t id);
-    /// The stored value; 0 of the input's own type when there is none.
+    /// Returns the stored value; 0 of the input's own type when there is none.
     HostValue currentValue(const Registration& input) const;
     void subscribe(const Session& session, const Registration& input);
     void unsubscribe(const Session& session, const Registration& input);

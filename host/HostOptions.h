@@ -14,31 +14,31 @@
 namespace com_tesk {
 
 struct HostOptions {
-    /// IPv4 address text; "0.0.0.0" for every interface.
+    /// The text of an IPv4 address; "0.0.0.0" for every interface.
     std::string listenAddress = "127.0.0.1";
-    /// 0: the system picks one, LoopbackHost::port() tells which.
+    /// With 0 the system picks the port, and LoopbackHost::port() returns it.
     std::uint16_t port = 0;
 
-    /// What version requests are answered with. The text is cut to 128 bytes.
+    /// The version text and the protocol version in version replies. The text is cut to 128 bytes.
     std::string versionText = "csclient loopback host";
     std::uint32_t protocolVersion = 1;
-    /// The simulator id in every version reply; without it, each client is answered with its own.
+    /// The simulator id in every version reply. Without it, each client receives its own id.
     std::optional<std::uint16_t> assignId;
 
-    /// Values that are there before the first client. Names of more than 32 bytes can never be asked for.
+    /// The values before the first client connects. No client can request a name of more than 32 bytes.
     std::map<std::string, HostValue> initialValues;
 
-    /// A client is dropped when a message would bring what waits to be sent to it above this many bytes. A single
-    /// message is always taken when nothing waits, so that no answer is too long to be given.
+    /// The host drops a client when a message would bring its queue above this many bytes. An empty queue accepts a
+    /// message of any size, so that no reply is too long.
     std::size_t maxQueuedBytes = std::size_t{16} * 1024 * 1024;
-    /// A client is dropped when it has begun a frame and no further byte of it comes for this long.
-    /// Between frames it may be silent for ever.
+    /// The host drops a client that has begun a frame and sends no further byte of it for this time. Between frames a
+    /// client may be silent indefinitely.
     std::chrono::milliseconds stallLimit = std::chrono::seconds(30);
 
-    /// Called for each event, one call at a time: the first (LISTENING) on the constructing thread, all others on
-    /// the host's own thread, which serves nobody meanwhile. An event is reported before anything of it can be
-    /// noticed, on the wire or through LoopbackHost: whoever has seen an effect finds its event recorded. Must not
-    /// throw; may call any LoopbackHost operation but stop(), dropClients() and the waits.
+    /// Called for each event, one call at a time. The first call (LISTENING) is on the constructing thread, all others
+    /// on the host's own thread, which serves no client during the call. An event is reported before it has an effect
+    /// on the wire or on the results of LoopbackHost. A test that has seen the effect can thus rely on the event. Must
+    /// not throw. May call every LoopbackHost operation except stop(), dropClients() and the waits.
     std::function<void(const HostEvent&)> eventSink;
 };
 

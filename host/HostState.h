@@ -14,11 +14,11 @@ namespace com_tesk::host {
 /// Clients are numbered 1, 2, 3 in the order of their connections; a number is never used twice.
 using ClientNumber = std::uint64_t;
 
-/// What the host's own thread and its users both look at.
+/// The data that the host's own thread shares with its users.
 struct HostState {
-    std::map<std::string, HostValue> values;                    ///< only names that were ever set
-    std::map<std::string, std::set<ClientNumber>> subscribers;  ///< no empty sets
-    std::size_t clients = 0;                                    ///< connected now
+    std::map<std::string, HostValue> values;                    ///< Only names that have been set.
+    std::map<std::string, std::set<ClientNumber>> subscribers;  ///< No empty sets.
+    std::size_t clients = 0;                                    ///< Connected now.
 };
 
 using SharedState = Guarded<HostState>;

@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Where everything stands on the wire, as the host sees it. All words are big-endian and 32 bits
-/// wide unless a width is given; offsets in the drawings are decimal.
+/// The layout of all messages, as the host reads and writes them. All words are big-endian and 32 bits wide unless a
+/// width is given. Offsets in the drawings are decimal.
 
 namespace com_tesk::host::layout {
 
-// ---- Frame: what every message travels in, both ways ----------------------------------------------------------
+// ---- Frame: contains every message, in both directions --------------------------------------------------------
 //
 //   0              4               8          12         16               31         32
 //   +--------------+---------------+----------+----------+----------------+----------+------
@@ -16,17 +16,17 @@ namespace com_tesk::host::layout {
 //   | of both      | always 32     | 0 data   | 0        | 15 bytes of FF | FF       | ...
 //   +--------------+---------------+----------+----------+----------------+----------+------
 //
-// The frame length counts the header and the body. Sub-kind, filler and end mark are not read on receipt.
+// The frame length counts the header and the body. The host does not read sub-kind, filler and end mark.
 
 constexpr std::size_t kFrameLengthOffset = 0;
 constexpr std::size_t kHeaderLengthOffset = 4;
 constexpr std::size_t kFrameKindOffset = 8;
 constexpr std::size_t kHeaderSize = 32;
-constexpr std::size_t kFillerSize = 16;  // with the end mark, which is FF as well in data frames
+constexpr std::size_t kFillerSize = 16;  // including the end mark, which is also FF in data frames
 constexpr std::uint8_t kFiller = 0xFF;
 constexpr std::uint32_t kDataFrame = 0;
 
-/// The longest frame, header included, that a client may announce.
+/// The maximum length, including the header, that a client may announce for a frame.
 constexpr std::uint32_t kMaxFrameLength = 16U * 1024U * 1024U;
 
 // ---- Sub-header: the first 12 bytes of every body -------------------------------------------------------------
@@ -36,8 +36,8 @@ constexpr std::uint32_t kMaxFrameLength = 16U * 1024U * 1024U;
 //   | 04 | 02 | 7F FF   | body length  | 00 7F   | flag | code | simulator word
 //   +----+----+---------+--------------+---------+------+------+---------------
 //
-// The flag is 00 in requests and in the host's updates, 01 in its replies. The simulator word has the simulator id
-// in its upper 16 bits.
+// The flag is 00 in requests and in the host's updates, and 01 in its replies. The upper 16 bits of the simulator word
+// are the simulator id.
 
 constexpr std::size_t kProtocolOffset = 0;
 constexpr std::size_t kSubprotocolOffset = 1;
@@ -51,7 +51,7 @@ constexpr unsigned kSimulatorShift = 16;
 constexpr std::uint8_t kProtocol = 0x04;
 constexpr std::uint8_t kSubprotocol = 0x02;
 constexpr std::uint32_t kProtocolWord = 0x04027FFF;
-constexpr std::uint32_t kReplyWord = 0x007F0100;   // or'ed with the code
+constexpr std::uint32_t kReplyWord = 0x007F0100;   // combined with the code
 constexpr std::uint32_t kUpdateWord = 0x007F0003;  // flag 00, code 03
 
 constexpr std::uint8_t kRequestFlag = 0x00;
@@ -108,7 +108,7 @@ constexpr std::size_t kValueRecordValue = 8;
 //   update         16 zero    20 count   24 records of 12:
 //                             0 id, 4 integer flag, 8 value
 //
-// The rates and the flag of the outputs reply are the request's own words; no client reads them.
+// The outputs reply repeats the rate and the flag of the request. No client reads them.
 
 constexpr std::size_t kVersionTextSize = 128;
 constexpr std::size_t kVersionReplySize = 152;
@@ -116,8 +116,7 @@ constexpr std::uint32_t kVersionAccepted = 1;
 constexpr std::size_t kInputReplySize = 52;
 constexpr std::size_t kOutputReplySize = 48;
 
-/// Ids that the host never assigns: 0 names nothing, and 0xFFFFF stands in a client's requests for whatever is not
-/// confirmed yet.
+/// Ids that the host never assigns: 0 means no id, and a client uses 0xFFFFF in its requests for an unconfirmed name.
 constexpr std::uint32_t kNoId = 0;
 constexpr std::uint32_t kUnconfirmedId = 0xFFFFF;
 

@@ -26,12 +26,12 @@ std::string textOf(const tcp::endpoint& endpoint) {
 
 void throwOn(const std::error_code& error, const std::string& where) {
     if (error) {
-        // In the standard's own category: Asio's compares with no std::errc.
+        // In the standard's category, because Asio's categories do not compare equal to std::errc.
         throw std::system_error(error.value(), std::system_category(), "cannot listen on " + where);
     }
 }
 
-/// Troubles of one client on its way in, not of the listener.
+/// True for errors of one incoming connection, which do not concern the listener.
 bool concernsOneClient(int error) {
     return error == EINTR || error == ECONNABORTED || error == EPROTO;
 }
@@ -61,8 +61,8 @@ void Listener::open(const tcp::endpoint& endpoint) {
         ::close(descriptor);
         throwOn(error, boundTo);
     }
-    // A host that was just stopped has connections of its port on their way out; they are no
-    // obstacle. Another listener is one still.
+    // Connections of a host that has just stopped may still use the port. With this option they are no obstacle, but
+    // another listener still is.
     acceptor.set_option(tcp::acceptor::reuse_address(true), error);
     throwOn(error, boundTo);
     acceptor.bind(endpoint, error);
@@ -80,14 +80,14 @@ void Listener::open(const tcp::endpoint& endpoint) {
 void Listener::waitForClient() {
     acceptor.async_wait(tcp::acceptor::wait_read, [this](const std::error_code& error) {
         if (!error && acceptor.is_open()) {
-            letIn();
+            accept();
         }
     });
 }
 
-void Listener::letIn() {
+void Listener::accept() {
     for (;;) {
-        // By hand rather than by the acceptor, which cannot set the close-on-exec flag in the same step.
+        // Not with the acceptor, because it cannot set the close-on-exec flag in the same step.
         const int descriptor = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor >= 0) {
             troubled = false;
@@ -115,12 +115,12 @@ void Listener::letIn() {
 }
 
 void Listener::retrySoon() {
-    // Out of descriptors, most likely: the waiting client keeps the socket readable, so waiting for that would turn
-    // in circles.
+    // The process is probably out of descriptors. The socket stays readable then, so waiting for that would be a busy
+    // loop.
     retryTimer.expires_after(kRetryAfter);
     retryTimer.async_wait([this](const std::error_code& error) {
         if (!error && acceptor.is_open()) {
-            letIn();
+            accept();
         }
     });
 }

@@ -10,31 +10,31 @@
 
 namespace com_tesk::host {
 
-/// The listening socket. Its descriptors, and those of the clients it lets in, are not inherited by programs that
-/// the process starts: such a child would keep a connection open that the host has closed.
+/// The listening socket. Programs that the process starts do not inherit its descriptor and those of accepted clients.
+/// A child would otherwise keep a connection open that the host has closed.
 class Listener {
   public:
-    /// A client's open socket, and its address and port as text.
+    /// Receives a client's open socket, and its address and port as text.
     using OnClient = std::function<void(asio::ip::tcp::socket, const std::string&)>;
-    /// Called when clients cannot be let in, once until it works again; the listener keeps trying.
+    /// Called when accepting fails, once until it succeeds again. The listener keeps trying.
     using OnTrouble = std::function<void(const std::error_code&)>;
 
-    /// Listens from here on; clients are let in once the context runs.
-    /// @throws std::system_error naming address and port, when they cannot be used.
+    /// Starts listening. Clients are accepted once the context runs.
+    /// @throws std::system_error that names address and port when they cannot be used.
     Listener(asio::io_context& context, const std::string& address, std::uint16_t port, OnClient onClient,
              OnTrouble onTrouble);
 
     std::uint16_t port() const { return boundPort; }
-    /// Address and port as text.
+    /// Returns address and port as text.
     const std::string& where() const { return boundTo; }
 
-    /// Frees the port. I/O thread only; the functions are not called any more.
+    /// Frees the port. The functions are not called afterwards. I/O thread only.
     void close();
 
   private:
     void open(const asio::ip::tcp::endpoint& endpoint);
     void waitForClient();
-    void letIn();
+    void accept();
     void retrySoon();
 
     asio::ip::tcp::acceptor acceptor;

@@ -22,8 +22,7 @@ using host::ClientNumber;
 using host::CloseMode;
 using Kind = HostEvent::Kind;
 
-/// Ties the core to the sockets: one thread runs the I/O context, and everything but the shared state belongs to
-/// that thread.
+/// Connects the core with the sockets. One thread runs the I/O context and owns everything except the shared state.
 class LoopbackHost::Impl final : private host::HostOutlet, private host::ConnectionOwner {
   public:
     explicit Impl(Options initialOptions)
@@ -31,7 +30,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
           core(options, sharedState, *this),
           listener(
               context, options.listenAddress, options.port,
-              [this](asio::ip::tcp::socket socket, const std::string& peer) { letIn(std::move(socket), peer); },
+              [this](asio::ip::tcp::socket socket, const std::string& peer) { acceptClient(std::move(socket), peer); },
               [this](const std::error_code& error) { reportText(Kind::ACCEPT_FAILED, 0, error.message()); }) {
         reportText(Kind::LISTENING, 0, listener.where());
         thread = std::thread([this] { context.run(); });
@@ -47,7 +46,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         if (!thread.joinable()) {
             return;
         }
-        // The context runs out of work, and its run ends, when the listener and every connection are closed.
+        // The run of the context ends when the listener and every connection are closed, because it then has no work.
         asio::post(context, [this] {
             listener.close();
             closeAll(CloseMode::GRACEFUL, "the host stops");
@@ -65,7 +64,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
 
     void setValue(const std::string& name, HostValue value) {
         if (context.get_executor().running_in_this_thread()) {
-            // From the event sink, so from inside the core: after it.
+            // The event sink calls, inside an operation of the core. The value is stored after that operation.
             asio::post(context, [this, name, value] { core.setValue(name, value); });
         } else {
             onOwnThread([&] { core.setValue(name, value); });
@@ -73,7 +72,8 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
     }
 
   private:
-    /// Runs the function on the I/O thread and waits for it; right here once that thread has ended.
+    /// Runs the function on the I/O thread and waits for it. After that thread has ended, runs it on the calling
+    /// thread.
     template <class Function>
     void onOwnThread(Function function) {
         const std::lock_guard<std::mutex> lock(lifeMutex);
@@ -87,7 +87,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         done.get();
     }
 
-    void letIn(asio::ip::tcp::socket socket, const std::string& peer) {
+    void acceptClient(asio::ip::tcp::socket socket, const std::string& peer) {
         const ClientNumber number = ++lastNumber;
         const auto connection = std::make_shared<ClientConnection>(std::move(socket), number, options.maxQueuedBytes,
                                                                    options.stallLimit, connectionOwner());
@@ -142,14 +142,14 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
     host::SharedState sharedState;  // any thread
     asio::io_context context{1};
 
-    // I/O thread only while it runs; after that, under lifeMutex.
+    // I/O thread only while it runs; under lifeMutex after that.
     host::HostCore core;
     host::Listener listener;
     std::map<ClientNumber, std::shared_ptr<ClientConnection>> connections;
     ClientNumber lastNumber = 0;
     bool reporting = true;  // until the host has stopped
 
-    // Held by whoever stops the thread or waits for it; the I/O thread itself never takes it.
+    // Held to stop the I/O thread or to wait for it. The I/O thread itself never locks it.
     std::mutex lifeMutex;
     std::thread thread;  // guarded by lifeMutex
 };

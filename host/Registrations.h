@@ -7,8 +7,8 @@
 
 namespace com_tesk::host {
 
-/// Ids of one client: 1, 2, 3, without the reserved ones. Inputs and outputs draw from the same source, so that an
-/// id names one thing only. An id comes again after 2^32 registrations at the earliest.
+/// Generates the ids of one client: 1, 2, 3, without the reserved ids. Inputs and outputs use the same source, so that
+/// an id is unique. An id is repeated after 2^32 registrations at the earliest.
 class IdSource {
   public:
     IdSource() = default;
@@ -26,17 +26,17 @@ struct Registration {
     bool isInteger;
 };
 
-/// The inputs, or the outputs, that one client has registered.
-/// A name has one id for as long as it is registered: registering it again answers with the same id
-/// and takes over the new type. After it was unregistered it gets a fresh one.
+/// The registered inputs, or outputs, of one client.
+/// A name keeps its id as long as it is registered. Registering it again returns the same id and sets the new type. A
+/// name that was unregistered gets a new id.
 class Registrations {
   public:
     const Registration& add(const std::string& name, bool isInteger, IdSource& ids);
 
-    /// @return the registration that is no longer there, or nothing when there was none.
+    /// @return the removed registration, or nothing when there was none.
     std::optional<Registration> remove(std::uint32_t id);
 
-    /// Valid until the next add() or remove(); null when there is none.
+    /// Returns null when there is none. Valid until the next add() or remove().
     const Registration* byId(std::uint32_t id) const;
     const Registration* byName(const std::string& name) const;
 

@@ -8,8 +8,8 @@ using namespace layout;
 
 namespace {
 
-/// A frame up to and including the simulator word; the body follows by appending exactly the rest of it. The host's
-/// own bodies stay far below 4 GiB: none is more than a few times as long as the request behind it.
+/// Returns a frame up to and including the simulator word. The caller appends the rest of the body. A reply is at most
+/// a few times as long as its request, so all lengths stay far below 4 GiB.
 Bytes beginFrame(std::size_t bodySize, std::uint32_t codeWord, std::uint16_t simulatorId) {
     Bytes frame;
     frame.reserve(kHeaderSize + bodySize);

@@ -8,13 +8,13 @@
 #include "host/Bytes.h"
 #include "host/Value.h"
 
-/// What the host sends. Pure: values in, whole frames out, header included.
+/// The messages that the host sends. Pure functions: values in, whole frames with headers out.
 
 namespace com_tesk::host {
 
 struct InputConfirmation {
     std::uint32_t id;
-    std::uint32_t rate;  ///< the request's two rate words, as they came
+    std::uint32_t rate;  ///< The two rate words are those of the request.
     std::uint32_t secondRate;
     HostValue value;
     std::string name;
@@ -22,8 +22,8 @@ struct InputConfirmation {
 
 struct OutputConfirmation {
     std::uint32_t id;
-    std::uint32_t rate;         ///< the request's rate word, as it came
-    std::uint32_t integerFlag;  ///< the request's flag word, as it came
+    std::uint32_t rate;         ///< The rate word of the request.
+    std::uint32_t integerFlag;  ///< The flag word of the request.
     std::string name;
 };
 
@@ -32,7 +32,7 @@ struct InputUpdate {
     HostValue value;
 };
 
-/// The version text is cut to 128 bytes; one of exactly 128 has no zero byte behind it.
+/// The version text is cut to 128 bytes. A text of exactly 128 bytes has no zero byte after it.
 Bytes encodeVersionReply(std::uint16_t simulatorId, std::string_view versionText, std::uint32_t protocolVersion);
 Bytes encodeInputsReply(std::uint16_t simulatorId, const std::vector<InputConfirmation>& inputs);
 Bytes encodeOutputsReply(std::uint16_t simulatorId, const std::vector<OutputConfirmation>& outputs);

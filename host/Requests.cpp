@@ -20,8 +20,8 @@ std::uint16_t simulatorIdOf(const Bytes& body) {
     return static_cast<std::uint16_t>(wordAt(body, kSimulatorOffset) >> kSimulatorShift);
 }
 
-/// What is wrong with the body before its kind is known, or empty.
-std::string flawOfSubHeader(const Bytes& body) {
+/// Returns what is wrong with the sub-header, or an empty text.
+std::string validateSubHeader(const Bytes& body) {
     if (body.size() < kSubHeaderSize) {
         return "body of " + std::to_string(body.size()) + " bytes is too short for a request";
     }
@@ -37,9 +37,9 @@ std::string flawOfSubHeader(const Bytes& body) {
     return {};
 }
 
-/// What is wrong with the size of a body whose count stands at `countOffset` and whose records, of
-/// `recordSize` each, follow the count; or empty.
-std::string flawOfCount(const Bytes& body, std::size_t countOffset, std::size_t recordSize) {
+/// Returns what is wrong with the size of a body, or an empty text. The body has its count at `countOffset`, followed
+/// by records of `recordSize` bytes.
+std::string validateCount(const Bytes& body, std::size_t countOffset, std::size_t recordSize) {
     const std::size_t firstRecord = countOffset + 4;
     if (body.size() < firstRecord) {
         return "body of " + std::to_string(body.size()) + " bytes is too short for its count";
@@ -61,7 +61,7 @@ Request parseVersion(const Bytes& body) {
 }
 
 Request parseSubscribeInputs(const Bytes& body) {
-    if (auto flaw = flawOfCount(body, kCountOffset, kInputRequestSize); !flaw.empty()) {
+    if (auto flaw = validateCount(body, kCountOffset, kInputRequestSize); !flaw.empty()) {
         return BadRequest{"input subscription: " + flaw};
     }
     SubscribeInputs request{simulatorIdOf(body), {}};
@@ -74,7 +74,7 @@ Request parseSubscribeInputs(const Bytes& body) {
 }
 
 Request parseRegisterOutputs(const Bytes& body) {
-    if (auto flaw = flawOfCount(body, kCountOffset, kOutputRequestSize); !flaw.empty()) {
+    if (auto flaw = validateCount(body, kCountOffset, kOutputRequestSize); !flaw.empty()) {
         return BadRequest{"output registration: " + flaw};
     }
     RegisterOutputs request{simulatorIdOf(body), {}};
@@ -87,7 +87,7 @@ Request parseRegisterOutputs(const Bytes& body) {
 
 template <class RequestOfIds>
 Request parseIds(const Bytes& body, const char* what) {
-    if (auto flaw = flawOfCount(body, kCountOffset, kIdRecordSize); !flaw.empty()) {
+    if (auto flaw = validateCount(body, kCountOffset, kIdRecordSize); !flaw.empty()) {
         return BadRequest{what + flaw};
     }
     RequestOfIds request{simulatorIdOf(body), {}};
@@ -98,7 +98,7 @@ Request parseIds(const Bytes& body, const char* what) {
 }
 
 Request parsePublish(const Bytes& body) {
-    if (auto flaw = flawOfCount(body, kPublishCountOffset, kValueRecordSize); !flaw.empty()) {
+    if (auto flaw = validateCount(body, kPublishCountOffset, kValueRecordSize); !flaw.empty()) {
         return BadRequest{"publish: " + flaw};
     }
     Publish request{simulatorIdOf(body), wordAt(body, kCountOffset), {}};
@@ -111,7 +111,7 @@ Request parsePublish(const Bytes& body) {
 }  // namespace
 
 Request parseRequest(const Bytes& body) {
-    if (auto flaw = flawOfSubHeader(body); !flaw.empty()) {
+    if (auto flaw = validateSubHeader(body); !flaw.empty()) {
         return BadRequest{flaw};
     }
     if (body[kFlagOffset] == kRequestFlag) {

@@ -7,7 +7,7 @@
 
 #include "host/Bytes.h"
 
-/// What clients ask for, read from a frame's body. Pure: bytes in, values out.
+/// The requests of clients, read from the body of a frame. Pure functions: bytes in, values out.
 
 namespace com_tesk::host {
 
@@ -29,7 +29,7 @@ struct SubscribeInputs {
 struct RegisterOutputs {
     struct Record {
         std::uint32_t rate;
-        std::uint32_t integerFlag;  ///< nonzero: an integer; kept as it came, for the reply echoes it
+        std::uint32_t integerFlag;  ///< Nonzero for an integer. Kept as received, because the reply repeats it.
         std::string name;
     };
     std::uint16_t simulatorId;
@@ -49,24 +49,24 @@ struct UnregisterOutputs {
 struct Publish {
     struct Record {
         std::uint32_t id;
-        std::uint32_t bits;  ///< integer or float as the output was registered; the record's own
-                             ///< flag is not read
+        std::uint32_t bits;  ///< In the type of the output's registration. The record's own flag is not read.
     };
     std::uint16_t simulatorId;
     std::uint32_t mode;
     std::vector<Record> values;
 };
 
-/// A body that is no request. The stream is intact: the next frame may well be one.
+/// A body that is not a request. The stream is intact, so the next frame may be a request.
 struct BadRequest {
-    std::string why;  ///< for a person, for example "unknown message code 0x0009"
+    std::string why;  ///< A text for the log, for example "unknown message code 0x0009".
 };
 
 using Request = std::variant<VersionRequest, SubscribeInputs, RegisterOutputs, UnsubscribeInputs, UnregisterOutputs,
                              Publish, BadRequest>;
 
-/// Reads one body of any size and content. A body must be exactly as long as its kind and its count make it, and
-/// state that length in its sub-header: anything else is a BadRequest as a whole, and no record of it is read.
+/// Reads one body of any size and content. The length of a body must be the length that follows from its code and its
+/// count, and its sub-header must state that length. Any other body is a BadRequest as a whole: none of its records is
+/// read.
 Request parseRequest(const Bytes& body);
 
 }  // namespace com_tesk::host

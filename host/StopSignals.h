@@ -4,8 +4,8 @@
 
 namespace com_tesk {
 
-/// What a program around a host waits for. From construction to destruction SIGINT and SIGTERM do
-/// not end the process; one that came before wait() is not lost. One object at a time.
+/// Lets a program with a host wait for SIGINT or SIGTERM. From construction to destruction these signals do not end the
+/// process, and a signal before wait() is not lost. One object at a time.
 class StopSignals {
   public:
     /// @throws std::system_error when the signals cannot be caught.
@@ -15,7 +15,7 @@ class StopSignals {
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
-    /// Blocks until SIGINT or SIGTERM has come. To be called once.
+    /// Blocks until SIGINT or SIGTERM has arrived. To be called once.
     void wait();
 
   private:

@@ -7,27 +7,27 @@
 
 namespace com_tesk {
 
-/// One value as it travels: 32 bits and whether they are a signed integer or an IEEE 754 single. A plain value
-/// type; the bits are kept as they came, so a NaN's payload and a negative zero survive the host unchanged.
+/// A value as transmitted: 32 bits, and whether they are a signed integer or an IEEE 754 single. The bits are kept as
+/// received, so the payload of a NaN and a negative zero stay unchanged.
 class HostValue {
   public:
     static HostValue integer(std::int32_t number);
     static HostValue real(float number);
     static HostValue fromBits(std::uint32_t bits, bool isInteger) { return {bits, isInteger}; }
 
-    /// Reads what `--set NAME=` takes: `i:` and a decimal 32-bit integer, otherwise a decimal float.
-    /// @return nothing when the text is not wholly such a number, or it is out of range.
+    /// Reads a value of `--set NAME=`: `i:` and a decimal 32-bit integer, otherwise a decimal float.
+    /// @return nothing when any part of the text is not such a number, or the number is out of range.
     static std::optional<HostValue> fromText(std::string_view text);
 
     bool isInteger() const { return holdsInteger; }
     std::uint32_t bits() const { return rawBits; }
-    std::int32_t asInteger() const;  ///< the bits as a signed integer, whatever the kind
-    float asReal() const;            ///< the bits as a float, whatever the kind
+    std::int32_t asInteger() const;  ///< The bits as a signed integer, for both kinds.
+    float asReal() const;            ///< The bits as a float, for both kinds.
 
-    /// The number as a standard stream prints it by default: 12.5, -3, nan.
+    /// Returns the number as a standard stream prints it by default: 12.5, -3, nan.
     std::string text() const;
 
-    /// Same kind and same 32 bits: 0.0 and -0.0 differ, a NaN equals itself.
+    /// True for the same kind and the same 32 bits: 0.0 and -0.0 differ, and a NaN equals itself.
     friend bool operator==(const HostValue& a, const HostValue& b) {
         return a.rawBits == b.rawBits && a.holdsInteger == b.holdsInteger;
     }

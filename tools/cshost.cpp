@@ -51,7 +51,7 @@ std::string addValue(const std::string& text, com_tesk::HostOptions& options) {
 }
 
 void printLine(const com_tesk::HostEvent& event) {
-    std::cout << com_tesk::lineOf(event) << std::endl;  // Flushed, so that a reader of a pipe gets it at once.
+    std::cout << com_tesk::lineOf(event) << std::endl;  // Flushed, so that the reader of a pipe gets it immediately.
 }
 
 void serveUntilSignalled(const com_tesk::HostOptions& options) {
