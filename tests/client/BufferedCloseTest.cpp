@@ -1,3 +1,5 @@
+// Over the buffered transport, closing and destroying a client end at once whatever the worker waits for.
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,47 +11,44 @@
 #include <thread>
 #include <vector>
 
-#include "client/SimClient.h"
 #include "comms/CSCommsInterfaceTCPBuffered.h"
-#include "tests/client/ProbedClient.h"
-#include "tests/client/Stopwatch.h"
+#include "tests/client/ClientFixtures.h"
 #include "tests/support/BlackHole.h"
 #include "tests/support/CapturedStreams.h"
-#include "tests/support/RecordingCallbacks.h"
-#include "tests/support/ScriptedHost.h"
+#include "tests/support/CountedSleeps.h"
 
 namespace com_tesk::test {
 namespace {
 
 using std::chrono::milliseconds;
 
-/// What closing and destroying may take in every situation.
-constexpr double kInTime = 2.0;
+/// The maximum time in seconds for closing and for destroying in every situation.
+constexpr double kTimeToClose = 2.0;
 
-/// Callbacks that take their time over updates.
-class SlowCallbacks : public RecordingCallbacks {
-  public:
-    void inputParametersUpdated(const std::vector<CSClient::Parameter>& /*parameters*/) override {
-        ++updates;
-        std::this_thread::sleep_for(milliseconds(5));
+/// With this send buffer, writes soon block.
+const CSClient::ConnectionOptions kSmallSendBuffer{0, 4'096};
+
+std::vector<CSClient::OutputDef> manyOutputs(int count) {
+    std::vector<CSClient::OutputDef> definitions;
+    for (int i = 0; i < count; ++i) {
+        definitions.push_back(output("output " + std::to_string(i)));
     }
+    return definitions;
+}
 
-    std::atomic<int> updates{0};
-};
-
-/// A client with the buffered transport in a situation that it cannot leave by itself.
-class Stuck {
+/// A session over the buffered transport in a situation that it does not leave by itself.
+class StuckSession : public ScriptedSession {
   public:
-    explicit Stuck(unsigned int options) : client(std::make_unique<SimClient>(1, options | CSClient::OPTION_SILENT)) {
+    explicit StuckSession(unsigned int options) : ScriptedSession(options | kSilent) {
         EXPECT_TRUE(
             client->changeCommsInterface(new CSCommsInterfaceTCPBuffered(CSCommsInterfaceTCPBuffered::Options())));
-        client->addCallbackInterface(&callbacks);
     }
-    ~Stuck() {
+    ~StuckSession() {
         if (client) {
-            client->close();  // Lets the threads out.
+            client->close();  // Ends the operations of the threads.
         }
         joinAll();
+        client.reset();  // The streams stay captured until its threads have ended.
     }
 
     void joinAll() {
@@ -60,25 +59,9 @@ class Stuck {
         threads.clear();
     }
 
-    void open(const CSClient::ConnectionOptions* connectionOptions = nullptr) {
-        ASSERT_EQ(client->open(ScriptedHost::address(), host.port(), connectionOptions), 0);
-    }
-
-    /// Connects, and takes the version request.
-    void connect(const CSClient::ConnectionOptions* connectionOptions = nullptr) {
-        open(connectionOptions);
-        peer = host.accept();
-        ASSERT_TRUE(peer);
-        peer->receiveFrame();
-        ASSERT_TRUE(callbacks.waitFor("state 2->4"));
-    }
-
-    /// Waits until the change to ready is complete: what is registered from then on is sent by the thread that registers.
-    void waitForTheChange() { ASSERT_EQ(client->open(ScriptedHost::address(), host.port(), nullptr), 2); }
-
-    /// Sends bytes of a frame that does not come to an end, and lets the client take them in.
+    /// Sends bytes of a frame that does not end, and gives the client time to read them.
     void stallAfter(const std::string& hexBytes) {
-        connect();
+        ASSERT_NO_FATAL_FAILURE(connect());
         peer->send(hexBytes);
         std::this_thread::sleep_for(milliseconds(100));
     }
@@ -90,12 +73,13 @@ class Stuck {
         ASSERT_FALSE(hasReturned);
     }
 
-    /// Sends frame after frame, until the connection has ended.
-    void flood(const std::function<Bytes(unsigned int)>& frameNumber) {
-        threads.emplace_back([this, frameNumber] {
+    /// Sends frame after frame until the connection ends.
+    void sendWithoutEnd(const std::function<std::string(unsigned int)>& bodyOfNumber) {
+        threads.emplace_back([this, bodyOfNumber] {
+            const Bytes frames[] = {hex(hexFrame(bodyOfNumber(0))), hex(hexFrame(bodyOfNumber(1)))};
             try {
                 for (unsigned int i = 0; !isOver; ++i) {
-                    peer->send(frameNumber(i));
+                    peer->send(frames[i % 2]);
                 }
             } catch (const std::exception&) {
                 // The client has closed.
@@ -103,187 +87,224 @@ class Stuck {
         });
     }
 
+    void connectToBlackHole() {
+        hole = std::make_unique<BlackHole>();
+        ASSERT_EQ(client->open(BlackHole::host(), hole->port(), nullptr), 0);
+    }
+
     CapturedStreams captured;
-    ScriptedHost host;
-    SlowCallbacks callbacks;
-    std::unique_ptr<ScriptedHost::Peer> peer;
     std::unique_ptr<BlackHole> hole;
     std::atomic<bool> isOver{false};
-    /// Whether a thread of the test is inside an operation of the client.
+    /// True while a thread of the test is inside an operation of the client.
     bool isInsideAnOperation = false;
-    /// Whether the operation that is to be blocked has returned.
+    /// True when the operation that is to block has returned.
     std::atomic<bool> hasReturned{false};
     std::vector<std::thread> threads;
-    std::unique_ptr<SimClient> client;
 };
 
-constexpr char kRestOfHeader[] = " 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
+constexpr char kRestOfHeader[] =
+    " 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF ";
 
-Bytes floodedUpdate() {
-    return hex(
-        hexFrame("04 02 7F FF 00 00 00 24 00 7F 00 03 00 01 00 00 00 00 00 00 00 00 00 01 "
-                 "00 00 00 07 00 00 00 00 3F C0 00 00"));
+void receiveUpdatesWithoutEnd(StuckSession& session) {
+    session.callbacks.onLine = [](const std::string& line) {
+        if (line == "updated A=float:1.5") {
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+    };
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    ASSERT_EQ(session.client->registerInputParameter(input("A")), 0);
+    session.peer->receiveFrame();
+    session.peer->send(hexFrame(inputsConfirmed({{7, "A"}})));
+    session.sendWithoutEnd([](unsigned int) { return update(1, {updated(7, 0, "3F C0 00 00")}); });
+    ASSERT_TRUE(session.callbacks.waitFor("updated A=float:1.5", 10));
 }
 
-/// A version response that says: you are simulator `id`.
-Bytes otherId(unsigned int id) {
-    return hex(hexFrame("04 02 7F FF 00 00 00 98 00 7F 01 06 " + hexWord(id << 16U) + ' ' + hexField("4.4.1", 128) +
-                        ' ' + hexWord(1) + ' ' + hexWord(1)));
+void receiveIdsWithoutEnd(StuckSession& session) {
+    ASSERT_EQ(session.client->registerOutputParameter(output("A")), 0);
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    session.sendWithoutEnd([](unsigned int i) { return versionResponse((2 + i) << 16U, "4.4.1"); });
+    ASSERT_TRUE(session.captured.waitForOut("Simulator ID is now 3"));
 }
 
-std::vector<CSClient::OutputDef> manyOutputs() {
-    constexpr int kMany = 8'000;  // 352,000 bytes of request.
-    std::vector<CSClient::OutputDef> definitions;
-    definitions.reserve(kMany);
-    for (int i = 0; i < kMany; ++i) {
-        definitions.push_back({"output " + std::to_string(i), CSClient::TYPE_FLOAT});
-    }
-    return definitions;
+void blockInARegistration(StuckSession& session) {
+    ASSERT_NO_FATAL_FAILURE(session.connect(&kSmallSendBuffer));
+    // This waits until the change to ready is complete. A later registration is sent by the thread that registers.
+    ASSERT_EQ(session.client->open(ScriptedHost::address(), session.host.port(), nullptr), 2);
+    session.isInsideAnOperation = true;
+    session.threads.emplace_back([&session] {
+        session.client->registerOutputParameters(manyOutputs(8'000));
+        session.hasReturned = true;
+    });
+    session.waitForABlockedWrite();
 }
 
-/// Options with which writes block soon.
-const CSClient::ConnectionOptions kSmallSendBuffer{0, 4'096};
+void blockInAPublication(StuckSession& session) {
+    ASSERT_NO_FATAL_FAILURE(session.connect(&kSmallSendBuffer));
+    ASSERT_EQ(session.client->registerOutputParameter(output("A")), 0);
+    session.peer->receiveFrame();
+    session.peer->send(hexFrame(outputsConfirmed({{9, "A"}})));
+    ASSERT_TRUE(session.callbacks.waitFor("outputs confirmed A"));
+    session.isInsideAnOperation = true;
+    session.threads.emplace_back([&session] {
+        const std::vector<CSClient::Parameter> parameters(2'000, floatParameter("A", 1.5F));
+        while (!session.isOver && session.client->getConnectionState() == CSClient::STATE_READY) {
+            session.client->publishParameters(parameters);
+        }
+    });
+    session.waitForABlockedWrite();
+}
+
+void blockInAReregistration(StuckSession& session) {
+    ASSERT_EQ(session.client->registerOutputParameters(manyOutputs(8'000)), 0);
+    ASSERT_NO_FATAL_FAILURE(session.connect(&kSmallSendBuffer));
+    session.waitForABlockedWrite();
+}
 
 struct Situation {
     const char* name;
-    std::function<void(Stuck&)> arrange;
+    std::function<void(StuckSession&)> arrange;
 };
 
-std::vector<Situation> situations() {
-    return {
-        {"QuietHost", [](Stuck& stuck) { stuck.connect(); }},
-        {"StallInHeader", [](Stuck& stuck) { stuck.stallAfter("00 00 00 2C 00"); }},
-        {"StallBetweenHeaderAndBody",
-         [](Stuck& stuck) { stuck.stallAfter(std::string("00 00 00 2C") + kRestOfHeader); }},
-        {"StallInBody", [](Stuck& stuck) { stuck.stallAfter(std::string("00 00 00 2C") + kRestOfHeader + " 04 02"); }},
-        {"StallInLargeBody",
-         [](Stuck& stuck) {
-             stuck.stallAfter(std::string("00 10 00 00") + kRestOfHeader + ' ' + hexText(Bytes(50'000)));
-         }},
-        {"FourGibibytesAnnounced",
-         [](Stuck& stuck) { stuck.stallAfter(std::string("FF FF FF FF") + kRestOfHeader + " 04 02"); }},
-        {"FloodOfUpdates",
-         [](Stuck& stuck) {
-             const CSClient::InputDef input{"A", CSClient::TYPE_FLOAT, 1};
-             stuck.connect();
-             ASSERT_EQ(stuck.client->registerInputParameter(input), 0);
-             stuck.peer->receiveFrame();
-             stuck.peer->send(hexFrame(inputConfirmation(7, "A")));
-             stuck.flood([](unsigned int) { return floodedUpdate(); });
-             const Stopwatch watch;
-             while (stuck.callbacks.updates < 10 && watch.seconds() < 10.0) {
-                 std::this_thread::yield();
-             }
-             ASSERT_GE(stuck.callbacks.updates, 10);
-         }},
-        {"AnotherIdForEver",
-         [](Stuck& stuck) {
-             ASSERT_EQ(stuck.client->registerOutputParameter({"A", CSClient::TYPE_FLOAT}), 0);
-             stuck.connect();
-             stuck.flood([](unsigned int i) { return otherId(2 + i % 2); });
-             ASSERT_TRUE(stuck.captured.waitForOut("Simulator ID is now 3"));
-         }},
-        {"RegistrationBlockedInItsWrite",
-         [](Stuck& stuck) {
-             const std::vector<CSClient::OutputDef> definitions = manyOutputs();
-             stuck.connect(&kSmallSendBuffer);
-             stuck.waitForTheChange();
-             stuck.isInsideAnOperation = true;
-             stuck.threads.emplace_back([&stuck, definitions] {
-                 stuck.client->registerOutputParameters(definitions);
-                 stuck.hasReturned = true;
-             });
-             stuck.waitForABlockedWrite();
-         }},
-        {"PublishBlockedInItsWrite",
-         [](Stuck& stuck) {
-             stuck.connect(&kSmallSendBuffer);
-             ASSERT_EQ(stuck.client->registerOutputParameter({"A", CSClient::TYPE_FLOAT}), 0);
-             stuck.peer->receiveFrame();
-             stuck.peer->send(hexFrame(outputConfirmation(9, "A")));
-             ASSERT_TRUE(stuck.callbacks.waitFor("outputs confirmed A"));
-             stuck.isInsideAnOperation = true;
-             stuck.threads.emplace_back([&stuck] {
-                 const std::vector<CSClient::Parameter> parameters(2'000, floatParameter("A", 1.5F));
-                 while (!stuck.isOver && stuck.client->getConnectionState() == CSClient::STATE_READY) {
-                     stuck.client->publishParameters(parameters);
-                 }
-             });
-             stuck.waitForABlockedWrite();
-         }},
-        {"ReregistrationBlockedInItsWrite",
-         [](Stuck& stuck) {
-             ASSERT_EQ(stuck.client->registerOutputParameters(manyOutputs()), 0);
-             stuck.connect(&kSmallSendBuffer);
-             stuck.waitForABlockedWrite();
-         }},
-        {"ConnectHangs",
-         [](Stuck& stuck) {
-             stuck.hole = std::make_unique<BlackHole>();
-             ASSERT_EQ(stuck.client->open(BlackHole::host(), stuck.hole->port(), nullptr), 0);
-             std::this_thread::sleep_for(milliseconds(100));
-         }},
-        {"ConnectIsAboutToHang",
-         [](Stuck& stuck) {
-             stuck.hole = std::make_unique<BlackHole>();
-             ASSERT_EQ(stuck.client->open(BlackHole::host(), stuck.hole->port(), nullptr), 0);
-         }},
-    };
+Situation stall(const char* name, const std::string& hexBytes) {
+    return {name, [hexBytes](StuckSession& session) { session.stallAfter(hexBytes); }};
 }
 
-class BufferedClose : public testing::TestWithParam<std::tuple<std::size_t, unsigned int>> {
+const Situation kSituations[] = {
+    stall("SilentHost", ""),
+    stall("StallInHeader", "00 00 00 2C 00"),
+    stall("StallBetweenHeaderAndBody", std::string("00 00 00 2C") + kRestOfHeader),
+    stall("StallInBody", std::string("00 00 00 2C") + kRestOfHeader + "04 02"),
+    stall("StallInLargeBody", std::string("00 10 00 00") + kRestOfHeader + hexText(Bytes(50'000))),
+    stall("FourGibibytesAnnounced", std::string("FF FF FF FF") + kRestOfHeader + "04 02"),
+    {"UpdatesWithoutEnd", receiveUpdatesWithoutEnd},
+    {"OtherIdsWithoutEnd", receiveIdsWithoutEnd},
+    {"RegistrationBlockedInItsWrite", blockInARegistration},
+    {"PublishBlockedInItsWrite", blockInAPublication},
+    {"ReregistrationBlockedInItsWrite", blockInAReregistration},
+    {"ConnectHangs",
+     [](StuckSession& session) {
+         session.connectToBlackHole();
+         std::this_thread::sleep_for(milliseconds(100));
+     }},
+    {"ConnectBegins", [](StuckSession& session) { session.connectToBlackHole(); }},
+};
+
+class BufferedClose : public testing::TestWithParam<std::tuple<Situation, unsigned int>> {
   protected:
-    BufferedClose() : stuck(std::get<1>(GetParam())) {}
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(std::get<0>(GetParam()).arrange(session)); }
 
-    void SetUp() override { ASSERT_NO_FATAL_FAILURE(situations()[std::get<0>(GetParam())].arrange(stuck)); }
-
-    Stuck stuck;
+    StuckSession session{std::get<1>(GetParam())};
 };
-
-std::string nameOf(const testing::TestParamInfo<std::tuple<std::size_t, unsigned int>>& parameters) {
-    return std::string(situations()[std::get<0>(parameters.param)].name) +
-           (std::get<1>(parameters.param) == 0 ? "" : "WithReconnect");
-}
 
 INSTANTIATE_TEST_SUITE_P(In, BufferedClose,
-                         testing::Combine(testing::Range<std::size_t>(0, situations().size()),
-                                          testing::Values(0U, unsigned{CSClient::OPTION_AUTO_RECONNECT})),
-                         nameOf);
+                         testing::Combine(testing::ValuesIn(kSituations), testing::Values(0U, kReconnect)),
+                         [](const auto& parameters) {
+                             return std::string(std::get<0>(parameters.param).name) +
+                                    (std::get<1>(parameters.param) == 0 ? "" : "WithReconnect");
+                         });
 
-TEST_P(BufferedClose, EndsInStateZeroInTimeAndTheClientCanBeDestroyedAtOnce) {
+TEST_P(BufferedClose, EndsInTimeAndTheClientCanBeDestroyedAtOnce) {
     const Stopwatch watch;
-    EXPECT_EQ(stuck.client->close(), CSClient::STATE_DISCONNECTED);
-    EXPECT_LT(watch.seconds(), kInTime);
-    EXPECT_EQ(stuck.client->getConnectionState(), CSClient::STATE_DISCONNECTED);
-    stuck.joinAll();
+    EXPECT_EQ(session.client->close(), CSClient::STATE_DISCONNECTED);
+    EXPECT_LT(watch.seconds(), kTimeToClose);
+    EXPECT_EQ(session.client->getConnectionState(), CSClient::STATE_DISCONNECTED);
+    session.joinAll();
     const Stopwatch destruction;
-    stuck.client.reset();
+    session.client.reset();
     EXPECT_LT(destruction.seconds(), 0.5);
 }
 
-TEST_P(BufferedClose, IsDoneByTheDestructorInTimeToo) {
-    stuck.isOver = true;
+TEST_P(BufferedClose, ByTheDestructorEndsInTime) {
+    session.isOver = true;
     const Stopwatch watch;
-    if (stuck.isInsideAnOperation) {
-        // The destructor must not begin while another thread is inside the client: it is let out first.
-        stuck.client->close();
-        stuck.joinAll();
+    if (session.isInsideAnOperation) {
+        // Destruction must not begin while another thread is inside the client.
+        session.client->close();
+        session.joinAll();
     }
-    stuck.client.reset();
-    EXPECT_LT(watch.seconds(), kInTime);
+    session.client.reset();
+    EXPECT_LT(watch.seconds(), kTimeToClose);
 }
 
 TEST_P(BufferedClose, LeavesAClientThatCanBeOpenedAgain) {
-    ASSERT_EQ(stuck.client->close(), CSClient::STATE_DISCONNECTED);
-    stuck.joinAll();
+    ASSERT_EQ(session.client->close(), CSClient::STATE_DISCONNECTED);
+    session.joinAll();
     ScriptedHost other;
-    ASSERT_EQ(stuck.client->open(ScriptedHost::address(), other.port(), nullptr), 0);
+    ASSERT_EQ(session.client->open(ScriptedHost::address(), other.port(), nullptr), 0);
     const auto newPeer = other.accept();
     ASSERT_TRUE(newPeer);
     EXPECT_EQ(newPeer->receiveFrame().substr(0, 11), "00 00 00 34");
-    EXPECT_TRUE(newPeer->isQuietFor(milliseconds(50))) << "closing has forgotten every registration";
-    EXPECT_TRUE(stuck.client->waitForConnectionState(CSClient::STATE_READY, 5));
-    EXPECT_EQ(stuck.client->close(), CSClient::STATE_DISCONNECTED);
+    EXPECT_TRUE(newPeer->isQuietFor(milliseconds(50))) << "closing has erased every registration";
+    EXPECT_TRUE(session.client->waitForConnectionState(CSClient::STATE_READY, 5));
+    EXPECT_EQ(session.client->close(), CSClient::STATE_DISCONNECTED);
+}
+
+/// The pauses between attempts to connect last half a minute longer, unless the client ends them.
+class BufferedPause : public testing::Test {
+  protected:
+    void openAndWaitForAPause() {
+        session.host.stopListening();
+        ASSERT_NO_FATAL_FAILURE(session.open());
+        ASSERT_TRUE(LongPauses::waitForOne());
+    }
+
+    /// Loses the connection, and has the next attempt refused.
+    void lose() {
+        session.host.stopListening();
+        session.peer->reset();
+    }
+
+    /// The worker must end while `close` sleeps for the first time.
+    void expectEndAtOnce() { EXPECT_EQ(closeWithoutSleeping(*session.client), CSClient::STATE_DISCONNECTED); }
+
+    StuckSession session{kReconnect};
+    const LongPauses pauses;
+};
+
+TEST_F(BufferedPause, AfterARefusedConnectIsEndedByClose) {
+    ASSERT_NO_FATAL_FAILURE(openAndWaitForAPause());
+    expectEndAtOnce();
+}
+
+TEST_F(BufferedPause, AfterALossIsEndedByClose) {
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    lose();
+    ASSERT_TRUE(session.callbacks.waitFor("state 5->1"));
+    ASSERT_TRUE(LongPauses::waitForOne());
+    expectEndAtOnce();
+}
+
+TEST_F(BufferedPause, DoesNotBeginWhenCloseComesRightAfterALoss) {
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    lose();
+    ASSERT_TRUE(session.callbacks.waitFor("state 4->5"));
+    expectEndAtOnce();
+}
+
+TEST_F(BufferedPause, AfterALossInAReregistrationIsEndedByClose) {
+    ASSERT_EQ(session.client->registerOutputParameters(manyOutputs(20'000)), 0);
+    ASSERT_NO_FATAL_FAILURE(session.connect(&kSmallSendBuffer));
+    ASSERT_EQ(session.peer->receive(32).size(), 32U) << "the re-registration has begun";
+    lose();
+    expectEndAtOnce();
+}
+
+TEST_F(BufferedPause, IsEndedByTheDestructor) {
+    ASSERT_NO_FATAL_FAILURE(openAndWaitForAPause());
+    const SimClient& destroyed = *session.client;
+    const CountedSleeps sleeps([&](int) { EXPECT_TRUE(waitForState(destroyed, CSClient::STATE_DISCONNECTED)); });
+    session.client.reset();
+    EXPECT_LE(sleeps.count(), 1);
+}
+
+TEST_F(BufferedPause, LastsItsTimeAgainAfterTheNextOpening) {
+    ASSERT_NO_FATAL_FAILURE(openAndWaitForAPause());
+    expectEndAtOnce();
+    const LongPauses countedAgain;
+    ASSERT_NO_FATAL_FAILURE(openAndWaitForAPause());
+    session.host.listenAgain();
+    EXPECT_EQ(session.host.accept(milliseconds(300)), nullptr) << "an ended pause does not end the next";
+    expectEndAtOnce();
 }
 
 }  // namespace

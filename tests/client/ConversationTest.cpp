@@ -1,189 +1,135 @@
+// Whole exchanges of clients with a loopback host, and the bytes of each exchange with a scripted host.
+
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <set>
 #include <thread>
 
-#include "tests/client/Conversation.h"
-#include "tests/support/TransportUnderTest.h"
+#include "tests/client/ClientFixtures.h"
+#include "tests/support/CapturedStreams.h"
 
 namespace com_tesk::test {
 namespace {
 
 using Kind = HostEvent::Kind;
 
-TEST(Conversation, AnOutputIsConfirmedAndItsFloatArrives) {
-    const LoopbackHost host({});
-    Participant pilot(host);
-    ASSERT_EQ(pilot.client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT}), 0);
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed ALT"));
+TEST(Conversation, VersionAndPublishedValuesArrive) {
+    HostOptions options;
+    options.versionText = std::string(128, 'v');  // It fills its field.
+    options.protocolVersion = 77;
+    const LoopbackHost host(options);
+    LoopbackSession pilot(host);
+    ASSERT_EQ(pilot.client.registerOutputParameters({output("ALT"), output("GEAR", CSClient::TYPE_INT)}), 0);
+    ASSERT_TRUE(pilot.callbacks.waitFor("outputs confirmed ALT GEAR"));
+    EXPECT_EQ(pilot.client.getServerVersion(), options.versionText) << "the version request was sent first";
+    EXPECT_EQ(pilot.client.getProtocolVersion(), 77U);
     EXPECT_TRUE(pilot.client.waitForOutputsToBeRegistered(1));
     EXPECT_TRUE(pilot.client.isOutputParameterRegistered("ALT"));
-    ASSERT_EQ(pilot.client.publishParameter(floatParameter("ALT", 12.5F)), 0);
-    EXPECT_TRUE(host.waitForValue("ALT", HostValue::real(12.5F), kPatience));
+    ASSERT_EQ(pilot.client.publishParameters({floatParameter("ALT", 12.5F), intParameter("GEAR", -3)}), 0);
+    EXPECT_TRUE(host.waitForValue("ALT", HostValue::real(12.5F), kHostBound));
+    EXPECT_TRUE(host.waitForValue("GEAR", HostValue::integer(-3), kHostBound));
 }
 
-TEST(Conversation, AnIntegerArrivesAsAnInteger) {
+TEST(Conversation, ValuesPublishedBeforeTheConfirmationAndInsideACallbackArrive) {
     const LoopbackHost host({});
-    Participant pilot(host);
-    pilot.client.registerOutputParameter({"GEAR", CSClient::TYPE_INT});
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed GEAR"));
-    ASSERT_EQ(pilot.client.publishParameter(intParameter("GEAR", -3)), 0);
-    EXPECT_TRUE(host.waitForValue("GEAR", HostValue::integer(-3), kPatience));
+    RecordingCallbacks publishing;
+    LoopbackSession pilot(host);
+    publishing.onLine = [&pilot](const std::string& line) {
+        if (line == "outputs confirmed B") {
+            EXPECT_EQ(pilot.client.publishParameter(floatParameter("B", 4.5F)), 0);
+        }
+    };
+    pilot.client.addCallbackInterface(&publishing);
+    pilot.client.registerOutputParameter(output("A"));
+    ASSERT_EQ(pilot.client.publishParameter(floatParameter("A", 12.5F)), 0);
+    EXPECT_TRUE(host.waitForValue("A", HostValue::real(12.5F), kHostBound));
+    pilot.client.registerOutputParameter(output("B"));
+    EXPECT_TRUE(host.waitForValue("B", HostValue::real(4.5F), kHostBound));
 }
 
-TEST(Conversation, AValuePublishedBeforeTheConfirmationArrives) {
-    const LoopbackHost host({});
-    Participant pilot(host);
-    pilot.client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT});
-    ASSERT_EQ(pilot.client.publishParameter(floatParameter("ALT", 12.5F)), 0);
-    EXPECT_TRUE(host.waitForValue("ALT", HostValue::real(12.5F), kPatience));
-}
-
-TEST(Conversation, AnInputBeginsWithTheHostsCurrentValue) {
+TEST(Conversation, InputsBeginWithTheHostsValuesAndFollowAnotherClient) {
     HostOptions options;
     options.initialValues = {{"ALT", HostValue::real(1.5F)}, {"GEAR", HostValue::integer(-3)}};
     const LoopbackHost host(options);
-    Participant watcher(host);
-    ASSERT_EQ(
-        watcher.client.registerInputParameters({{"ALT", CSClient::TYPE_FLOAT, 1}, {"GEAR", CSClient::TYPE_INT, 1}}), 0);
-    EXPECT_TRUE(watcher.heard.waitFor("inputs confirmed ALT GEAR"));
-    EXPECT_TRUE(watcher.heard.waitFor("updated ALT=float:1.5 GEAR=int:-3"));
+    LoopbackSession watcher(host, kSilent, 1);
+    ASSERT_EQ(watcher.client.registerInputParameters({input("ALT"), input("GEAR", CSClient::TYPE_INT, 3)}), 0);
+    EXPECT_TRUE(watcher.callbacks.waitFor("inputs confirmed ALT GEAR"));
+    EXPECT_TRUE(watcher.callbacks.waitFor("updated ALT=float:1.5 GEAR=int:-3"));
     EXPECT_TRUE(watcher.client.waitForInputsToBeRegistered(1));
-}
-
-TEST(Conversation, AnInputFollowsWhatASecondClientPublishes) {
-    const LoopbackHost host({});
-    Participant watcher(host, 1);
-    watcher.client.registerInputParameters({{"ALT", CSClient::TYPE_FLOAT, 1}, {"GEAR", CSClient::TYPE_INT, 3}});
-    ASSERT_TRUE(watcher.heard.waitFor("inputs confirmed ALT GEAR"));
-    Participant pilot(host, 2);
-    pilot.client.registerOutputParameters({{"ALT", CSClient::TYPE_FLOAT}, {"GEAR", CSClient::TYPE_INT}});
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed ALT GEAR"));
+    LoopbackSession pilot(host, kSilent, 2);
+    pilot.client.registerOutputParameters({output("ALT"), output("GEAR", CSClient::TYPE_INT)});
+    ASSERT_TRUE(pilot.callbacks.waitFor("outputs confirmed ALT GEAR"));
     pilot.client.publishParameter(floatParameter("ALT", 12.5F));
-    EXPECT_TRUE(watcher.heard.waitFor("updated ALT=float:12.5"));
+    EXPECT_TRUE(watcher.callbacks.waitFor("updated ALT=float:12.5"));
     pilot.client.publishParameters({floatParameter("ALT", 13.5F), intParameter("GEAR", -2147483647 - 1)});
-    EXPECT_TRUE(watcher.heard.waitFor("updated ALT=float:13.5 GEAR=int:-2147483648"));
+    EXPECT_TRUE(watcher.callbacks.waitFor("updated ALT=float:13.5 GEAR=int:-2147483648"));
 }
 
-TEST(Conversation, AnUnregisteredInputIsNotUpdatedAnyMore) {
-    LoopbackHost host({});
-    Participant watcher(host);
-    watcher.client.registerInputParameters({{"A", CSClient::TYPE_FLOAT, 1}, {"B", CSClient::TYPE_FLOAT, 1}});
-    ASSERT_TRUE(watcher.heard.waitFor("inputs confirmed A B"));
-    ASSERT_EQ(watcher.client.unregisterInputParameter("A"), 0);
-    ASSERT_TRUE(host.waitForSubscribers("A", 0, kPatience));
-    EXPECT_EQ(watcher.client.getNumberOfRegisteredInputParameters(), 1);
+TEST(Conversation, UnregisteredParametersEndAtTheHost) {
+    HostEvents events;
+    HostOptions options;
+    options.eventSink = events.sink();
+    LoopbackHost host(options);
+    LoopbackSession session(host);
+    session.client.registerInputParameters({input("A"), input("B")});
+    session.client.registerOutputParameters({output("C"), output("D")});
+    ASSERT_TRUE(session.callbacks.waitFor("inputs confirmed A B"));
+    ASSERT_TRUE(session.callbacks.waitFor("outputs confirmed C D"));
+    ASSERT_EQ(session.client.unregisterInputParameter("A"), 0);
+    ASSERT_TRUE(host.waitForSubscribers("A", 0, kHostBound));
+    EXPECT_EQ(session.client.getNumberOfRegisteredInputParameters(), 1);
     host.setValue("A", HostValue::real(1.5F));
     host.setValue("B", HostValue::real(2.5F));
-    ASSERT_TRUE(watcher.heard.waitFor("updated B=float:2.5"));
-    EXPECT_FALSE(watcher.heard.waitFor("updated A=float:1.5", 1, std::chrono::milliseconds(0)));
+    ASSERT_TRUE(session.callbacks.waitFor("updated B=float:2.5"));
+    EXPECT_FALSE(session.callbacks.waitFor("updated A=float:1.5", 1, std::chrono::milliseconds(0)));
+    ASSERT_EQ(session.client.unregisterOutputParameter("C"), 0);
+    EXPECT_TRUE(events.waitFor(Kind::OUTPUT_UNREGISTERED, "C"));
+    EXPECT_EQ(events.count(Kind::OUTPUT_UNREGISTERED, "D"), 0);
+    session.client.unregisterAllOutputParameters();
+    EXPECT_TRUE(events.waitFor(Kind::OUTPUT_UNREGISTERED, "D"));
+    EXPECT_EQ(events.count(Kind::REQUEST_IGNORED), 0);
 }
 
-TEST(Conversation, TheHostHearsOfAnUnregisteredOutput) {
-    HostDiary diary;
-    HostOptions options;
-    options.eventSink = diary.sink();
-    const LoopbackHost host(options);
-    Participant pilot(host);
-    pilot.client.registerOutputParameters({{"A", CSClient::TYPE_FLOAT}, {"B", CSClient::TYPE_FLOAT}});
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed A B"));
-    ASSERT_EQ(pilot.client.unregisterOutputParameter("A"), 0);
-    EXPECT_TRUE(diary.waitFor(Kind::OUTPUT_UNREGISTERED, "A"));
-    EXPECT_EQ(diary.count(Kind::OUTPUT_UNREGISTERED, "B"), 0);
-    pilot.client.unregisterAllOutputParameters();
-    EXPECT_TRUE(diary.waitFor(Kind::OUTPUT_UNREGISTERED, "B"));
-    EXPECT_EQ(diary.count(Kind::REQUEST_IGNORED), 0);
-}
-
-TEST(Conversation, TheHostsVersionArrives) {
-    HostOptions options;
-    options.versionText = "loopback 1.2";
-    options.protocolVersion = 77;
-    const LoopbackHost host(options);
-    Participant pilot(host);
-    pilot.client.registerOutputParameter({"A", CSClient::TYPE_FLOAT});
-    // Answered after the version request, which came first.
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed A"));
-    EXPECT_EQ(pilot.client.getServerVersion(), "loopback 1.2");
-    EXPECT_EQ(pilot.client.getProtocolVersion(), 77U);
-}
-
-TEST(Conversation, AVersionTextThatFillsItsFieldArrivesWhole) {
-    HostOptions options;
-    options.versionText = std::string(128, 'v');
-    const LoopbackHost host(options);
-    Participant pilot(host);
-    pilot.client.registerOutputParameter({"A", CSClient::TYPE_FLOAT});
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed A"));
-    EXPECT_EQ(pilot.client.getServerVersion(), std::string(128, 'v'));
-}
-
-TEST(Conversation, AnAssignedSimulatorIdIsUsedFromThenOn) {
-    HostDiary diary;
+TEST(Conversation, AssignedSimulatorIdIsUsedToRegisterEverythingAgain) {
+    HostEvents events;
     HostOptions options;
     options.assignId = 1234;
-    options.eventSink = diary.sink();
+    options.eventSink = events.sink();
     const LoopbackHost host(options);
-    Participant pilot(host, 1);
-    pilot.client.registerOutputParameter({"A", CSClient::TYPE_FLOAT});
-    ASSERT_TRUE(pilot.heard.waitFor("outputs confirmed A"));
-    pilot.client.publishParameter(floatParameter("A", 1.0F));
-    ASSERT_TRUE(host.waitForValue("A", HostValue::real(1.0F), kPatience));
-    EXPECT_EQ(diary.ids(Kind::SIMULATOR_ID_CHANGED).back(), 1234U);
-}
-
-TEST(Conversation, AnAssignedSimulatorIdRegistersEverythingAgain) {
-    HostDiary diary;
-    HostOptions options;
-    options.assignId = 1234;
-    options.eventSink = diary.sink();
-    const LoopbackHost host(options);
-    SimClient client(1, CSClient::OPTION_SILENT);
+    SimClient client(1, kSilent);
     useTransportUnderTest(client);
-    client.registerOutputParameter({"OUT", CSClient::TYPE_FLOAT});
-    client.registerInputParameter({"IN", CSClient::TYPE_FLOAT, 1});
+    client.registerOutputParameter(output("OUT"));
+    client.registerInputParameter(input("IN"));
+    client.publishParameter(floatParameter("OUT", 1.0F));
     ASSERT_EQ(client.open("127.0.0.1", host.port(), nullptr), 0);
-    EXPECT_TRUE(diary.waitFor(Kind::OUTPUT_CONFIRMED, "OUT", 2));
-    EXPECT_TRUE(diary.waitFor(Kind::INPUT_CONFIRMED, "IN", 2));
-    EXPECT_EQ(diary.count(Kind::CONNECTED), 1) << "the connection stays";
-}
-
-/// Publishes as soon as the host has confirmed, on the client's own thread.
-class PublishingCallbacks : public RecordingCallbacks {
-  public:
-    explicit PublishingCallbacks(CSClient& publishing) : client(publishing) {}
-
-    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
-        for (const CSClient::OutputDef& output : outputs) {
-            EXPECT_EQ(client.publishParameter(floatParameter(output.name, 4.5F)), 0);
+    EXPECT_TRUE(events.waitFor(Kind::OUTPUT_CONFIRMED, "OUT", 2));
+    EXPECT_TRUE(events.waitFor(Kind::INPUT_CONFIRMED, "IN", 2));
+    EXPECT_EQ(events.count(Kind::CONNECTED), 1) << "the connection stays";
+    EXPECT_TRUE(host.waitForValue("OUT", HostValue::real(1.0F), kHostBound));
+    std::uint32_t lastId = 0;
+    for (const HostEvent& event : events.all()) {
+        if (event.kind == Kind::SIMULATOR_ID_CHANGED) {
+            lastId = event.id;
         }
     }
-
-  private:
-    CSClient& client;
-};
-
-TEST(Conversation, AValueMayBePublishedInsideACallback) {
-    const LoopbackHost host({});
-    Participant pilot(host);
-    PublishingCallbacks publishing(pilot.client);
-    pilot.client.addCallbackInterface(&publishing);
-    pilot.client.registerOutputParameter({"A", CSClient::TYPE_FLOAT});
-    EXPECT_TRUE(host.waitForValue("A", HostValue::real(4.5F), kPatience));
-    pilot.client.close();
+    EXPECT_EQ(lastId, 1234U);
 }
 
-TEST(Conversation, FiveHundredParametersMakeTheWholeRound) {
+TEST(Conversation, FiveHundredParametersGoFromClientToClient) {
     const LoopbackHost host({});
-    Participant watcher(host, 1);
-    Participant pilot(host, 2);
+    LoopbackSession watcher(host, kSilent, 1);
+    LoopbackSession pilot(host, kSilent, 2);
     std::vector<CSClient::InputDef> inputs;
     std::vector<CSClient::OutputDef> outputs;
     std::vector<CSClient::Parameter> values;
     std::string updated = "updated";
     for (int i = 0; i < 500; ++i) {
         const std::string name = "parameter " + std::to_string(i);
-        inputs.push_back({name, CSClient::TYPE_INT, 1});
-        outputs.push_back({name, CSClient::TYPE_INT});
+        inputs.push_back(input(name, CSClient::TYPE_INT));
+        outputs.push_back(output(name, CSClient::TYPE_INT));
         values.push_back(intParameter(name, i * 1000));
         updated += " " + name + "=int:" + std::to_string(i * 1000);
     }
@@ -192,32 +138,150 @@ TEST(Conversation, FiveHundredParametersMakeTheWholeRound) {
     ASSERT_EQ(pilot.client.registerOutputParameters(outputs), 0);
     ASSERT_TRUE(pilot.client.waitForOutputsToBeRegistered(5));
     ASSERT_EQ(pilot.client.publishParameters(values), 0);
-    EXPECT_TRUE(watcher.heard.waitFor(updated));
+    EXPECT_TRUE(watcher.callbacks.waitFor(updated));
     EXPECT_EQ(pilot.client.getNumberOfRegisteredOutputParameters(), 500);
     EXPECT_EQ(watcher.client.getNumberOfUnregisteredInputParameters(), 0);
 }
 
-TEST(Conversation, ManyThreadsPublishThroughOneClient) {
+TEST(Conversation, SeveralThreadsPublishThroughOneClient) {
     const LoopbackHost host({});
-    Participant pilot(host);
+    LoopbackSession pilot(host);
+    std::vector<std::future<void>> threads;
     for (const char* const name : {"A", "B", "C"}) {
-        pilot.client.registerOutputParameter({name, CSClient::TYPE_INT});
-    }
-    ASSERT_TRUE(pilot.client.waitForOutputsToBeRegistered(5));
-    std::vector<std::thread> threads;
-    for (const char* const name : {"A", "B", "C"}) {
-        threads.emplace_back([&pilot, name] {
+        pilot.client.registerOutputParameter(output(name, CSClient::TYPE_INT));
+        threads.push_back(std::async(std::launch::async, [&pilot, name] {
             for (int i = 0; i <= 200; ++i) {
                 EXPECT_EQ(pilot.client.publishParameter(intParameter(name, i)), 0);
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+        }));
     }
     for (const char* const name : {"A", "B", "C"}) {
-        EXPECT_TRUE(host.waitForValue(name, HostValue::integer(200), kPatience)) << name;
+        EXPECT_TRUE(host.waitForValue(name, HostValue::integer(200), kHostBound)) << name;
     }
+}
+
+std::string versionRequestOf(const std::string& simulatorWord) {
+    return "00 00 00 34 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF "
+           "04 02 7F FF 00 00 00 14 00 7F 00 06 " +
+           simulatorWord + " 00 00 00 00";
+}
+
+const std::string kOutputRequest =
+    "04 02 7F FF 00 00 00 3C 00 7F 00 02 00 05 00 00 00 00 00 01 00 00 04 B0 00 00 00 00 "
+    "41 4C 54 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
+
+const std::string kPublishRequest =
+    "04 02 7F FF 00 00 00 24 00 7F 00 03 00 05 00 00 00 00 00 00 00 00 00 01 "
+    "00 00 00 07 00 00 00 00 41 48 00 00";
+
+/// A silent client, which prints nothing in any of the tests.
+class Wire : public testing::Test {
+  protected:
+    ~Wire() override { EXPECT_EQ(streams.out() + streams.err(), ""); }
+
+    const CapturedStreams streams;
+    ScriptedSession session{kSilent, 5};
+    SimClient& client = *session.client;
+};
+
+TEST(WireOfAVersionRequest, CarriesTheLowHalfOfTheSimulatorId) {
+    struct {
+        unsigned int id;
+        const char* word;
+    } const rows[] = {{5, "00 05 00 00"}, {32767, "7F FF 00 00"}, {32768, "80 00 00 00"}, {0x12345678, "56 78 00 00"}};
+    for (const auto& row : rows) {
+        ScriptedSession session(kSilent, row.id);
+        ASSERT_NO_FATAL_FAILURE(session.connect());
+        EXPECT_EQ(session.versionRequest, versionRequestOf(row.word));
+        EXPECT_TRUE(session.client->waitForConnectionState(CSClient::STATE_READY, 0));
+        session.peer->close();
+        EXPECT_TRUE(waitForState(*session.client, CSClient::STATE_DISCONNECTED));
+    }
+}
+
+TEST_F(Wire, OutputIsRegisteredPublishedAndUnregistered) {
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    ASSERT_EQ(client.registerOutputParameter(output("ALT")), 0);
+    EXPECT_EQ(session.peer->receiveBody(), kOutputRequest);
+    session.peer->send(hexFrame(outputsConfirmed({{7, "ALT"}})));
+    ASSERT_TRUE(session.callbacks.waitFor("outputs confirmed ALT"));
+    EXPECT_TRUE(client.waitForOutputsToBeRegistered(1));
+    ASSERT_EQ(client.publishParameter(floatParameter("ALT", 12.5F)), 0);
+    EXPECT_EQ(session.peer->receiveBody(), kPublishRequest);
+    ASSERT_EQ(client.unregisterOutputParameter("ALT"), 0);
+    EXPECT_EQ(session.peer->receiveBody(), "04 02 7F FF 00 00 00 18 00 7F 00 05 00 05 00 00 00 00 00 01 00 00 00 07");
+}
+
+TEST_F(Wire, InputIsSubscribedUpdatedAndUnsubscribed) {
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    ASSERT_EQ(client.registerInputParameter(input("A", CSClient::TYPE_INT, 3)), 0);
+    EXPECT_EQ(session.peer->receiveBody(),
+              "04 02 7F FF 00 00 00 40 00 7F 00 01 00 05 00 00 00 00 00 01 "
+              "00 01 D4 C0 00 01 D4 C0 00 00 00 01 "
+              "41 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00");
+    session.peer->send(hexFrame(inputConfirmation(1, {confirmedInput(9, 0, "3F C0 00 00", "A")})));
+    ASSERT_TRUE(session.callbacks.waitFor("updated A=float:1.5"));
+    EXPECT_TRUE(client.isInputParameterRegistered("A"));
+    session.peer->send(hexFrame(update(1, {updated(9, 1, "FF FF FF FE")})));
+    EXPECT_TRUE(session.callbacks.waitFor("updated A=int:-2"));
+    ASSERT_EQ(client.unregisterInputParameter("A"), 0);
+    EXPECT_EQ(session.peer->receiveBody(), "04 02 7F FF 00 00 00 18 00 7F 00 04 00 05 00 00 00 00 00 01 00 00 00 09");
+}
+
+TEST_F(Wire, ParametersRegisteredBeforeOpenReachTheHostUntilClose) {
+    ASSERT_EQ(client.registerOutputParameter(output("ALT")), 0);
+    ASSERT_EQ(client.publishParameter(floatParameter("ALT", 12.5F)), 0);
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    EXPECT_EQ(session.peer->receiveBody(), kOutputRequest);
+    session.peer->send(hexFrame(outputsConfirmed({{7, "ALT"}})));
+    EXPECT_EQ(session.peer->receiveBody(), kPublishRequest);
+    ASSERT_EQ(client.close(), CSClient::STATE_DISCONNECTED);
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    EXPECT_EQ(session.versionRequest, versionRequestOf("00 05 00 00"));
+    EXPECT_TRUE(session.peer->isQuietFor(std::chrono::milliseconds(200))) << "closing has erased the registrations";
+}
+
+// The worker writes what these queries read.
+TEST_F(Wire, VersionOfTheHostCanBeReadWhileItArrives) {
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    const std::set<std::string> sent{"UNKNOWN", "odd host", "even host, with a longer text"};
+    std::atomic<bool> isOver{false};
+    std::thread reader([&] {
+        while (!isOver) {
+            EXPECT_EQ(sent.count(client.getServerVersion()), 1U);
+            EXPECT_LE(client.getProtocolVersion(), 2U);
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        session.peer->send(hexFrame(versionResponse(0x00050000, "odd host", 1)));
+        session.peer->send(hexFrame(versionResponse(0x00050000, "even host, with a longer text", 2)));
+    }
+    session.peer->send(hexFrame(outputsConfirmed({})));
+    EXPECT_TRUE(session.callbacks.waitFor("outputs confirmed"));
+    isOver = true;
+    reader.join();
+    EXPECT_EQ(client.getServerVersion(), "even host, with a longer text");
+    EXPECT_EQ(client.getProtocolVersion(), 2U);
+}
+
+TEST_F(Wire, CallbacksCanReadTheVersionOfTheHost) {
+    std::mutex mutex;
+    Lines versions;
+    session.callbacks.onLine = [&](const std::string& line) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        versions.push_back(line + " at " + client.getServerVersion() + " " +
+                           std::to_string(client.getProtocolVersion()));
+    };
+    ASSERT_NO_FATAL_FAILURE(session.connect());
+    session.peer->send(hexFrame(versionResponse(0x00050000, "host", 3)));
+    session.peer->send(hexFrame(outputsConfirmed({})));
+    ASSERT_TRUE(waitUntil([&] {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return versions.size() == 4;
+    }));
+    ASSERT_EQ(client.close(), CSClient::STATE_DISCONNECTED);
+    EXPECT_EQ(versions, (Lines{"state 0->1 at UNKNOWN 0", "state 1->2 at UNKNOWN 0", "state 2->4 at UNKNOWN 0",
+                               "outputs confirmed at host 3", "state 4->3 at host 3", "state 3->0 at host 3"}));
 }
 
 }  // namespace

@@ -1,128 +1,117 @@
 #include <gtest/gtest.h>
 
-#include "tests/client/ProbedClient.h"
+#include <set>
+
+#include "tests/client/ClientFixtures.h"
 
 namespace com_tesk::test {
 namespace {
 
-TEST(QueryForwarding, TheClientVersionNeedsNoObject) {
+using Interfaces = std::set<CSClient::CallbackIface*>;
+
+TEST(QueryForwarding, ClientVersionNeedsNoObject) {
     EXPECT_STREQ(CSClient::getClientVersion(), "4.4.132");
 }
 
-TEST(QueryForwarding, OptionsAreThoseOfTheEngine) {
-    const ProbedClient client(0x80000003U);
-    EXPECT_EQ(client.getOptions(), 0x80000003U);
-}
-
-TEST(QueryForwarding, NoOptionsAreAlwaysThere) {
-    EXPECT_TRUE(ProbedClient(0).hasOptions(0));
-    EXPECT_TRUE(ProbedClient(3).hasOptions(0));
-}
-
-TEST(QueryForwarding, OptionsAreThereOnlyWhenAllOfThemAre) {
-    const ProbedClient both(3);
-    EXPECT_TRUE(both.hasOptions(1));
-    EXPECT_TRUE(both.hasOptions(2));
-    EXPECT_TRUE(both.hasOptions(3));
-    EXPECT_FALSE(both.hasOptions(7));
-    const ProbedClient silent(2);
-    EXPECT_FALSE(silent.hasOptions(1));
-    EXPECT_FALSE(silent.hasOptions(3));
-}
-
-TEST(QueryForwarding, EachStateIsThatOfTheEngine) {
-    ProbedClient client;
-    EXPECT_EQ(client.getConnectionState(), CSClient::STATE_DISCONNECTED);
-    for (const unsigned int state : {1U, 2U, 3U, 4U, 5U}) {
-        client.pretendState(static_cast<CSClient::State>(state));
-        EXPECT_EQ(client.getConnectionState(), state);
+TEST(QueryForwarding, OptionsAreSetOnlyWhenAllBitsAre) {
+    for (const unsigned int options : {0U, 1U, 2U, 3U, 0x80000003U}) {
+        const TestClient client(options);
+        EXPECT_EQ(client.getOptions(), options);
+        for (const unsigned int mask : {0U, 1U, 2U, 3U, 7U}) {
+            EXPECT_EQ(client.hasOptions(mask), (options & mask) == mask) << options << " " << mask;
+        }
     }
 }
 
-TEST(QueryForwarding, BeforeTheFirstConnectionNothingIsKnownOfTheHost) {
-    const ProbedClient client;
+TEST(QueryForwarding, HostIsThatOfTheEngine) {
+    TestClient client;
     EXPECT_EQ(client.getServerVersion(), "UNKNOWN");
     EXPECT_EQ(client.getProtocolVersion(), 0U);
     EXPECT_EQ(client.getServerIPAddress(), "0.0.0.0");
     EXPECT_EQ(client.getServerPort(), 0U);
-}
-
-TEST(QueryForwarding, TheHostsVersionIsWhatItHasReported) {
-    ProbedClient client;
-    client.probed->receive("04 02 7F FF 00 00 00 98 00 7F 01 06 00 01 00 00 " + hexField("Host 2.1", 128) +
-                           " 00 01 00 02 00 00 00 01");
+    client.probed->receive(versionResponse(0x00010000, "Host 2.1", 65538));
+    client.probed->pretendAddress(0x0302010AU, 70000);
     EXPECT_EQ(client.getServerVersion(), "Host 2.1");
     EXPECT_EQ(client.getProtocolVersion(), 65538U);
-}
-
-TEST(QueryForwarding, TheAddressAndThePortAreThoseOfTheEngine) {
-    ProbedClient client;
-    client.probed->pretendAddress(0x0302010AU, 70000);
     EXPECT_EQ(client.getServerIPAddress(), "10.1.2.3");
     EXPECT_EQ(client.getServerPort(), 70000U);
 }
 
-TEST(QueryForwarding, WithoutParametersEveryCountIsZero) {
-    const ProbedClient client;
-    EXPECT_EQ(client.getNumberOfRegisteredOutputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfUnregisteredOutputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfRegisteredInputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfUnregisteredInputParameters(), 0);
+template <typename Kind>
+class QueryForwardingOfParameters : public ForEachKind<Kind> {
+  protected:
+    /// Expects that nothing of the other kind is counted.
+    void expectCounts(int confirmed, int unconfirmed) {
+        EXPECT_EQ(Kind::confirmed(this->client), confirmed);
+        EXPECT_EQ(Kind::unconfirmed(this->client), unconfirmed);
+        EXPECT_EQ(ForEachKind<Kind>::OtherKind::confirmed(this->client), 0);
+        EXPECT_EQ(ForEachKind<Kind>::OtherKind::unconfirmed(this->client), 0);
+    }
+};
+
+TYPED_TEST_SUITE(QueryForwardingOfParameters, Kinds, KindNames);
+
+TYPED_TEST(QueryForwardingOfParameters, CountsConfirmedAndUnconfirmed) {
+    this->expectCounts(0, 0);
+    const std::vector definitions{TypeParam::define("A"), TypeParam::define("B"), TypeParam::define("C")};
+    TypeParam::registerMany(this->client, definitions);
+    this->expectCounts(0, 3);
+    this->confirm(7, "B");
+    this->expectCounts(1, 2);
+    for (const unsigned int id : {8U, 9U, 10U}) {
+        this->confirm(id, "B");
+    }
+    this->expectCounts(4, -1);
 }
 
-TEST(QueryForwarding, OutputsAreCountedAsUnregisteredUntilTheHostConfirmsThem) {
-    ProbedClient client;
-    client.registerOutputParameters({{"A", 1}, {"B", 1}, {"C", 1}});
-    EXPECT_EQ(client.getNumberOfRegisteredOutputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfUnregisteredOutputParameters(), 3);
-    client.probed->receive(outputConfirmation(7, "B"));
-    EXPECT_EQ(client.getNumberOfRegisteredOutputParameters(), 1);
-    EXPECT_EQ(client.getNumberOfUnregisteredOutputParameters(), 2);
-    EXPECT_EQ(client.getNumberOfRegisteredInputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfUnregisteredInputParameters(), 0);
+TYPED_TEST(QueryForwardingOfParameters, IsRegisteredOnceConfirmed) {
+    using Other = typename TestFixture::OtherKind;
+    TypeParam::registerOne(this->client, TypeParam::define("A"));
+    Other::registerOne(this->client, Other::define("other"));
+    this->client.probed->receive(Other::confirmation(3, "other"));
+    EXPECT_FALSE(TypeParam::isConfirmed(this->client, "A"));
+    this->confirm(7, "A");
+    EXPECT_TRUE(TypeParam::isConfirmed(this->client, "A"));
+    EXPECT_FALSE(TypeParam::isConfirmed(this->client, "a"));
+    EXPECT_FALSE(TypeParam::isConfirmed(this->client, "other"));
 }
 
-TEST(QueryForwarding, InputsAreCountedAsUnregisteredUntilTheHostConfirmsThem) {
-    ProbedClient client;
-    client.registerInputParameters({{"A", 1, 1}, {"B", 1, 1}, {"C", 1, 1}});
-    EXPECT_EQ(client.getNumberOfRegisteredInputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfUnregisteredInputParameters(), 3);
-    client.probed->receive(inputConfirmation(7, "B"));
-    EXPECT_EQ(client.getNumberOfRegisteredInputParameters(), 1);
-    EXPECT_EQ(client.getNumberOfUnregisteredInputParameters(), 2);
-    EXPECT_EQ(client.getNumberOfRegisteredOutputParameters(), 0);
-    EXPECT_EQ(client.getNumberOfUnregisteredOutputParameters(), 0);
+class CallbackForwarding : public testing::Test {
+  protected:
+    RecordingCallbacks callbacks;
+    RecordingCallbacks other;
+    TestClient client;
+};
+
+TEST_F(CallbackForwarding, AddsAnInterfaceOnceAndRemovesIt) {
+    Interfaces interfaces{&other};
+    EXPECT_EQ(client.getCallbackInterfaces(interfaces), 0);
+    EXPECT_EQ(interfaces, Interfaces{});
+    EXPECT_EQ(client.addCallbackInterface(nullptr), 0U);
+    EXPECT_FALSE(client.hasCallbackInterface(nullptr));
+    EXPECT_FALSE(client.hasCallbackInterface(&callbacks));
+    EXPECT_EQ(client.addCallbackInterface(&callbacks), 1U);
+    EXPECT_EQ(client.addCallbackInterface(&callbacks), 0U);
+    EXPECT_TRUE(client.hasCallbackInterface(&callbacks));
+    EXPECT_EQ(client.removeCallbackInterface(&other), 0) << "it was not added";
+    EXPECT_EQ(client.getNumCallbackInterfaces(), 1);
+    interfaces = {&other};
+    EXPECT_EQ(client.getCallbackInterfaces(interfaces), 0);
+    EXPECT_EQ(interfaces, Interfaces{&callbacks});
+    EXPECT_EQ(client.removeCallbackInterface(&callbacks), 0);
+    EXPECT_FALSE(client.hasCallbackInterface(&callbacks));
+    EXPECT_EQ(client.getNumCallbackInterfaces(), 0);
 }
 
-TEST(QueryForwarding, IdsOfAnEarlierConnectionMakeTheCountOfUnregisteredOutputsNegative) {
-    ProbedClient client;
-    client.registerOutputParameter({"A", 1});
-    client.probed->receive(outputConfirmation(7, "A"));
-    client.probed->receive(outputConfirmation(8, "A"));
-    EXPECT_EQ(client.getNumberOfRegisteredOutputParameters(), 2);
-    EXPECT_EQ(client.getNumberOfUnregisteredOutputParameters(), -1);
-}
-
-TEST(QueryForwarding, AnOutputIsRegisteredOnceItIsConfirmed) {
-    ProbedClient client;
-    client.registerOutputParameter({"A", 1});
-    client.registerInputParameter({"I", 1, 1});
-    EXPECT_FALSE(client.isOutputParameterRegistered("A"));
-    client.probed->receive(outputConfirmation(7, "A"));
-    EXPECT_TRUE(client.isOutputParameterRegistered("A"));
-    EXPECT_FALSE(client.isOutputParameterRegistered("a"));
-    EXPECT_FALSE(client.isOutputParameterRegistered("I"));
-}
-
-TEST(QueryForwarding, AnInputIsRegisteredOnceItIsConfirmed) {
-    ProbedClient client;
-    client.registerInputParameter({"A", 1, 1});
-    client.registerOutputParameter({"O", 1});
-    EXPECT_FALSE(client.isInputParameterRegistered("A"));
-    client.probed->receive(inputConfirmation(7, "A"));
-    EXPECT_TRUE(client.isInputParameterRegistered("A"));
-    EXPECT_FALSE(client.isInputParameterRegistered("a"));
-    EXPECT_FALSE(client.isInputParameterRegistered("O"));
+TEST_F(CallbackForwarding, NotifiesAnInterfaceUntilItsRemoval) {
+    client.addCallbackInterface(&callbacks);
+    client.registerInputParameter(input("A"));
+    client.registerOutputParameter(output("B"));
+    client.probed->receive(inputConfirmation(1, {confirmedInput(7, 0, "3F C0 00 00", "A")}));
+    client.probed->receive(outputsConfirmed({{8, "B"}}));
+    client.removeCallbackInterface(&callbacks);
+    client.probed->receive(outputsConfirmed({{8, "B"}}));
+    EXPECT_EQ(callbacks.lines(), (Lines{"inputs confirmed A", "updated A=float:1.5", "outputs confirmed B"}));
 }
 
 }  // namespace

@@ -1,30 +1,32 @@
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <limits>
 #include <thread>
 
-#include "tests/comms/BufferedPair.h"
 #include "tests/comms/SystemCalls.h"
+#include "tests/comms/Transports.h"
 #include "tests/message/AllocationLimit.h"
-#include "tests/message/MessageOf.h"
+#include "tests/support/BlackHole.h"
 
 namespace com_tesk::test {
 namespace {
 
-using std::chrono::milliseconds;
-using Bounds = CSCommsInterfaceTCPBuffered::Bounds;
-
 constexpr unsigned int kHeader = 32;
+constexpr char kTen[] = "00 01 02 03 04 05 06 07 08 09";
 
-constexpr char kFrameOfTen[] =
-    "00 00 00 2A 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF "
-    "00 01 02 03 04 05 06 07 08 09";
+Bounds largestFrameOf(std::uint32_t size) {
+    Bounds bounds;
+    bounds.largestFrame = size;
+    return bounds;
+}
+
+Bounds silenceOf(milliseconds silence) {
+    Bounds bounds;
+    bounds.silenceInFrame = silence;
+    return bounds;
+}
+
+const Bounds kImpatient = silenceOf(milliseconds(100));
 
 TEST(BufferedBounds, HaveTheDefaultsThatTheHeaderGives) {
     const Bounds bounds;
@@ -38,55 +40,31 @@ TEST(BufferedBounds, HaveTheDefaultsThatTheHeaderGives) {
 
 // The largest frame.
 
-TEST(BufferedLargestFrame, AndOneByteLessAreAcceptedAndOneByteMoreIsNot) {
-    Bounds bounds;
-    bounds.largestFrame = 100'000;
-    BufferedPair pair(bounds);
-    for (const unsigned int size : {99'999U, 100'000U}) {
-        const Bytes body = patternedBytes(size - kHeader);
-        pair.peer->send(frameOf(body));
-        EXPECT_TRUE(readBodyOfFrame(pair.transport) == hexText(body)) << size;
+TEST(BufferedLargestFrame, IsAcceptedAndOneByteMoreIsNot) {
+    for (const std::uint32_t largest : {100'000U, Bounds().largestFrame}) {
+        BufferedPair pair(largestFrameOf(largest));
+        for (const std::uint32_t size : {largest - 1, largest}) {
+            const Bytes body = patternedBytes(size - kHeader);
+            std::thread sender([&] { pair.peer->send(frameOf(body)); });
+            RawMessage message(RawMessage::DATA);
+            EXPECT_EQ(readFully(pair.transport, kHeader, message), 32);
+            message.clear();
+            EXPECT_EQ(readFully(pair.transport, size - kHeader, message), static_cast<int>(size - kHeader));
+            sender.join();
+            ASSERT_EQ(message.size(), body.size());
+            EXPECT_EQ(std::memcmp(message.data(), body.data(), body.size()), 0);
+        }
+        pair.peer->send(headerOf(largest + 1 - kHeader));
+        EXPECT_EQ(readBodyOfFrame(pair.transport), "body: -1 error " + std::to_string(EMSGSIZE));
     }
-    pair.peer->send(frameOf(Bytes(100'001 - kHeader)));
-    EXPECT_EQ(readBodyOfFrame(pair.transport), "body: -1 error " + std::to_string(EMSGSIZE));
-}
-
-TEST(BufferedLargestFrame, IsSixteenMebibytesByDefault) {
-    constexpr unsigned int kLargest = 16U << 20U;
-    BufferedPair pair;
-    const Bytes part = patternedBytes(kLargest / 16);
-    Bytes body;
-    for (int i = 0; i < 16; ++i) {
-        body.insert(body.end(), part.begin(), part.end());
-    }
-    body.resize(kLargest - kHeader);
-    const std::string restOfHeader = " 00 00 00 20 " + hexText(Bytes(24));
-    std::thread sender([&] {
-        pair.peer->send(hexWord(kLargest) + restOfHeader);
-        pair.peer->send(body);
-        pair.peer->send(hexWord(kLargest + 1) + restOfHeader);
-    });
-    RawMessage message(RawMessage::DATA);
-    while (pair.transport.readMessage(kHeader, message) == -2) {
-    }
-    message.clear();
-    int result = -2;
-    while (result == -2) {
-        result = pair.transport.readMessage(kLargest - kHeader, message);
-    }
-    EXPECT_EQ(message.size(), body.size());
-    EXPECT_TRUE(std::memcmp(message.data(), body.data(), std::min(message.size(), body.size())) == 0);
-    EXPECT_EQ(readBodyOfFrame(pair.transport), "body: -1 error " + std::to_string(EMSGSIZE));
-    sender.join();
 }
 
 TEST(BufferedLargestFrame, IsCheckedBeforeAnythingIsAllocatedOrRead) {
+    constexpr unsigned int kMax = std::numeric_limits<unsigned int>::max();
     BufferedPair pair;
     pair.peer->send("01 02 03");
     RawMessage message = messageOf("0A");
-    for (const unsigned int count :
-         {(16U << 20U) - kHeader + 1, 1U << 31U, std::numeric_limits<unsigned int>::max() - kHeader,
-          std::numeric_limits<unsigned int>::max()}) {
+    for (const unsigned int count : {(16U << 20U) - kHeader + 1, 1U << 31U, kMax - kHeader, kMax}) {
         const AllocationLimit nothing(0);
         const SystemCalls calls;
         EXPECT_EQ(pair.transport.readMessage(count, message), -1) << count;
@@ -99,127 +77,205 @@ TEST(BufferedLargestFrame, IsCheckedBeforeAnythingIsAllocatedOrRead) {
 
 TEST(BufferedLargestFrame, NeverForbidsAHeader) {
     for (const std::uint32_t largest : {0U, 1U, 31U, 32U}) {
-        Bounds bounds;
-        bounds.largestFrame = largest;
-        BufferedPair pair(bounds);
+        BufferedPair pair(largestFrameOf(largest));
         pair.peer->send(hexFrame("0A"));
         EXPECT_EQ(readOnce(pair.transport, kHeader).result, 32) << largest;
     }
 }
 
-TEST(BufferedLargestFrame, OfALargeBodyTakesMemoryOnlyAsItArrives) {
-    // The body is announced and does not come: pages that nobody has written to cost nothing.
-    BufferedPair pair;
-    pair.peer->send(hexWord(16U << 20U) + " 00 00 00 20 " + hexText(Bytes(24)) + " 01");
-    EXPECT_EQ(readOnce(pair.transport, kHeader).result, 32);
-    const ReadResult read = readOnce(pair.transport, (16U << 20U) - kHeader);
-    EXPECT_EQ(read.result, -2);
-}
-
 // Silence inside a frame.
 
-TEST(BufferedSilence, AtEveryByteOfAFrameIsAReadErrorAfterItsTimeAndNotBefore) {
-    const Bytes frame = hex(kFrameOfTen);
-    BufferedPair pair(impatient());
-    for (std::size_t sent = 1; sent < frame.size(); ++sent) {
-        pair.peer->send(Bytes(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(sent)));
-        const StopwatchSince watch;
-        ReadResult read = readOnce(pair.transport, kHeader);
-        if (sent >= kHeader) {
-            ASSERT_EQ(read.result, 32);
-            read = readOnce(pair.transport, 10);
+/// Sends the first bytes of a frame and reads until the silence is too long.
+void expectTimeout(BufferedPair& pair, const Bytes& frame, std::size_t sent) {
+    SCOPED_TRACE(std::to_string(sent) + " of " + std::to_string(frame.size()));
+    pair.peer->send(slice(frame, 0, sent));
+    const ElapsedTime elapsed;
+    CallResult read = readOnce(pair.transport, kHeader);
+    if (sent >= kHeader) {
+        ASSERT_EQ(read.result, 32);
+        read = readOnce(pair.transport, static_cast<unsigned int>(frame.size()) - kHeader);
+    }
+    ASSERT_EQ(read.result, -1);
+    ASSERT_EQ(read.error, ETIMEDOUT);
+    ASSERT_EQ(read.bytes, "");
+    ASSERT_GE(elapsed.seconds(), 0.099);
+}
+
+TEST(BufferedSilence, InAFrameIsAReadErrorAfterItsTimeAndEndsTheConnection) {
+    BufferedPair pair(kImpatient);
+    std::vector<std::pair<std::size_t, std::size_t>> cuts{{100, 82}, {100'000, 60'032}};
+    for (std::size_t sent = 1; sent < kHeader + 10; ++sent) {
+        cuts.emplace_back(10, sent);
+    }
+    for (const auto& [bodySize, sent] : cuts) {
+        expectTimeout(pair, frameOf(Bytes(bodySize)), sent);
+        if (HasFatalFailure()) {
+            return;
         }
-        ASSERT_EQ(read.result, -1) << "after " << sent;
-        ASSERT_EQ(read.error, ETIMEDOUT) << "after " << sent;
-        ASSERT_EQ(read.bytes, "");
-        ASSERT_GE(watch.seconds(), 0.099) << "after " << sent;
+        ASSERT_TRUE(pair.peer->waitForEnd());
+        EXPECT_EQ(pair.transport.writeMessage(messageOf("01")), -1);
+        EXPECT_EQ(errno, EPIPE);
+        for (const unsigned int count : {1U, 10U, 32U, 50'000U, 1U}) {
+            const CallResult read = readOnce(pair.transport, count);
+            EXPECT_TRUE(read.result == 0 || read.result == -1) << "a read of " << count << " gives " << read.result;
+            EXPECT_EQ(read.bytes, "") << "a read of " << count;
+        }
         pair.connect();
+        pair.peer->send(hexFrame("0A 0B"));
+        EXPECT_EQ(readBodyOfFrame(pair.transport), "0A 0B") << "on the next connection";
+    }
+}
+
+TEST(BufferedSilence, EndsTheConnectionAlsoForBytesThatArriveInTheLastMoment) {
+    BufferedPair pair(kImpatient);
+    SystemCalls calls;
+    calls.before("shutdown", [&pair] {
+        pair.peer->send(Bytes(50));
+        pair.peer->send(frameOf(Bytes(10)));
+    });
+    expectTimeout(pair, frameOf(Bytes(100)), 82);
+    for (const unsigned int count : {1U, 32U}) {
+        EXPECT_EQ(readOnce(pair.transport, count).bytes, "");
     }
 }
 
 TEST(BufferedSilence, BetweenFramesIsNoError) {
-    BufferedPair pair(impatient());
+    BufferedPair pair(kImpatient);
     EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
-    pair.peer->send(kFrameOfTen);
-    EXPECT_EQ(readBodyOfFrame(pair.transport), "00 01 02 03 04 05 06 07 08 09");
+    pair.peer->send(hexFrame(kTen));
+    EXPECT_EQ(readBodyOfFrame(pair.transport), kTen);
     EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
 }
 
 TEST(BufferedSilence, IsCountedOverSeveralReads) {
-    BufferedPair pair(impatient(milliseconds(1'500)));
+    BufferedPair pair(silenceOf(milliseconds(1'500)));
     pair.peer->send("00 00 00 2A");
-    const StopwatchSince watch;
-    ReadResult read;
-    int reads = 0;
-    do {
-        read = readOnce(pair.transport, kHeader);
-        ++reads;
-    } while (read.result == -2 && reads < 5);
-    EXPECT_EQ(read.result, -1);
-    EXPECT_EQ(read.error, ETIMEDOUT);
-    EXPECT_LE(reads, 2);
-    EXPECT_GE(watch.seconds(), 1.49);
-}
-
-TEST(BufferedSilence, InALargeBodyIsAReadErrorToo) {
-    BufferedPair pair(impatient());
-    pair.peer->send(hexWord(100'032) + " 00 00 00 20 " + hexText(Bytes(24)));
-    pair.peer->send(patternedBytes(60'000));
-    EXPECT_EQ(readBodyOfFrame(pair.transport), "body: -1 error " + std::to_string(ETIMEDOUT));
+    const ElapsedTime elapsed;
+    EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
+    const CallResult second = readOnce(pair.transport, kHeader);
+    EXPECT_EQ(second.result, -1);
+    EXPECT_EQ(second.error, ETIMEDOUT);
+    EXPECT_GE(elapsed.seconds(), 1.49);
 }
 
 TEST(BufferedSilence, IsBrokenByASingleByte) {
     // The whole frame takes twice as long as a silence may.
-    BufferedPair pair(impatient(milliseconds(2'000)));
+    BufferedPair pair(silenceOf(milliseconds(2'000)));
     std::thread trickle([&] {
-        for (const unsigned char byte : hex(kFrameOfTen)) {
+        for (const unsigned char byte : hex(hexFrame(kTen))) {
             pair.peer->send(Bytes{byte});
             std::this_thread::sleep_for(milliseconds(110));
         }
     });
-    const StopwatchSince watch;
-    EXPECT_EQ(readBodyOfFrame(pair.transport), "00 01 02 03 04 05 06 07 08 09");
-    EXPECT_GT(watch.seconds(), 4.0);
+    const ElapsedTime elapsed;
+    EXPECT_EQ(readBodyOfFrame(pair.transport), kTen);
+    EXPECT_GT(elapsed.seconds(), 4.0);
     trickle.join();
 }
 
-TEST(BufferedSilence, DoesNotCountTheTimeThatTheReaderSpendsElsewhere) {
-    BufferedPair pair(impatient(milliseconds(1'200)));
-    const Bytes frame = hex(kFrameOfTen);
-    pair.peer->send(Bytes(frame.begin(), frame.begin() + kHeader));
+TEST(BufferedSilence, DoesNotCountTheTimeBetweenReads) {
+    BufferedPair pair(silenceOf(milliseconds(1'200)));
+    pair.peer->send(headerOf(10));
     EXPECT_EQ(readOnce(pair.transport, kHeader).result, 32);
     std::this_thread::sleep_for(milliseconds(1'500));
     std::thread late([&] {
         std::this_thread::sleep_for(milliseconds(100));
-        pair.peer->send(Bytes(frame.begin() + kHeader, frame.end()));
+        pair.peer->send(kTen);
     });
-    EXPECT_EQ(readOnce(pair.transport, 10).bytes, "00 01 02 03 04 05 06 07 08 09");
+    EXPECT_EQ(readOnce(pair.transport, 10).bytes, kTen);
     late.join();
 }
 
 TEST(BufferedSilence, OfAnEarlierConnectionDoesNotCount) {
-    BufferedPair pair(impatient(milliseconds(1'700)));
-    pair.peer->send("00 00 00 2A");
-    EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
-    pair.connect();
-    pair.peer->send("00 00 00 2A");
-    EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
+    BufferedPair pair(silenceOf(milliseconds(1'700)));
+    for (int i = 0; i < 2; ++i) {
+        pair.peer->send("00 00 00 2A");
+        EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
+        pair.connect();
+    }
+    BufferedPair impatient(kImpatient);
+    impatient.peer->send(hexFrame(kTen));
+    EXPECT_EQ(readOnce(impatient.transport, kHeader).result, 32);
+    impatient.connect();
+    EXPECT_EQ(readOnce(impatient.transport, kHeader).result, -2) << "no frame has begun on this one";
 }
 
-TEST(BufferedSilence, InABodyThatWasNeverReadEndsWithItsConnection) {
-    BufferedPair pair(impatient());
-    pair.peer->send(kFrameOfTen);
-    EXPECT_EQ(readOnce(pair.transport, kHeader).result, 32);
-    pair.connect();
-    EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2) << "nothing has begun on this one";
-}
+// Extreme bounds.
 
-TEST(BufferedSilence, OfZeroAllowsNoGapButDeliversWhatIsThere) {
-    BufferedPair pair(impatient(milliseconds(0)));
-    pair.peer->send(kFrameOfTen);
-    EXPECT_EQ(readBodyOfFrame(pair.transport), "00 01 02 03 04 05 06 07 08 09");
+/// Long after an attempt with a bound of zero has failed.
+constexpr milliseconds kMoment{200};
+
+/// Far below the default bounds of connecting and of a silence.
+constexpr double kFarBelowDefaults = 3.0;
+
+struct NamedTime {
+    const char* name;
+    milliseconds time;
+};
+
+class BufferedExtremeBound : public testing::TestWithParam<NamedTime> {
+  protected:
+    static Bounds boundsOf(milliseconds transfer, milliseconds connect) {
+        Bounds bounds = silenceOf(transfer);
+        bounds.writeTimeout = transfer;
+        bounds.connectTimeout = connect;
+        return bounds;
+    }
+
+    BufferedPair pair{boundsOf(GetParam().time, Bounds().connectTimeout), bufferSizes(64U << 10U)};
+    const BlackHole hole;
+    VisibleBuffered unconnected{boundsOf(GetParam().time, GetParam().time)};
+};
+
+class BufferedEndlessBound : public BufferedExtremeBound {};
+INSTANTIATE_TEST_SUITE_P(Of, BufferedEndlessBound,
+                         testing::Values(NamedTime{"Max", milliseconds::max()},
+                                         NamedTime{"ThousandYears", std::chrono::hours(24 * 365 * 1000)}),
+                         nameOfRow<NamedTime>);
+
+TEST_P(BufferedEndlessBound, EndsNeitherAConnectNorASilenceNorAWrite) {
+    auto opened =
+        std::async(std::launch::async, [this] { return unconnected.openConnection(BlackHole::host(), hole.port()); });
+    EXPECT_EQ(opened.wait_for(kMoment), std::future_status::timeout);
+    unconnected.setInterrupted(true);
+    EXPECT_FALSE(opened.get());
+
     pair.peer->send("00 00");
-    EXPECT_EQ(readOnce(pair.transport, kHeader).error, ETIMEDOUT);
+    EXPECT_EQ(readOnce(pair.transport, 4).result, -2);
+    pair.peer->send("00 2A");
+    EXPECT_EQ(readOnce(pair.transport, 4).bytes, "00 00 00 2A");
+
+    const Bytes frame = patternedBytes(kMoreThanFits);
+    auto written = std::async(std::launch::async, [&] { return pair.transport.writeMessage(messageOfBytes(frame)); });
+    EXPECT_EQ(written.wait_for(kMoment), std::future_status::timeout);
+    EXPECT_TRUE(pair.peer->receive(frame.size()) == frame);
+    EXPECT_EQ(written.get(), static_cast<int>(frame.size()));
+}
+
+class BufferedNegativeBound : public BufferedExtremeBound {};
+INSTANTIATE_TEST_SUITE_P(Of, BufferedNegativeBound,
+                         testing::Values(NamedTime{"Zero", milliseconds(0)}, NamedTime{"MinusOne", milliseconds(-1)},
+                                         NamedTime{"Min", milliseconds::min()}),
+                         nameOfRow<NamedTime>);
+
+TEST_P(BufferedNegativeBound, EndsWhateverHasToWaitAndNothingElse) {
+    const ElapsedTime elapsed;
+    EXPECT_FALSE(unconnected.openConnection(BlackHole::host(), hole.port()));
+    EXPECT_LT(elapsed.seconds(), kFarBelowDefaults);
+
+    EXPECT_EQ(pair.transport.writeMessage(messageOf("01 02")), 2);
+    pair.peer->send(hexFrame(kTen));
+    EXPECT_EQ(readBodyOfFrame(pair.transport), kTen);
+    pair.peer->send("00 00");
+    const CallResult read = readOnce(pair.transport, 4);
+    EXPECT_EQ(read.error, ETIMEDOUT);
+    EXPECT_LT(read.seconds, kFarBelowDefaults);
+
+    pair.connect();
+    const CallResult write = writeOnce(pair.transport, messageOfBytes(Bytes(kMoreThanFits)));
+    EXPECT_EQ(write.result, -1);
+    EXPECT_EQ(write.error, EAGAIN);
+    EXPECT_LT(write.seconds, kFarBelowDefaults);
 }
 
 }  // namespace

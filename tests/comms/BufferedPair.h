@@ -18,28 +18,29 @@
 
 namespace com_tesk::test {
 
+using Bounds = CSCommsInterfaceTCPBuffered::Bounds;
+using Options = CSCommsInterfaceTCP::Options;
+
+/// A standard transport whose descriptor a test can see.
+class VisibleTransport : public CSCommsInterfaceTCP {
+  public:
+    explicit VisibleTransport(const Options& givenOptions = Options()) : CSCommsInterfaceTCP(givenOptions) {}
+    int descriptor() const { return connection().descriptor(); }
+};
+
 /// A buffered transport whose descriptor a test can see.
 class VisibleBuffered : public CSCommsInterfaceTCPBuffered {
   public:
     explicit VisibleBuffered(const Bounds& givenBounds = Bounds(), const Options& givenOptions = Options())
         : CSCommsInterfaceTCPBuffered(givenOptions, givenBounds) {}
-
     int descriptor() const { return connection().descriptor(); }
 };
 
-/// Bounds under which a test need not wait long for a silence to be too long.
-inline CSCommsInterfaceTCPBuffered::Bounds impatient(
-    std::chrono::milliseconds silence = std::chrono::milliseconds(100)) {
-    CSCommsInterfaceTCPBuffered::Bounds bounds;
-    bounds.silenceInFrame = silence;
-    return bounds;
-}
-
-/// A buffered transport that is connected to a peer.
-struct BufferedPair {
-    explicit BufferedPair(const CSCommsInterfaceTCPBuffered::Bounds& bounds = CSCommsInterfaceTCPBuffered::Bounds(),
-                          const CSCommsInterfaceTCP::Options& options = CSCommsInterfaceTCP::Options())
-        : transport(bounds, options) {
+/// A transport that is connected to a peer.
+template <typename Transport>
+struct ConnectedPair {
+    template <typename... Arguments>
+    explicit ConnectedPair(const Arguments&... arguments) : transport(arguments...) {
         connect();
     }
 
@@ -54,12 +55,23 @@ struct BufferedPair {
     }
 
     ScriptedHost host;
-    VisibleBuffered transport;
+    Transport transport;
     std::unique_ptr<ScriptedHost::Peer> peer;
 };
 
-/// What one `readMessage` has given.
-struct ReadResult {
+using StandardPair = ConnectedPair<VisibleTransport>;
+using BufferedPair = ConnectedPair<VisibleBuffered>;
+
+class ElapsedTime {
+  public:
+    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); }
+
+  private:
+    const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
+/// The result of one call, `errno` after it, and the hex text of what a read has appended.
+struct CallResult {
     int result = 0;
     int error = 0;
     std::string bytes;
@@ -67,42 +79,47 @@ struct ReadResult {
 };
 
 /// Reads `count` bytes into a new message.
-inline ReadResult readOnce(CSCommsInterfaceTCP& transport, unsigned int count) {
+inline CallResult readOnce(CSCommsInterfaceTCP& transport, unsigned int count) {
     RawMessage message(RawMessage::DATA);
-    ReadResult read;
-    const auto start = std::chrono::steady_clock::now();
+    const ElapsedTime elapsed;
     errno = 0;
-    read.result = transport.readMessage(count, message);
-    read.error = errno;
-    read.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    read.bytes = hexText(message);
-    return read;
+    const int result = transport.readMessage(count, message);
+    return {result, errno, hexText(message), elapsed.seconds()};
 }
 
-/// Reads the body of the next frame as the engine does: the header, then the body, again after every time-out.
-/// @return the body's hex text, or what went wrong.
-inline std::string readBodyOfFrame(CSCommsInterfaceTCP& transport) {
-    RawMessage header(RawMessage::DATA);
+inline CallResult writeOnce(CSCommsInterfaceTCP& transport, const RawMessage& message) {
+    const ElapsedTime elapsed;
+    errno = 0;
+    const int result = transport.writeMessage(message);
+    return {result, errno, "", elapsed.seconds()};
+}
+
+/// Appends `count` bytes to a message, and reads again after every time-out.
+inline int readFully(CSCommsInterfaceTCP& transport, unsigned int count, RawMessage& message) {
     int result = -2;
     while (result == -2) {
-        result = transport.readMessage(32, header);
+        result = transport.readMessage(count, message);
     }
+    return result;
+}
+
+/// Reads the next frame as the engine does. Returns the body's hex text, or what failed.
+inline std::string readBodyOfFrame(CSCommsInterfaceTCP& transport) {
+    RawMessage header(RawMessage::DATA);
+    int result = readFully(transport, 32, header);
     if (result != 32) {
         return "header: " + std::to_string(result) + " error " + std::to_string(errno);
     }
-    const unsigned int length = header.getDoubleWord(0);
+    const unsigned int length = header.getDoubleWord(0) - 32;
     RawMessage body(RawMessage::DATA);
-    result = -2;
-    while (result == -2) {
-        result = transport.readMessage(length - 32, body);
-    }
-    if (result != static_cast<int>(length - 32)) {
+    result = readFully(transport, length, body);
+    if (result != static_cast<int>(length)) {
         return "body: " + std::to_string(result) + " error " + std::to_string(errno);
     }
     return hexText(body);
 }
 
-/// `count` bytes in which no two stretches look alike for long.
+/// Returns `count` bytes that do not repeat.
 inline Bytes patternedBytes(std::size_t count, std::uint32_t start = 1) {
     Bytes bytes(count);
     std::uint32_t number = start;
@@ -113,19 +130,24 @@ inline Bytes patternedBytes(std::size_t count, std::uint32_t start = 1) {
     return bytes;
 }
 
-/// A data frame around a body, as bytes: as `hexFrame`, but fast enough for large ones.
+/// Returns the bytes in [begin, end).
+inline Bytes slice(const Bytes& bytes, std::size_t begin, std::size_t end) {
+    return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+/// Returns the header of a data frame whose body has this size.
+inline Bytes headerOf(std::size_t bodySize) {
+    return hex(hexWord(static_cast<unsigned int>(bodySize) + 32) + " 00 00 00 20 00 00 00 00 00 00 00 00 " +
+               "FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
+}
+
+/// Returns a data frame: like `hexFrame`, but fast enough for large bodies.
 inline Bytes frameOf(const Bytes& body) {
-    const auto length = static_cast<std::uint32_t>(body.size() + 32);
-    Bytes frame =
-        hex("00 00 00 00 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
-    for (int i = 0; i < 4; ++i) {
-        frame[static_cast<std::size_t>(i)] = static_cast<unsigned char>(length >> (24 - 8 * i));
-    }
+    Bytes frame = headerOf(body.size());
     frame.insert(frame.end(), body.begin(), body.end());
     return frame;
 }
 
-/// Bytes of a message, for comparing large ones.
 inline Bytes bytesOf(const RawMessage& message) {
     return Bytes(message.begin(), message.end());
 }
@@ -138,13 +160,5 @@ inline RawMessage messageOfBytes(const Bytes& bytes) {
     }
     return message;
 }
-
-class StopwatchSince {
-  public:
-    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); }
-
-  private:
-    const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
-};
 
 }  // namespace com_tesk::test

@@ -14,12 +14,13 @@ namespace com_tesk::test {
 namespace {
 
 using Strings = std::vector<std::string>;
+using Ends = std::vector<std::size_t>;
 
-/// Delivers a stream in pieces of the test's choice: each call to receive finds one piece, and nothing of the next.
+/// Delivers a stream in given pieces: each call to receive finds one piece, and nothing of the next.
 class BufferedSplits : public testing::Test {
   protected:
-    /// What the reader makes of `frames` when their bytes arrive in pieces that end at `ends`.
-    Strings bodiesOf(std::size_t frames, const Bytes& stream, const std::vector<std::size_t>& ends) {
+    /// Returns the bodies that the reader reads when the stream arrives in pieces that end at `ends`.
+    Strings bodiesOf(std::size_t frames, const Bytes& stream, const Ends& ends) {
         std::size_t sent = 0;
         std::size_t next = 0;
         SystemCalls calls;
@@ -30,8 +31,7 @@ class BufferedSplits : public testing::Test {
             }
             const std::size_t end = next < ends.size() ? ends[next] : stream.size();
             ++next;
-            pair.peer->send(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(sent),
-                                  stream.begin() + static_cast<std::ptrdiff_t>(end)));
+            pair.peer->send(slice(stream, sent, end));
             sent = end;
             poll(&waiting, 1, 10'000);
         });
@@ -54,7 +54,7 @@ Bytes streamOf(const Strings& bodies) {
     return stream;
 }
 
-/// What a host sends in a short session: its version, a confirmed input, a confirmed output, two updates.
+/// The messages of a host in a short session: its version, a confirmed input, a confirmed output, two updates.
 Strings sessionBodies() {
     return {
         "04 02 7F FF 00 00 00 2C 00 7F 01 06 00 01 00 00 00 00 00 01 " + hexField("4.4.1", 24),
@@ -81,54 +81,38 @@ TEST_F(BufferedSplits, EverySplitPointOfASessionIsInvisible) {
     const Strings bodies = sessionBodies();
     const Bytes stream = streamOf(bodies);
     const Strings expected = normalized(bodies);
+    Ends everyByte;
     for (std::size_t split = 1; split < stream.size(); ++split) {
         ASSERT_EQ(bodiesOf(bodies.size(), stream, {split}), expected) << "split at " << split;
+        everyByte.push_back(split);
     }
+    EXPECT_EQ(bodiesOf(bodies.size(), stream, everyByte), expected) << "byte by byte";
+    EXPECT_EQ(bodiesOf(bodies.size(), stream, {}), expected) << "all together";
 }
 
-TEST_F(BufferedSplits, EveryPairOfSplitPointsOfTwoShortFramesIsInvisible) {
-    const Strings bodies{"0A", "01 02 03 04 05 06 07 08 09 0A"};
-    const Bytes stream = streamOf(bodies);
-    for (std::size_t first = 1; first < stream.size(); ++first) {
-        for (std::size_t second = first + 1; second < stream.size(); ++second) {
-            ASSERT_EQ(bodiesOf(bodies.size(), stream, {first, second}), bodies) << first << " and " << second;
-        }
-    }
-}
-
-TEST_F(BufferedSplits, EveryPairOfSplitPointsOfEachMessageOfASessionIsInvisible) {
+TEST_F(BufferedSplits, EveryPairOfSplitPointsOfShortStreamsIsInvisible) {
+    std::vector<Strings> streams{{"0A", "01 02 03 04 05 06 07 08 09 0A"}};
     for (const std::string& body : sessionBodies()) {
-        const Bytes stream = streamOf({body});
-        const Strings expected = normalized({body});
-        const std::size_t step = sized<std::size_t>(3, 1);
+        streams.push_back({body});
+    }
+    std::size_t step = 1;
+    for (const Strings& bodies : streams) {
+        const Bytes stream = streamOf(bodies);
+        const Strings expected = normalized(bodies);
         for (std::size_t first = 1; first < stream.size(); first += step) {
             for (std::size_t second = first + 1; second < stream.size(); ++second) {
-                ASSERT_EQ(bodiesOf(1, stream, {first, second}), expected) << first << " and " << second;
+                ASSERT_EQ(bodiesOf(bodies.size(), stream, {first, second}), expected) << first << " and " << second;
             }
         }
+        step = sized<std::size_t>(3, 1);  // For the messages of the session.
     }
-}
-
-TEST_F(BufferedSplits, ByteByByteIsInvisible) {
-    const Strings bodies = sessionBodies();
-    const Bytes stream = streamOf(bodies);
-    std::vector<std::size_t> ends;
-    for (std::size_t end = 1; end < stream.size(); ++end) {
-        ends.push_back(end);
-    }
-    EXPECT_EQ(bodiesOf(bodies.size(), stream, ends), normalized(bodies));
-}
-
-TEST_F(BufferedSplits, FramesThatArriveTogetherAreDeliveredOneByOne) {
-    const Strings bodies = sessionBodies();
-    EXPECT_EQ(bodiesOf(bodies.size(), streamOf(bodies), {}), normalized(bodies));
 }
 
 TEST_F(BufferedSplits, RandomPiecesOfRandomFramesAreInvisible) {
     std::mt19937_64 random(newSeed());
-    // From one byte to two to the power of `most`, small ones more often.
-    const auto randomLength = [&random](unsigned int most) {
-        return 1 + static_cast<std::size_t>(random()) % (std::size_t{1} << (1 + random() % most));
+    // From one byte to 2^max, small ones more often.
+    const auto randomLength = [&random](unsigned int max) {
+        return 1 + static_cast<std::size_t>(random()) % (std::size_t{1} << (1 + random() % max));
     };
     const int rounds = sized(60, 2'000);
     for (int round = 0; round < rounds; ++round) {
@@ -141,7 +125,7 @@ TEST_F(BufferedSplits, RandomPiecesOfRandomFramesAreInvisible) {
             const Bytes frame = frameOf(body);
             stream.insert(stream.end(), frame.begin(), frame.end());
         }
-        std::vector<std::size_t> ends;
+        Ends ends;
         for (std::size_t end = 0; end < stream.size();) {
             end = std::min(stream.size(), end + randomLength(14));
             ends.push_back(end);
@@ -159,18 +143,13 @@ TEST_P(BufferedSizes, OneLessAndOneMoreAreDeliveredExactlyHoweverTheyAreSplit) {
         const Bytes small = patternedBytes(5, 77);
         Bytes stream = frameOf(large);
         const std::size_t end = stream.size();
-        const Bytes behind = frameOf(small);
-        stream.insert(stream.end(), behind.begin(), behind.end());
-        const std::string largeText = hexText(large);
-        const std::string smallText = hexText(small);
-        const std::vector<std::vector<std::size_t>> cuts{{},         {1},        {31},      {32},
-                                                         {33},       {end - 1},  {end},     {end + 1},
-                                                         {end + 31}, {end + 32}, {32, end}, {end / 2, end + 5}};
-        for (const std::vector<std::size_t>& cut : cuts) {
-            const Strings bodies = bodiesOf(2, stream, cut);
-            ASSERT_TRUE(bodies[0] == largeText)
-                << size << " cut at " << (cut.empty() ? 0 : cut[0]) << ": " << bodies[0].substr(0, 60);
-            ASSERT_EQ(bodies[1], smallText) << size << " cut at " << (cut.empty() ? 0 : cut[0]);
+        const Bytes next = frameOf(small);
+        stream.insert(stream.end(), next.begin(), next.end());
+        const Strings expected{hexText(large), hexText(small)};
+        const std::vector<Ends> cuts{{},    {1},       {31},       {32},       {33},      {end - 1},
+                                     {end}, {end + 1}, {end + 31}, {end + 32}, {32, end}, {end / 2, end + 5}};
+        for (const Ends& cut : cuts) {
+            ASSERT_TRUE(bodiesOf(2, stream, cut) == expected) << size << " cut at " << (cut.empty() ? 0 : cut[0]);
         }
     }
 }

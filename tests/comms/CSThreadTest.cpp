@@ -3,183 +3,197 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <csignal>
 #include <memory>
+#include <string>
 #include <type_traits>
 
-#include "tests/comms/NoStacks.h"
 #include "tests/comms/ThreadRoutines.h"
 
 namespace com_tesk::test {
 namespace {
 
-static_assert(!std::is_copy_constructible<CSThread>::value && !std::is_copy_assignable<CSThread>::value,
-              "it owns a system object");
-static_assert(std::has_virtual_destructor<CSThread>::value, "may be derived from");
+static_assert(!std::is_copy_constructible_v<CSThread> && !std::is_copy_assignable_v<CSThread>, "owns a system object");
+static_assert(std::has_virtual_destructor_v<CSThread>, "may be derived from");
 
-TEST(CSThread, IsIdleAtFirst) {
-    const CSThread thread;
-    EXPECT_EQ(thread.getId(), pthread_t{0});
-    EXPECT_FALSE(thread.isActive());
-}
-
-TEST(CSThread, RunsTheRoutineOnAnotherThread) {
-    Shared shared;
-    CSThread thread;
-    EXPECT_TRUE(thread.create(endAtOnce, &shared));
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_EQ(shared.starts, 1);
-    EXPECT_NE(shared.task, thisTask());
-}
-
-TEST(CSThread, HasTheIdOfTheStartedThread) {
-    CSThread thread;
-    pthread_t seen{};
-    ASSERT_TRUE(thread.create(
-        [](void* argument) -> void* {
-            *static_cast<pthread_t*>(argument) = pthread_self();
-            return nullptr;
-        },
-        &seen));
-    const pthread_t id = thread.getId();
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_EQ(id, seen);
-}
-
-TEST(CSThread, StartsTheThreadJoinable) {
-    CSThread thread;
+/// Records about a thread that its routine makes.
+struct RoutineRecord {
+    pthread_t id{};
     int detachState = -1;
-    ASSERT_TRUE(thread.create(
-        [](void* argument) -> void* {
-            pthread_attr_t attributes;
-            pthread_getattr_np(pthread_self(), &attributes);
-            pthread_attr_getdetachstate(&attributes, static_cast<int*>(argument));
-            pthread_attr_destroy(&attributes);
-            return nullptr;
-        },
-        &detachState));
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_EQ(detachState, PTHREAD_CREATE_JOINABLE);
+    sigset_t blockedSignals{};
+};
+
+void* recordRoutine(void* argument) {
+    RoutineRecord& record = *static_cast<RoutineRecord*>(argument);
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getdetachstate(&attributes, &record.detachState);
+    pthread_attr_destroy(&attributes);
+    record.id = pthread_self();
+    pthread_sigmask(SIG_SETMASK, nullptr, &record.blockedSignals);
+    return nullptr;
 }
 
-TEST(CSThread, RefusesASecondStart) {
-    Shared first;
-    Shared second;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(waitForLeave, &first));
-    const pthread_t id = thread.getId();
-    EXPECT_FALSE(thread.create(endAtOnce, &second));
-    EXPECT_EQ(thread.getId(), id);
-    first.mayEnd = true;
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_EQ(second.starts, 0);
+std::string textOf(const sigset_t& signals) {
+    std::string text;
+    for (int signal = 1; signal < NSIG; ++signal) {
+        text += sigismember(&signals, signal) == 1 ? '1' : '0';
+    }
+    return text;
 }
 
-TEST(CSThread, RefusesASecondStartAfterTheRoutineHasReturned) {
-    Shared first;
-    Shared second;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(endAtOnce, &first));
-    ASSERT_TRUE(first.waitForStart() && first.waitForGone());
-    EXPECT_FALSE(thread.create(endAtOnce, &second));
-    EXPECT_EQ(second.starts, 0);
+std::string blockedSignals() {
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    return textOf(blocked);
 }
 
-TEST(CSThread, RefusesASecondStartAfterWaiting) {
-    Shared first;
-    Shared second;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(endAtOnce, &first));
-    ASSERT_TRUE(thread.waitForThread());
-    EXPECT_FALSE(thread.create(endAtOnce, &second));
-    EXPECT_EQ(second.starts, 0);
-}
+class CSThreadTest : public testing::Test {
+  protected:
+    void startAndSleep(void* (*routine)(void*)) {
+        ASSERT_TRUE(thread->create(routine, &shared));
+        ASSERT_TRUE(shared.waitForSleep());
+    }
 
-TEST(CSThread, StartsAgainAfterKill) {
-    Shared first;
-    Shared second;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(waitForCancellation, &first));
-    ASSERT_TRUE(first.waitForSleep());
-    thread.kill();
-    EXPECT_TRUE(thread.create(endAtOnce, &second));
-    EXPECT_TRUE(thread.isActive());
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_EQ(second.starts, 1);
-    EXPECT_TRUE(first.waitForGone());
-}
+    void startAndJoin() {
+        ASSERT_TRUE(thread->create(endAtOnce, &shared));
+        ASSERT_TRUE(thread->waitForThread());
+    }
 
-TEST(CSThread, StartsAgainAfterWaitingAndKill) {
-    Shared first;
-    Shared second;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(endAtOnce, &first));
-    ASSERT_TRUE(thread.waitForThread());
-    thread.kill();
-    ASSERT_TRUE(thread.create(endAtOnce, &second));
-    // The second thread has not been joined yet, whatever became of the first.
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_EQ(second.starts, 1);
-}
-
-TEST(CSThread, StaysActiveAfterTheRoutineHasReturnedUntilKill) {
     Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(endAtOnce, &shared));
-    EXPECT_TRUE(thread.isActive());
+    Shared second;
+    std::unique_ptr<CSThread> thread = std::make_unique<CSThread>();
+};
+
+TEST_F(CSThreadTest, IsIdleAtFirst) {
+    EXPECT_EQ(thread->getId(), pthread_t{0});
+    EXPECT_FALSE(thread->isActive());
+    EXPECT_FALSE(thread->waitForThread());
+    thread->kill();
+    thread->kill();
+    EXPECT_FALSE(thread->isActive());
+}
+
+TEST_F(CSThreadTest, RunsTheRoutineOnAJoinableThreadWithItsId) {
+    RoutineRecord record;
+    ASSERT_TRUE(thread->create(recordRoutine, &record));
+    const pthread_t id = thread->getId();
+    EXPECT_TRUE(thread->waitForThread());
+    EXPECT_EQ(id, record.id);
+    EXPECT_FALSE(pthread_equal(record.id, pthread_self()));
+    EXPECT_EQ(record.detachState, PTHREAD_CREATE_JOINABLE);
+    EXPECT_EQ(thread->getId(), id) << "until kill";
+    EXPECT_TRUE(thread->isActive());
+}
+
+TEST_F(CSThreadTest, BlocksTheSignalsThatItsCreatorBlocks) {
+    sigset_t some;
+    sigemptyset(&some);
+    sigaddset(&some, SIGUSR2);
+    for (const bool isBlocked : {false, true}) {
+        pthread_sigmask(isBlocked ? SIG_BLOCK : SIG_UNBLOCK, &some, nullptr);
+        const std::string before = blockedSignals();
+        RoutineRecord record;
+        CSThread created;
+        ASSERT_TRUE(created.create(recordRoutine, &record));
+        EXPECT_EQ(blockedSignals(), before);
+        EXPECT_FALSE(created.create(recordRoutine, &record));
+        EXPECT_EQ(blockedSignals(), before);
+        ASSERT_TRUE(created.waitForThread());
+        EXPECT_EQ(textOf(record.blockedSignals), before);
+        EXPECT_EQ(sigismember(&record.blockedSignals, SIGUSR2), isBlocked ? 1 : 0);
+    }
+    pthread_sigmask(SIG_UNBLOCK, &some, nullptr);
+}
+
+TEST_F(CSThreadTest, RefusesASecondStartBeforeKill) {
+    ASSERT_TRUE(thread->create(waitForLeave, &shared));
+    const pthread_t id = thread->getId();
+    EXPECT_FALSE(thread->create(endAtOnce, &second)) << "while it runs";
+    EXPECT_EQ(thread->getId(), id);
+    shared.mayEnd = true;
     ASSERT_TRUE(shared.waitForStart() && shared.waitForGone());
-    EXPECT_TRUE(thread.isActive());
-    EXPECT_NE(thread.getId(), pthread_t{0});
-    thread.kill();
-    EXPECT_FALSE(thread.isActive());
-    EXPECT_EQ(thread.getId(), pthread_t{0});
+    EXPECT_TRUE(thread->isActive());
+    EXPECT_FALSE(thread->create(endAtOnce, &second)) << "after the routine has returned";
+    EXPECT_TRUE(thread->waitForThread());
+    EXPECT_FALSE(thread->create(endAtOnce, &second)) << "after waiting";
+    EXPECT_EQ(second.starts, 0);
 }
 
-TEST(CSThread, StaysIdleWhenTheSystemRefusesAThread) {
-    Shared shared;
-    CSThread thread;
+TEST_F(CSThreadTest, StartsAgainAfterKill) {
+    startAndSleep(waitForCancellation);
+    thread->kill();
+    EXPECT_TRUE(thread->create(endAtOnce, &second));
+    EXPECT_TRUE(thread->isActive());
+    EXPECT_TRUE(thread->waitForThread());
+    EXPECT_EQ(second.starts, 1);
+    EXPECT_TRUE(shared.waitForGone());
+    // The next thread has not been joined, although the previous one has.
+    thread->kill();
+    ASSERT_TRUE(thread->create(endAtOnce, &second));
+    EXPECT_TRUE(thread->waitForThread());
+    EXPECT_EQ(second.starts, 2);
+}
+
+TEST_F(CSThreadTest, StaysIdleWhenTheSystemRefusesAThread) {
+    const std::string before = blockedSignals();
     {
         const NoStacks none;
-        EXPECT_FALSE(thread.create(endAtOnce, &shared));
+        EXPECT_FALSE(thread->create(endAtOnce, &shared));
     }
-    EXPECT_EQ(thread.getId(), pthread_t{0});
-    EXPECT_FALSE(thread.isActive());
-    EXPECT_FALSE(thread.waitForThread());
+    EXPECT_EQ(blockedSignals(), before);
+    EXPECT_EQ(thread->getId(), pthread_t{0});
+    EXPECT_FALSE(thread->isActive());
+    EXPECT_FALSE(thread->waitForThread());
     EXPECT_EQ(shared.starts, 0);
-}
-
-TEST(CSThread, StartsAfterTheSystemHasRefusedAThread) {
-    Shared shared;
-    CSThread thread;
-    {
-        const NoStacks none;
-        ASSERT_FALSE(thread.create(endAtOnce, &shared));
-    }
-    EXPECT_TRUE(thread.create(endAtOnce, &shared));
-    EXPECT_TRUE(thread.waitForThread());
+    startAndJoin();
     EXPECT_EQ(shared.starts, 1);
 }
 
-TEST(CSThreadKill, DoesNothingWhenIdle) {
-    CSThread thread;
-    thread.kill();
-    thread.kill();
-    EXPECT_FALSE(thread.isActive());
+TEST_F(CSThreadTest, WaitLastsUntilTheRoutineHasReturnedAndJoinsOnce) {
+    startAndSleep(waitForLeave);
+    shared.mayEnd = true;
+    EXPECT_TRUE(thread->waitForThread());
+    EXPECT_TRUE(shared.hasEnded);
+    EXPECT_FALSE(thread->waitForThread());
 }
 
-TEST(CSThreadKill, CancelsTheThread) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(waitForCancellation, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    thread.kill();
-    EXPECT_EQ(thread.getId(), pthread_t{0});
-    EXPECT_FALSE(thread.isActive());
+/// A thread is cancelled by `kill` (false) or by the destruction of its object (true).
+class CSThreadCancellation : public CSThreadTest, public testing::WithParamInterface<bool> {
+  protected:
+    void cancel() {
+        if (GetParam()) {
+            thread.reset();
+            return;
+        }
+        thread->kill();
+        EXPECT_EQ(thread->getId(), pthread_t{0});
+        EXPECT_FALSE(thread->isActive());
+        EXPECT_FALSE(thread->waitForThread());
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(By, CSThreadCancellation, testing::Bool(),
+                         [](const auto& isDestroyed) { return isDestroyed.param ? "Destruction" : "Kill"; });
+
+TEST_P(CSThreadCancellation, EndsTheThread) {
+    startAndSleep(waitForCancellation);
+    cancel();
     EXPECT_TRUE(shared.waitForGone());
     EXPECT_TRUE(shared.wasCancelled);
 }
 
+TEST_P(CSThreadCancellation, DoesNotWaitForTheThread) {
+    startAndSleep(ignoreCancellation);
+    cancel();
+    EXPECT_FALSE(shared.hasEnded);
+    thread.reset();
+    shared.mayEnd = true;
+    EXPECT_TRUE(shared.waitForGone());
+}
+
 void* sleepInACall(void* argument) {
-    pthread_cleanup_push([](void* /*unused*/) { forgetDeadFrames(); }, nullptr);
+    pthread_cleanup_push([](void* /*unused*/) { dropDeadFrames(); }, nullptr);
     noteStart(*static_cast<Shared*>(argument));
     for (;;) {
         pause();
@@ -188,127 +202,10 @@ void* sleepInACall(void* argument) {
     return nullptr;
 }
 
-TEST(CSThreadKill, ReachesAThreadThatBlocksInASystemCall) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(sleepInACall, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    thread.kill();
-    EXPECT_TRUE(eventually([&] { return !exists(shared.task); }));
-}
-
-TEST(CSThreadKill, DoesNotWaitForTheThread) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(ignoreCancellation, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    thread.kill();
-    EXPECT_FALSE(shared.hasEnded);
-    EXPECT_FALSE(thread.isActive());
-    shared.mayEnd = true;
-    EXPECT_TRUE(shared.waitForGone());
-    EXPECT_TRUE(shared.hasEnded);
-}
-
-TEST(CSThreadKill, LeavesNothingToWaitFor) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(waitForCancellation, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    thread.kill();
-    EXPECT_FALSE(thread.waitForThread());
-    EXPECT_TRUE(shared.waitForGone());
-}
-
-TEST(CSThreadKill, MayBeCalledByTheThreadItself) {
-    struct OwnThread : Shared {
-        CSThread thread;
-        std::atomic<bool> mayKill{false};
-        std::atomic<bool> wasActiveAfterKill{true};
-    } own;
-    ASSERT_TRUE(own.thread.create(
-        [](void* argument) -> void* {
-            OwnThread& shared = *static_cast<OwnThread*>(argument);
-            noteStart(shared);
-            while (!shared.mayKill) {
-                usleep(1000);
-            }
-            shared.thread.kill();
-            shared.wasActiveAfterKill = shared.thread.isActive();
-            shared.hasEnded = true;
-            return nullptr;
-        },
-        static_cast<void*>(static_cast<OwnThread*>(&own))));
-    own.mayKill = true;
-    ASSERT_TRUE(own.waitForStart());
-    EXPECT_TRUE(own.waitForGone());
-    EXPECT_TRUE(own.hasEnded);
-    EXPECT_FALSE(own.wasActiveAfterKill);
-}
-
-TEST(CSThreadWait, ReturnsFalseWhenIdle) {
-    EXPECT_FALSE(CSThread().waitForThread());
-}
-
-TEST(CSThreadWait, LastsUntilTheRoutineHasReturned) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(waitForLeave, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    shared.mayEnd = true;
-    EXPECT_TRUE(thread.waitForThread());
-    EXPECT_TRUE(shared.hasEnded);
-}
-
-TEST(CSThreadWait, LeavesTheIdAsItWas) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(endAtOnce, &shared));
-    const pthread_t id = thread.getId();
-    ASSERT_TRUE(thread.waitForThread());
-    EXPECT_EQ(thread.getId(), id);
-    EXPECT_TRUE(thread.isActive());
-}
-
-TEST(CSThreadWait, ReturnsFalseWhenTheThreadWasJoinedBefore) {
-    Shared shared;
-    CSThread thread;
-    ASSERT_TRUE(thread.create(endAtOnce, &shared));
-    ASSERT_TRUE(thread.waitForThread());
-    EXPECT_FALSE(thread.waitForThread());
-}
-
-TEST(CSThreadDestruction, CancelsARunningThread) {
-    Shared shared;
-    auto thread = std::make_unique<CSThread>();
-    ASSERT_TRUE(thread->create(waitForCancellation, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    thread.reset();
-    EXPECT_TRUE(shared.waitForGone());
-    EXPECT_TRUE(shared.wasCancelled);
-}
-
-TEST(CSThreadDestruction, DoesNotWaitForTheThread) {
-    Shared shared;
-    auto thread = std::make_unique<CSThread>();
-    ASSERT_TRUE(thread->create(ignoreCancellation, &shared));
-    ASSERT_TRUE(shared.waitForSleep());
-    thread.reset();
-    EXPECT_FALSE(shared.hasEnded);
-    shared.mayEnd = true;
-    EXPECT_TRUE(shared.waitForGone());
-}
-
-TEST(CSThreadDestruction, LeavesAKilledThreadAlone) {
-    Shared shared;
-    {
-        CSThread thread;
-        ASSERT_TRUE(thread.create(ignoreCancellation, &shared));
-        ASSERT_TRUE(shared.waitForSleep());
-        thread.kill();
-    }
-    shared.mayEnd = true;
-    EXPECT_TRUE(shared.waitForGone());
+TEST_P(CSThreadCancellation, ReachesAThreadThatBlocksInASystemCall) {
+    startAndSleep(sleepInACall);
+    cancel();
+    EXPECT_TRUE(waitUntil([&] { return !exists(shared.task); }));
 }
 
 }  // namespace

@@ -3,120 +3,89 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
 
-#include "tests/comms/TaskStatus.h"
+#include "tests/support/Waiting.h"
 
 namespace com_tesk::test {
 namespace {
 
-TEST(CSUseCount, IsUnusedAtFirst) {
-    EXPECT_FALSE(CSUseCount().isInUse());
-}
+using Use = CSUseCount::Use;
 
-TEST(CSUseCount, IsInUseForTheScopeOfAUse) {
-    CSUseCount count;
-    {
-        const CSUseCount::Use use(count);
-        EXPECT_TRUE(count.isInUse());
+class CSUseCountTest : public testing::Test {
+  protected:
+    ~CSUseCountTest() override {
+        for (std::thread& waiter : waiters) {
+            waiter.join();
+        }
     }
-    EXPECT_FALSE(count.isInUse());
-}
 
-TEST(CSUseCount, IsInUseUntilTheLastUseEnds) {
-    CSUseCount count;
-    auto first = std::make_unique<CSUseCount::Use>(count);
-    auto second = std::make_unique<CSUseCount::Use>(count);
-    first.reset();
-    EXPECT_TRUE(count.isInUse());
-    second.reset();
-    EXPECT_FALSE(count.isInUse());
-}
+    std::unique_ptr<Use> use() { return std::make_unique<Use>(count); }
 
-TEST(CSUseCount, CountsAlsoThoseWhoComeAfterTheFirstHasLeft) {
+    void startToWait() {
+        waiters.emplace_back([this] {
+            count.waitForUsers();
+            ++ended;
+        });
+    }
+    bool hasAnyEnded() {
+        return waitUntil([this] { return ended > 0; }, std::chrono::milliseconds(50));
+    }
+    bool haveAllEnded() {
+        return waitUntil([this] { return ended == static_cast<int>(waiters.size()); });
+    }
+
     CSUseCount count;
-    auto first = std::make_unique<CSUseCount::Use>(count);
-    auto second = std::make_unique<CSUseCount::Use>(count);
-    auto third = std::make_unique<CSUseCount::Use>(count);
+    std::atomic<int> ended{0};
+    std::vector<std::thread> waiters;
+};
+
+TEST_F(CSUseCountTest, IsInUseUntilTheLastUseEnds) {
+    EXPECT_FALSE(count.isInUse());
+    count.waitForUsers();
+    auto first = use();
+    auto second = use();
+    auto third = use();
     first.reset();
-    auto fourth = std::make_unique<CSUseCount::Use>(count);
+    auto fourth = use();
     second.reset();
     third.reset();
     EXPECT_TRUE(count.isInUse());
     fourth.reset();
     EXPECT_FALSE(count.isInUse());
-    const CSUseCount::Use fifth(count);
+    const auto fifth = use();
     EXPECT_TRUE(count.isInUse());
 }
 
-TEST(CSUseCount, WaitReturnsAtOnceWhenNobodyIsCounted) {
-    CSUseCount count;
-    count.waitForUsers();
-    EXPECT_FALSE(count.isInUse());
-}
-
-TEST(CSUseCount, WaitLastsUntilTheLastUseEnds) {
-    CSUseCount count;
-    auto first = std::make_unique<CSUseCount::Use>(count);
-    auto second = std::make_unique<CSUseCount::Use>(count);
-    std::atomic<bool> isWaiting{false};
-    std::atomic<bool> hasWaited{false};
-    std::thread waiter([&] {
-        isWaiting = true;
-        count.waitForUsers();
-        hasWaited = true;
-    });
-    EXPECT_TRUE(eventually([&] { return isWaiting.load(); }));
-    EXPECT_FALSE(eventually([&] { return hasWaited.load(); }, std::chrono::milliseconds(50)));
+TEST_F(CSUseCountTest, TwoWaitsLastUntilTheLastUseEnds) {
+    auto first = use();
+    auto second = use();
+    startToWait();
+    startToWait();
+    EXPECT_FALSE(hasAnyEnded());
     first.reset();
-    EXPECT_FALSE(eventually([&] { return hasWaited.load(); }, std::chrono::milliseconds(50)));
+    EXPECT_FALSE(hasAnyEnded());
     second.reset();
-    EXPECT_TRUE(eventually([&] { return hasWaited.load(); }));
-    waiter.join();
+    EXPECT_TRUE(haveAllEnded());
 }
 
-TEST(CSUseCount, WaitIsNotProlongedByUsesThatBeginLater) {
-    CSUseCount count;
-    auto first = std::make_unique<CSUseCount::Use>(count);
-    std::atomic<bool> hasWaited{false};
-    std::thread waiter([&] {
-        count.waitForUsers();
-        hasWaited = true;
-    });
-    EXPECT_FALSE(eventually([&] { return hasWaited.load(); }, std::chrono::milliseconds(50)));
-    const CSUseCount::Use later(count);
+TEST_F(CSUseCountTest, WaitIsNotProlongedByUsesThatBeginLater) {
+    auto first = use();
+    startToWait();
+    EXPECT_FALSE(hasAnyEnded());
+    const auto later = use();
     first.reset();
-    EXPECT_TRUE(eventually([&] { return hasWaited.load(); }));
+    EXPECT_TRUE(haveAllEnded());
     EXPECT_TRUE(count.isInUse());
-    waiter.join();
 }
 
-TEST(CSUseCount, TwoWaitsAtOnceBothEnd) {
-    CSUseCount count;
-    auto first = std::make_unique<CSUseCount::Use>(count);
-    std::atomic<int> ended{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 2; ++i) {
-        waiters.emplace_back([&] {
-            count.waitForUsers();
-            ++ended;
-        });
-    }
-    EXPECT_FALSE(eventually([&] { return ended > 0; }, std::chrono::milliseconds(50)));
-    first.reset();
-    EXPECT_TRUE(eventually([&] { return ended == 2; }));
-    for (std::thread& waiter : waiters) {
-        waiter.join();
-    }
-}
-
-TEST(CSUseCount, NobodyUsesWhatWasTakenAway) {
+TEST_F(CSUseCountTest, NoThreadUsesAHandleThatWasWithdrawn) {
     constexpr int kRounds = 200;
-    CSUseCount count;
-    // Not 0: there is something to use. It stands for a descriptor.
-    std::atomic<int> thing{0};
+    // Stands for a descriptor; 0 is none.
+    std::atomic<int> handle{0};
     std::atomic<int> closed{0};
     std::atomic<bool> isOver{false};
     std::atomic<int> misuses{0};
@@ -124,21 +93,19 @@ TEST(CSUseCount, NobodyUsesWhatWasTakenAway) {
     for (int i = 0; i < 3; ++i) {
         users.emplace_back([&] {
             while (!isOver) {
-                const CSUseCount::Use use(count);
-                const int seen = thing;
+                const Use inUse(count);
+                const int seen = handle;
                 if (seen != 0) {
                     std::this_thread::yield();
-                    if (closed == seen) {
-                        ++misuses;
-                    }
+                    misuses += closed == seen ? 1 : 0;
                 }
             }
         });
     }
     for (int round = 1; round <= kRounds; ++round) {
-        thing = round;
+        handle = round;
         std::this_thread::yield();
-        thing = 0;
+        handle = 0;
         count.waitForUsers();
         closed = round;
     }

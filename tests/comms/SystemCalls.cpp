@@ -2,9 +2,7 @@
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -12,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstring>
 
 namespace com_tesk::test {
@@ -21,7 +18,7 @@ namespace {
 
 thread_local SystemCalls* current = nullptr;
 
-/// Takes the recorder away while a call is being written down, so that what that does is not recorded itself.
+/// Stops the recording while a call is recorded.
 class Pause {
   public:
     Pause() : paused(current) { current = nullptr; }
@@ -35,40 +32,42 @@ class Pause {
     SystemCalls* paused;
 };
 
-/// The system's own function behind the one of this program.
+/// Calls the system's own function. While a test records, it first records the line that `describe` returns, and
+/// gives the test's answer when there is one.
+template <typename Function, typename Describe, typename... Arguments>
+auto recorded(Function real, const Describe& describe, Arguments... arguments) {
+    if (current == nullptr) {
+        return real(arguments...);
+    }
+    const Pause pause;
+    const SystemCalls::Answer* const answer = pause.calls().record(describe(pause.calls()));
+    if (answer == nullptr) {
+        return real(arguments...);
+    }
+    errno = answer->error;
+    return static_cast<decltype(real(arguments...))>(answer->result);
+}
+
 template <typename Function>
 Function systemFunction(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-/// Answers in the system's place or calls it.
-template <typename Result, typename Call>
-Result answered(SystemCalls& calls, const std::string& line, Call call) {
-    const SystemCalls::Answer* const answer = calls.record(line);
-    if (answer == nullptr) {
-        return call();
-    }
-    errno = answer->error;
-    return static_cast<Result>(answer->result);
-}
-
 std::string nameOfOption(int level, int option) {
-    if (level == SOL_SOCKET) {
-        switch (option) {
-            case SO_RCVTIMEO:
-                return "SOL_SOCKET SO_RCVTIMEO";
-            case SO_SNDTIMEO:
-                return "SOL_SOCKET SO_SNDTIMEO";
-            case SO_SNDBUF:
-                return "SOL_SOCKET SO_SNDBUF";
-            case SO_RCVBUF:
-                return "SOL_SOCKET SO_RCVBUF";
-            default:
-                break;
+    struct Name {
+        int level;
+        int option;
+        const char* text;
+    };
+    constexpr Name kNames[] = {
+        {SOL_SOCKET, SO_RCVTIMEO, "SOL_SOCKET SO_RCVTIMEO"},   {SOL_SOCKET, SO_SNDTIMEO, "SOL_SOCKET SO_SNDTIMEO"},
+        {SOL_SOCKET, SO_SNDBUF, "SOL_SOCKET SO_SNDBUF"},       {SOL_SOCKET, SO_RCVBUF, "SOL_SOCKET SO_RCVBUF"},
+        {IPPROTO_TCP, TCP_NODELAY, "IPPROTO_TCP TCP_NODELAY"},
+    };
+    for (const Name& name : kNames) {
+        if (name.level == level && name.option == option) {
+            return name.text;
         }
-    }
-    if (level == IPPROTO_TCP && option == TCP_NODELAY) {
-        return "IPPROTO_TCP TCP_NODELAY";
     }
     return "level " + std::to_string(level) + " option " + std::to_string(option);
 }
@@ -97,9 +96,9 @@ std::string textOfAddress(const sockaddr* address, socklen_t length) {
     inet_ntop(AF_INET, &record.sin_addr, dotted, sizeof dotted);
     const bool isPadded = std::all_of(std::begin(record.sin_zero), std::end(record.sin_zero),
                                       [](unsigned char byte) { return byte == 0; });
-    return (record.sin_family == AF_INET ? std::string("AF_INET ")
-                                         : "family " + std::to_string(record.sin_family) + " ") +
-           dotted + ":" + std::to_string(ntohs(record.sin_port)) + (isPadded ? " padding=zero" : " padding=rubbish");
+    const std::string family = "family " + std::to_string(record.sin_family);
+    return (record.sin_family == AF_INET ? "AF_INET" : family) + " " + dotted + ":" +
+           std::to_string(ntohs(record.sin_port)) + (isPadded ? " padding=zero" : " padding=rubbish");
 }
 
 std::string nameOfSocketType(int type) {
@@ -107,21 +106,6 @@ std::string nameOfSocketType(int type) {
     const int kind = type & ~kFlags;
     return (kind == SOCK_STREAM ? std::string("SOCK_STREAM") : std::to_string(kind)) +
            ((type & SOCK_CLOEXEC) != 0 ? "|SOCK_CLOEXEC" : "") + ((type & SOCK_NONBLOCK) != 0 ? "|SOCK_NONBLOCK" : "");
-}
-
-std::string nameOfCommand(int command) {
-    switch (command) {
-        case F_GETFD:
-            return "F_GETFD";
-        case F_SETFD:
-            return "F_SETFD";
-        case F_GETFL:
-            return "F_GETFL";
-        case F_SETFL:
-            return "F_SETFL";
-        default:
-            return std::to_string(command);
-    }
 }
 
 std::string textOfAction(const struct sigaction* action) {
@@ -136,6 +120,13 @@ std::string textOfAction(const struct sigaction* action) {
     return text + (isEmpty ? " mask=empty" : " mask=filled") + " flags=" + std::to_string(action->sa_flags);
 }
 
+/// Returns a function that describes a call which transfers `count` bytes.
+auto transferOf(const char* call, int descriptor, std::size_t count) {
+    return [=](const SystemCalls& calls) {
+        return std::string(call) + " " + calls.nameOf(descriptor) + " " + std::to_string(count);
+    };
+}
+
 }  // namespace
 
 SystemCalls::SystemCalls() {
@@ -144,18 +135,6 @@ SystemCalls::SystemCalls() {
 
 SystemCalls::~SystemCalls() {
     current = nullptr;
-}
-
-void SystemCalls::answer(const std::string& part, int result, int error) {
-    answers.push_back({part, result, error});
-}
-
-void SystemCalls::before(const std::string& part, std::function<void()> action) {
-    actions.push_back({part, std::move(action)});
-}
-
-std::string SystemCalls::text() const {
-    return textOf("");
 }
 
 std::string SystemCalls::textOf(const std::string& part) const {
@@ -175,12 +154,10 @@ const SystemCalls::Answer* SystemCalls::record(const std::string& line) {
             action.action();
         }
     }
-    for (const Answer& answer : answers) {
-        if (line.find(answer.part) != std::string::npos) {
-            return &answer;
-        }
-    }
-    return nullptr;
+    const auto found = std::find_if(answers.begin(), answers.end(), [&line](const Answer& answer) {
+        return line.find(answer.part) != std::string::npos;
+    });
+    return found == answers.end() ? nullptr : &*found;
 }
 
 std::string SystemCalls::nameOf(int descriptor) const {
@@ -193,147 +170,91 @@ void SystemCalls::socketCreated(int descriptor) {
     numbers[descriptor] = created.size();
 }
 
-void SystemCalls::socketClosed(int descriptor) {
-    numbers.erase(descriptor);
-}
-
 }  // namespace com_tesk::test
 
-// The program's own socket calls stand in front of the system's, for the library inside it too.
+// These functions replace the system's, also for the library inside this program.
 
-using com_tesk::test::answered;
-using com_tesk::test::current;
-using com_tesk::test::Pause;
-using com_tesk::test::SystemCalls;
-using com_tesk::test::systemFunction;
+using namespace com_tesk::test;
 
 #define CSCLIENT_PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
 
 CSCLIENT_PROGRAM_WIDE int sigaction(int signal, const struct sigaction* action, struct sigaction* oldAction) noexcept {
     static const auto real = systemFunction<decltype(&sigaction)>("sigaction");
-    if (current == nullptr) {
-        return real(signal, action, oldAction);
-    }
-    const Pause pause;
-    const std::string line = "sigaction " + (signal == SIGPIPE ? std::string("SIGPIPE") : std::to_string(signal)) +
-                             " " + com_tesk::test::textOfAction(action) +
-                             (oldAction == nullptr ? " old=none" : " old=kept");
-    return answered<int>(pause.calls(), line, [&] { return real(signal, action, oldAction); });
+    const auto describe = [=](const SystemCalls& /*calls*/) {
+        return "sigaction " + (signal == SIGPIPE ? std::string("SIGPIPE") : std::to_string(signal)) + " " +
+               textOfAction(action) + (oldAction == nullptr ? " old=none" : " old=kept");
+    };
+    return recorded(real, describe, signal, action, oldAction);
 }
 
 CSCLIENT_PROGRAM_WIDE int socket(int domain, int type, int protocol) noexcept {
     static const auto real = systemFunction<decltype(&socket)>("socket");
-    if (current == nullptr) {
-        return real(domain, type, protocol);
-    }
-    const Pause pause;
-    const std::string line = "socket " + (domain == AF_INET ? std::string("AF_INET") : std::to_string(domain)) + " " +
-                             com_tesk::test::nameOfSocketType(type) + " " +
-                             (protocol == IPPROTO_TCP ? std::string("IPPROTO_TCP") : std::to_string(protocol));
-    const int descriptor = answered<int>(pause.calls(), line, [&] { return real(domain, type, protocol); });
-    if (descriptor >= 0) {
-        pause.calls().socketCreated(descriptor);
+    const auto describe = [=](const SystemCalls& /*calls*/) {
+        return "socket " + (domain == AF_INET ? std::string("AF_INET") : std::to_string(domain)) + " " +
+               nameOfSocketType(type) + " " +
+               (protocol == IPPROTO_TCP ? std::string("IPPROTO_TCP") : std::to_string(protocol));
+    };
+    const int descriptor = recorded(real, describe, domain, type, protocol);
+    if (current != nullptr && descriptor >= 0) {
+        current->socketCreated(descriptor);
     }
     return descriptor;
-}
-
-/// Its third argument is an int or a pointer; both arrive in a long.
-CSCLIENT_PROGRAM_WIDE int fcntl(int descriptor, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    const long argument = va_arg(arguments, long);
-    va_end(arguments);
-    static const auto real = systemFunction<decltype(&fcntl)>("fcntl");
-    if (current == nullptr) {
-        return real(descriptor, command, argument);
-    }
-    const Pause pause;
-    const std::string line = "fcntl " + pause.calls().nameOf(descriptor) + " " + com_tesk::test::nameOfCommand(command);
-    return answered<int>(pause.calls(), line, [&] { return real(descriptor, command, argument); });
 }
 
 CSCLIENT_PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value,
                                      socklen_t length) noexcept {
     static const auto real = systemFunction<decltype(&setsockopt)>("setsockopt");
-    if (current == nullptr) {
-        return real(descriptor, level, option, value, length);
-    }
-    const Pause pause;
-    const std::string line = "setsockopt " + pause.calls().nameOf(descriptor) + " " +
-                             com_tesk::test::nameOfOption(level, option) + " " +
-                             com_tesk::test::textOfValue(value, length);
-    return answered<int>(pause.calls(), line, [&] { return real(descriptor, level, option, value, length); });
+    const auto describe = [=](const SystemCalls& calls) {
+        return "setsockopt " + calls.nameOf(descriptor) + " " + nameOfOption(level, option) + " " +
+               textOfValue(value, length);
+    };
+    return recorded(real, describe, descriptor, level, option, value, length);
 }
 
 CSCLIENT_PROGRAM_WIDE int getsockopt(int descriptor, int level, int option, void* value, socklen_t* length) noexcept {
     static const auto real = systemFunction<decltype(&getsockopt)>("getsockopt");
-    if (current == nullptr || level != IPPROTO_TCP || option != TCP_INFO || current->pretendedTcpInfo() == nullptr) {
+    if (current == nullptr || level != IPPROTO_TCP || option != TCP_INFO || !current->pretendedTcpInfo()) {
         return real(descriptor, level, option, value, length);
     }
-    std::memcpy(value, current->pretendedTcpInfo(), *length);
+    std::memcpy(value, &*current->pretendedTcpInfo(), *length);
     return 0;
 }
 
 CSCLIENT_PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
     static const auto real = systemFunction<decltype(&connect)>("connect");
-    if (current == nullptr) {
-        return real(descriptor, address, length);
-    }
-    const Pause pause;
-    const std::string line =
-        "connect " + pause.calls().nameOf(descriptor) + " " + com_tesk::test::textOfAddress(address, length);
-    return answered<int>(pause.calls(), line, [&] { return real(descriptor, address, length); });
+    const auto describe = [=](const SystemCalls& calls) {
+        return "connect " + calls.nameOf(descriptor) + " " + textOfAddress(address, length);
+    };
+    return recorded(real, describe, descriptor, address, length);
 }
 
 CSCLIENT_PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
     static const auto real = systemFunction<decltype(&read)>("read");
-    if (current == nullptr) {
-        return real(descriptor, buffer, count);
-    }
-    const Pause pause;
-    const std::string line = "read " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
-    return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count); });
+    return recorded(real, transferOf("read", descriptor, count), descriptor, buffer, count);
 }
 
 CSCLIENT_PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
     static const auto real = systemFunction<decltype(&write)>("write");
-    if (current == nullptr) {
-        return real(descriptor, buffer, count);
-    }
-    const Pause pause;
-    const std::string line = "write " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
-    return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count); });
+    return recorded(real, transferOf("write", descriptor, count), descriptor, buffer, count);
 }
 
 CSCLIENT_PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
     static const auto real = systemFunction<decltype(&recv)>("recv");
-    if (current == nullptr) {
-        return real(descriptor, buffer, count, flags);
-    }
-    const Pause pause;
-    const std::string line = "recv " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
-    return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
+    return recorded(real, transferOf("recv", descriptor, count), descriptor, buffer, count, flags);
 }
 
 CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
     static const auto real = systemFunction<decltype(&send)>("send");
-    if (current == nullptr) {
-        return real(descriptor, buffer, count, flags);
-    }
-    const Pause pause;
-    const std::string line = "send " + pause.calls().nameOf(descriptor) + " " + std::to_string(count);
-    return answered<ssize_t>(pause.calls(), line, [&] { return real(descriptor, buffer, count, flags); });
+    return recorded(real, transferOf("send", descriptor, count), descriptor, buffer, count, flags);
 }
 
 CSCLIENT_PROGRAM_WIDE int shutdown(int descriptor, int how) noexcept {
     static const auto real = systemFunction<decltype(&shutdown)>("shutdown");
-    if (current == nullptr) {
-        return real(descriptor, how);
-    }
-    const Pause pause;
-    const std::string line = "shutdown " + pause.calls().nameOf(descriptor) + " " +
-                             (how == SHUT_RDWR ? std::string("SHUT_RDWR") : std::to_string(how));
-    return answered<int>(pause.calls(), line, [&] { return real(descriptor, how); });
+    const auto describe = [=](const SystemCalls& calls) {
+        return "shutdown " + calls.nameOf(descriptor) + " " +
+               (how == SHUT_RDWR ? std::string("SHUT_RDWR") : std::to_string(how));
+    };
+    return recorded(real, describe, descriptor, how);
 }
 
 CSCLIENT_PROGRAM_WIDE int close(int descriptor) {
@@ -342,8 +263,7 @@ CSCLIENT_PROGRAM_WIDE int close(int descriptor) {
         return real(descriptor);
     }
     const Pause pause;
-    const std::string name = pause.calls().nameOf(descriptor);
-    const SystemCalls::Answer* const answer = pause.calls().record("close " + name);
+    const SystemCalls::Answer* const answer = pause.calls().record("close " + pause.calls().nameOf(descriptor));
     pause.calls().socketClosed(descriptor);
     const int result = real(descriptor);
     if (answer != nullptr) {

@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 
 #include "comms/CSThread.h"
 #include "tests/comms/TaskStatus.h"
+#include "tests/support/Waiting.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define CSCLIENT_TESTS_ADDRESS_SANITIZER
@@ -21,7 +23,7 @@ extern "C" void __asan_handle_no_return();
 
 namespace com_tesk::test {
 
-/// What a test and the routine of a thread tell each other. It must outlive the thread.
+/// The state that a test and the routine of a thread share. It must outlive the thread.
 struct Shared {
     std::atomic<pid_t> task{0};
     std::atomic<int> starts{0};
@@ -30,17 +32,15 @@ struct Shared {
     std::atomic<bool> wasCancelled{false};
 
     bool waitForStart() const {
-        return eventually([this] { return task != 0; });
+        return waitUntil([this] { return task != 0; });
     }
-
-    /// Whether the thread sleeps in its routine: there a cancellation finds it.
+    /// Waits until the thread sleeps in its routine, where a cancellation takes effect.
     bool waitForSleep() const {
-        return waitForStart() && eventually([this] { return isAsleep(task); });
+        return waitUntil([this] { return task != 0 && isAsleep(task); });
     }
-
-    /// Whether the routine has ended and the system has taken the thread back.
+    /// Waits until the routine has ended and the system has removed the thread.
     bool waitForGone() const {
-        return eventually([this] { return hasEnded && !exists(task); });
+        return waitUntil([this] { return hasEnded && !exists(task); });
     }
 };
 
@@ -49,7 +49,6 @@ inline void noteStart(Shared& shared) {
     shared.task = thisTask();
 }
 
-/// Ends at once.
 inline void* endAtOnce(void* argument) {
     Shared& shared = *static_cast<Shared*>(argument);
     noteStart(shared);
@@ -57,8 +56,8 @@ inline void* endAtOnce(void* argument) {
     return nullptr;
 }
 
-/// Sleeps in steps until it may end. Cancellation takes effect between the steps: a thread that is cancelled inside a
-/// call has left ThreadSanitizer's sight for the rest of its life.
+/// Sleeps in steps until it may end. A cancellation takes effect between the steps, because ThreadSanitizer loses sight
+/// of a thread that is cancelled inside a call.
 inline void* waitForLeave(void* argument) {
     Shared& shared = *static_cast<Shared*>(argument);
     noteStart(shared);
@@ -73,18 +72,18 @@ inline void* waitForLeave(void* argument) {
     return nullptr;
 }
 
-/// To be called while a cancelled thread ends: nothing else tells AddressSanitizer that its frames are dead.
-inline void forgetDeadFrames() {
+/// Tells AddressSanitizer that the frames of a cancelled thread are dead. Call it while the thread ends.
+inline void dropDeadFrames() {
 #ifdef CSCLIENT_TESTS_ADDRESS_SANITIZER
     __asan_handle_no_return();
 #endif
 }
 
-/// As `waitForLeave`, and notes when it is cancelled.
+/// As `waitForLeave`, and records a cancellation.
 inline void* waitForCancellation(void* argument) {
     pthread_cleanup_push(
         [](void* cancelled) {
-            forgetDeadFrames();
+            dropDeadFrames();
             static_cast<Shared*>(cancelled)->wasCancelled = true;
             static_cast<Shared*>(cancelled)->hasEnded = true;
         },
@@ -94,11 +93,37 @@ inline void* waitForCancellation(void* argument) {
     return nullptr;
 }
 
-/// As `waitForLeave`, deaf to cancellation.
+/// As `waitForLeave`, but cannot be cancelled.
 inline void* ignoreCancellation(void* argument) {
     int previous = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
     return waitForLeave(argument);
 }
+
+/// Makes the system refuse new threads in its scope: the default size of their stacks is more than there is.
+class NoStacks {
+  public:
+    NoStacks() {
+        pthread_getattr_default_np(&previous);
+        pthread_attr_t huge;
+        pthread_getattr_default_np(&huge);
+        pthread_attr_setstacksize(&huge, kHugeSize);
+        pthread_setattr_default_np(&huge);
+        pthread_attr_destroy(&huge);
+    }
+    NoStacks(const NoStacks&) = delete;
+    NoStacks& operator=(const NoStacks&) = delete;
+    ~NoStacks() {
+        pthread_setattr_default_np(&previous);
+        pthread_attr_destroy(&previous);
+    }
+
+  private:
+    /// Seven eighths of 32 bits are not free in one piece; a quarter of 64 bits is more than processors address.
+    static constexpr std::size_t kHugeSize =
+        sizeof(std::size_t) > 4 ? std::size_t{1} << (sizeof(std::size_t) * 8 - 2) : std::size_t{0xE0000000U};
+
+    pthread_attr_t previous;
+};
 
 }  // namespace com_tesk::test

@@ -2,107 +2,80 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
-#include "tests/comms/OpenTransport.h"
+#include "tests/comms/BufferedPair.h"
 
 namespace com_tesk::test {
 namespace {
 
-/// The four bytes in the order in which they lie in memory.
-std::string bytesOf(std::uint32_t address) {
+/// Returns the four bytes in the order in which they are in memory.
+std::string bytesOfAddress(std::uint32_t address) {
     Bytes bytes(sizeof address);
     std::memcpy(bytes.data(), &address, sizeof address);
     return hexText(bytes);
 }
 
-/// A transport that only writes down what it is asked to open.
-class AskedTransport : public CSCommsInterfaceTCP {
+/// A transport that only records what it is asked to open.
+class RecordingTransport : public CSCommsInterfaceTCP {
   public:
-    explicit AskedTransport(bool givenResult) : CSCommsInterfaceTCP(Options()), result(givenResult) {}
+    explicit RecordingTransport(bool givenResult) : CSCommsInterfaceTCP(Options()), result(givenResult) {}
 
     using CSCommsInterfaceTCP::openConnection;
     bool openConnection(unsigned int address, unsigned int port) override {
-        askedAddress = address;
-        askedPort = port;
-        ++asked;
+        openings.emplace_back(bytesOfAddress(address), port);
         return result;
     }
 
-    bool result;
-    int asked = 0;
-    unsigned int askedAddress = 0;
-    unsigned int askedPort = 0;
+    const bool result;
+    std::vector<std::pair<std::string, unsigned int>> openings;
 };
 
-TEST(TransportAddressFromText, HasTheFirstNumberAtTheLowestAddress) {
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("10.1.2.3")), "0A 01 02 03");
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("127.0.0.1")), "7F 00 00 01");
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("0.0.0.0")), "00 00 00 00");
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("192.168.255.254")), "C0 A8 FF FE");
-}
-
-TEST(TransportAddressFromText, IsAllOnesForTextThatIsNoAddress) {
-    for (const char* text : {"", "host", "1.2.3.256", "1.2.3.4.5", "1.2.3.x", "1.2.3.4x", "-1.2.3.4"}) {
-        EXPECT_EQ(CSCommsInterfaceTCP::convertIPAddressToOctet(text), 0xFFFFFFFFU) << '"' << text << '"';
+TEST(TransportAddressFromText, HasTheFirstNumberAtTheLowestAddressOrIsAllOnes) {
+    constexpr std::pair<const char*, const char*> kRows[] = {
+        {"10.1.2.3", "0A 01 02 03"},
+        {"127.0.0.1", "7F 00 00 01"},
+        {"0.0.0.0", "00 00 00 00"},
+        {"192.168.255.254", "C0 A8 FF FE"},
+        {"255.255.255.255", "FF FF FF FF"},
+        // Forms that the system's own conversion accepts.
+        {"127.1", "7F 00 00 01"},
+        {"0x7f.0.0.010", "7F 00 00 08"},
+        // All ones for text that is no address.
+        {"", "FF FF FF FF"},
+        {"host", "FF FF FF FF"},
+        {"1.2.3.256", "FF FF FF FF"},
+        {"1.2.3.4.5", "FF FF FF FF"},
+        {"1.2.3.x", "FF FF FF FF"},
+        {"1.2.3.4x", "FF FF FF FF"},
+        {"-1.2.3.4", "FF FF FF FF"},
+    };
+    for (const auto& [text, bytes] : kRows) {
+        EXPECT_EQ(bytesOfAddress(CSCommsInterfaceTCP::convertIPAddressToOctet(text)), bytes) << text;
     }
-}
-
-TEST(TransportAddressFromText, TakesWhatTheSystemTakes) {
-    // Fewer numbers, hexadecimal and octal ones: forms that the system's own conversion knows.
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("127.1")), "7F 00 00 01");
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("0x7f.0.0.010")), "7F 00 00 08");
-    EXPECT_EQ(bytesOf(CSCommsInterfaceTCP::convertIPAddressToOctet("255.255.255.255")), "FF FF FF FF");
 }
 
 TEST(TransportAddressToText, TakesTheLeastSignificantByteFirst) {
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(0x0100007FU), "127.0.0.1");
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(0x04030201U), "1.2.3.4");
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(0x0302010AU), "10.1.2.3");
-}
-
-TEST(TransportAddressToText, ReachesBothLimits) {
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(0U), "0.0.0.0");
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(0xFFFFFFFFU), "255.255.255.255");
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(0x80FF6409U), "9.100.255.128");
-}
-
-TEST(TransportAddressToText, UndoesTheConversionFromTextOnALittleEndianMachine) {
     ASSERT_EQ(htons(1), 0x0100) << "the machine is not little-endian";
     const std::uint32_t address = CSCommsInterfaceTCP::convertIPAddressToOctet("10.1.2.3");
     EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(address), "10.1.2.3");
 }
 
-TEST(TransportOpenByText, AsksTheNumericFormForTheSameAddressAndPort) {
-    AskedTransport transport(true);
-    transport.openConnection("127.0.0.1", 4711);
-    EXPECT_EQ(transport.asked, 1);
-    EXPECT_EQ(bytesOf(transport.askedAddress), "7F 00 00 01");
-    EXPECT_EQ(transport.askedPort, 4711U);
-}
-
-TEST(TransportOpenByText, PassesALargePortOnUncut) {
-    AskedTransport transport(true);
-    transport.openConnection("127.0.0.1", 70'000);
-    EXPECT_EQ(transport.askedPort, 70'000U);
-}
-
-TEST(TransportOpenByText, ReturnsTheResultOfTheNumericForm) {
-    EXPECT_TRUE(AskedTransport(true).openConnection("127.0.0.1", 1));
-    EXPECT_FALSE(AskedTransport(false).openConnection("127.0.0.1", 1));
-}
-
-TEST(TransportOpenByText, PassesTextThatIsNoAddressOnAsAllOnes) {
-    AskedTransport transport(true);
-    EXPECT_TRUE(transport.openConnection("no address", 1));
-    EXPECT_EQ(transport.asked, 1);
-    EXPECT_EQ(transport.askedAddress, 0xFFFFFFFFU);
-}
-
-TEST(TransportOpenByText, Connects) {
-    ScriptedHost host;
-    VisibleTransport transport;
-    EXPECT_TRUE(transport.openConnection("127.0.0.1", host.port()));
-    EXPECT_NE(host.accept(), nullptr);
+TEST(TransportOpenByText, PassesAddressAndPortToTheNumericFormAndReturnsItsResult) {
+    for (const bool result : {false, true}) {
+        RecordingTransport transport(result);
+        EXPECT_EQ(transport.openConnection("127.0.0.1", 4711), result);
+        EXPECT_EQ(transport.openConnection("127.0.0.1", 70'000), result);
+        EXPECT_EQ(transport.openConnection("no address", 1), result);
+        const decltype(transport.openings) expected{{"7F 00 00 01", 4711}, {"7F 00 00 01", 70'000}, {"FF FF FF FF", 1}};
+        EXPECT_EQ(transport.openings, expected);
+    }
 }
 
 }  // namespace

@@ -1,137 +1,57 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
 
 #include <cerrno>
-#include <csignal>
-#include <memory>
 #include <type_traits>
+#include <utility>
 
-#include "tests/comms/OpenTransport.h"
 #include "tests/comms/SystemCalls.h"
+#include "tests/comms/Transports.h"
 #include "tests/support/CapturedStreams.h"
 
 namespace com_tesk::test {
 namespace {
 
-static_assert(std::is_base_of<CSCommsInterface, CSCommsInterfaceTCP>::value, "it is a transport");
-static_assert(std::is_abstract<CSCommsInterface>::value, "the interface has no transport of its own");
-static_assert(std::has_virtual_destructor<CSCommsInterface>::value, "may be deleted through the interface");
-static_assert(std::is_same<decltype(CSCommsInterfaceTCP::Options::receiveBufferSize), std::uint32_t>::value &&
-                  std::is_same<decltype(CSCommsInterfaceTCP::Options::sendBufferSize), std::uint32_t>::value,
-              "buffer sizes have 32 bits");
+static_assert(std::is_base_of_v<CSCommsInterface, CSCommsInterfaceTCP>, "it is a transport");
+static_assert(std::is_abstract_v<CSCommsInterface>, "the interface has no transport of its own");
+static_assert(std::has_virtual_destructor_v<CSCommsInterface>, "may be deleted through the interface");
+static_assert(std::is_same_v<decltype(Options::receiveBufferSize), std::uint32_t>, "buffer sizes have 32 bits");
+static_assert(std::is_same_v<decltype(Options::sendBufferSize), std::uint32_t>, "buffer sizes have 32 bits");
 
-CSCommsInterfaceTCP::Options optionsOf(std::uint32_t receiveBufferSize, std::uint32_t sendBufferSize) {
-    CSCommsInterfaceTCP::Options options;
-    options.receiveBufferSize = receiveBufferSize;
-    options.sendBufferSize = sendBufferSize;
-    return options;
-}
+constexpr char kCreation[] = "socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP\n";
 
-/// The calls of an opening without buffer sizes, up to the connect.
-std::string preparation(const std::string& socketName) {
-    return "sigaction SIGPIPE SIG_IGN mask=empty flags=0 old=none\n"
-           "socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP\n"
-           "setsockopt " +
-           socketName +
-           " SOL_SOCKET SO_RCVTIMEO 1 s 0 us\n"
-           "setsockopt " +
-           socketName +
-           " SOL_SOCKET SO_SNDTIMEO 30 s 0 us\n"
-           "setsockopt " +
-           socketName + " IPPROTO_TCP TCP_NODELAY 1\n";
-}
+class TransportOpening : public BothTransports {};
 
-/// The line of the connect of an opening towards this port, which does not take place.
-std::string connectLine(unsigned int port, unsigned int address = ScriptedHost::address()) {
-    VisibleTransport transport;
-    SystemCalls calls;
-    calls.fail("connect", ECONNREFUSED);
-    EXPECT_FALSE(transport.openConnection(address, port));
-    return calls.textOf("connect");
-}
+INSTANTIATE_TEST_SUITE_P(Of, TransportOpening, testing::Bool(), nameOfTransport);
 
-TEST(TransportOpening, HasNoSocketBefore) {
-    EXPECT_EQ(VisibleTransport().descriptor(), -1);
-}
-
-TEST(TransportOpening, ConnectsToTheHost) {
-    ScriptedHost host;
-    VisibleTransport transport;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
+TEST_P(TransportOpening, ConnectsByNumberAndByTextAndPrintsNothing) {
+    const CapturedStreams streams;
+    EXPECT_EQ(descriptor(), -1);
+    connect();
+    EXPECT_GE(descriptor(), 0);
+    EXPECT_TRUE(transport->openConnection("127.0.0.1", host.port() + 0x10000)) << "only the low 16 bits count";
     EXPECT_NE(host.accept(), nullptr);
-    EXPECT_GE(transport.descriptor(), 0);
+    EXPECT_EQ(streams.out() + streams.err(), "");
 }
 
-TEST(TransportOpening, MakesItsCallsInOrder) {
-    ScriptedHost host;
-    VisibleTransport transport;
+TEST_P(TransportOpening, CreatesABlockingSocketThatProgramsDoNotInherit) {
     SystemCalls calls;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.text(),
-              preparation("#1") + "connect #1 AF_INET 127.0.0.1:" + std::to_string(host.port()) + " padding=zero\n");
+    EXPECT_TRUE(open());
+    EXPECT_EQ(calls.textOf("socket AF"), kCreation);
+    EXPECT_EQ(fcntl(descriptor(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(descriptor(), F_GETFL) & O_NONBLOCK, 0);
 }
 
-TEST(TransportOpening, MakesNoBufferSizeCallWhenBothSizesAreZero) {
-    ScriptedHost host;
-    VisibleTransport transport(optionsOf(0, 0));
-    SystemCalls calls;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.textOf("SO_SNDBUF") + calls.textOf("SO_RCVBUF"), "");
-}
-
-TEST(TransportOpening, SetsTheSendBufferBeforeTheReceiveBufferAndBothBeforeConnecting) {
-    ScriptedHost host;
-    VisibleTransport transport(optionsOf(20'000, 10'000));
-    SystemCalls calls;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.text(), preparation("#1") +
-                                "setsockopt #1 SOL_SOCKET SO_SNDBUF 10000\n"
-                                "setsockopt #1 SOL_SOCKET SO_RCVBUF 20000\n"
-                                "connect #1 AF_INET 127.0.0.1:" +
-                                std::to_string(host.port()) + " padding=zero\n");
-}
-
-TEST(TransportOpening, SetsTheSendBufferAlone) {
-    ScriptedHost host;
-    VisibleTransport transport(optionsOf(0, 1));
-    SystemCalls calls;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.textOf("BUF"), "setsockopt #1 SOL_SOCKET SO_SNDBUF 1\n");
-}
-
-TEST(TransportOpening, SetsTheReceiveBufferAlone) {
-    ScriptedHost host;
-    VisibleTransport transport(optionsOf(1, 0));
-    SystemCalls calls;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.textOf("BUF"), "setsockopt #1 SOL_SOCKET SO_RCVBUF 1\n");
-}
-
-TEST(TransportOpening, HandsTheLargestBufferSizesOverAsTheyAre) {
-    VisibleTransport transport(optionsOf(0xFFFFFFFFU, 0xFFFFFFFEU));
-    SystemCalls calls;
-    calls.answer("BUF", 0, 0);
-    calls.fail("connect", ECONNREFUSED);
-    EXPECT_FALSE(transport.openConnection(ScriptedHost::address(), 1));
-    EXPECT_EQ(calls.textOf("BUF"),
-              "setsockopt #1 SOL_SOCKET SO_SNDBUF 4294967294\n"
-              "setsockopt #1 SOL_SOCKET SO_RCVBUF 4294967295\n");
-}
-
-TEST(TransportOpening, LeavesTheOptionsOnTheSocket) {
-    OpenTransport open;
+TEST_P(TransportOpening, LeavesTheOptionsOnTheSocket) {
+    connect();
     timeval receiveTimeout{};
     timeval sendTimeout{};
     int noDelay = 0;
     socklen_t length = sizeof receiveTimeout;
-    ASSERT_EQ(getsockopt(open.transport.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &receiveTimeout, &length), 0);
-    length = sizeof sendTimeout;
-    ASSERT_EQ(getsockopt(open.transport.descriptor(), SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, &length), 0);
+    ASSERT_EQ(getsockopt(descriptor(), SOL_SOCKET, SO_RCVTIMEO, &receiveTimeout, &length), 0);
+    ASSERT_EQ(getsockopt(descriptor(), SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, &length), 0);
     length = sizeof noDelay;
-    ASSERT_EQ(getsockopt(open.transport.descriptor(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &length), 0);
+    ASSERT_EQ(getsockopt(descriptor(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &length), 0);
     EXPECT_EQ(receiveTimeout.tv_sec, 1);
     EXPECT_EQ(receiveTimeout.tv_usec, 0);
     EXPECT_EQ(sendTimeout.tv_sec, 30);
@@ -139,43 +59,104 @@ TEST(TransportOpening, LeavesTheOptionsOnTheSocket) {
     EXPECT_EQ(noDelay, 1);
 }
 
-TEST(TransportOpening, KeepsTheSocketFromProgramsThatTheApplicationStarts) {
-    OpenTransport open;
-    EXPECT_EQ(fcntl(open.transport.descriptor(), F_GETFD), FD_CLOEXEC);
+TEST_P(TransportOpening, SetsTheBufferSizesThatAreNotZeroBeforeConnecting) {
+    const std::string send = "setsockopt #1 SOL_SOCKET SO_SNDBUF ";
+    const std::string receive = "setsockopt #1 SOL_SOCKET SO_RCVBUF ";
+    const std::string connection = "connect #1 AF_INET 127.0.0.1:1 padding=zero\n";
+    const std::pair<Options, std::string> rows[] = {
+        {bufferSizes(0, 0), ""},
+        {bufferSizes(1, 0), send + "1\n"},
+        {bufferSizes(0, 1), receive + "1\n"},
+        {bufferSizes(10'000, 20'000), send + "10000\n" + receive + "20000\n"},
+        {bufferSizes(0xFFFFFFFEU, 0xFFFFFFFFU), send + "4294967294\n" + receive + "4294967295\n"},
+    };
+    for (const auto& [options, expected] : rows) {
+        transport->setOptions(options);
+        SystemCalls calls;
+        calls.answer("BUF", 0, 0);
+        calls.fail("connect", ECONNREFUSED);
+        EXPECT_FALSE(transport->openConnection(ScriptedHost::address(), 1));
+        EXPECT_EQ(calls.textOf("BUF"), expected);
+        const std::size_t end = calls.text().find(connection);
+        ASSERT_NE(end, std::string::npos);
+        EXPECT_EQ(calls.text().find("BUF", end), std::string::npos);
+    }
 }
 
-TEST(TransportOpening, NewOptionsTakeEffectAtTheNextOpening) {
-    ScriptedHost host;
-    VisibleTransport transport(optionsOf(0, 10'000));
-    SystemCalls calls;
-    ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    transport.setOptions(optionsOf(30'000, 0));
-    EXPECT_EQ(calls.textOf("BUF"), "setsockopt #1 SOL_SOCKET SO_SNDBUF 10000\n");
-    ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.textOf("BUF"),
-              "setsockopt #1 SOL_SOCKET SO_SNDBUF 10000\n"
-              "setsockopt #2 SOL_SOCKET SO_RCVBUF 30000\n");
+TEST_P(TransportOpening, EndsTheOldConnection) {
+    connect();
+    const auto old = std::move(peer);
+    connect();
+    EXPECT_TRUE(old->waitForEnd());
+    EXPECT_TRUE(peer->isQuietFor(milliseconds(50)));
 }
 
-TEST(TransportOpening, ClosesTheOldSocketFirst) {
+TEST_P(TransportOpening, LeavesNoSocketBehindWhenTheHostRefuses) {
+    const CapturedStreams streams;
+    const unsigned int port = refusingPort();
+    {
+        SystemCalls calls;
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_FALSE(transport->openConnection(ScriptedHost::address(), port));
+            EXPECT_EQ(descriptor(), -1);
+        }
+        EXPECT_EQ(calls.textOf("socket AF"), std::string(kCreation) + kCreation + kCreation) << "one attempt each";
+        EXPECT_EQ(calls.textOf("close #"), "close #1\nclose #2\nclose #3\n");
+    }
+    EXPECT_EQ(transport->close(), -1);
+    EXPECT_EQ(readOnce(*transport, 1).error, EBADF);
+    EXPECT_EQ(transport->writeMessage(messageOf("01")), -1);
+    EXPECT_EQ(streams.out() + streams.err(), "");
+    connect();
+}
+
+TEST_P(TransportOpening, UsesTheAddressAndTheLowSixteenBitsOfThePort) {
+    struct Row {
+        unsigned int address;
+        unsigned int port;
+        const char* text;
+    };
+    const unsigned int loopback = ScriptedHost::address();
+    const Row rows[] = {
+        {loopback, 55'580, "127.0.0.1:55580"},
+        {loopback, 65'535, "127.0.0.1:65535"},
+        {loopback, 258, "127.0.0.1:258"},
+        {loopback, 0, "127.0.0.1:0"},
+        {loopback, 65'536, "127.0.0.1:0"},
+        {loopback, 65'537, "127.0.0.1:1"},
+        {loopback, 70'000, "127.0.0.1:4464"},
+        {loopback, 0xFFFFFFFFU, "127.0.0.1:65535"},
+        {htonl(0x7F010203U), 1, "127.1.2.3:1"},
+        {0xFFFFFFFFU, 1, "255.255.255.255:1"},
+        {0, 1, "0.0.0.0:1"},
+    };
+    for (const Row& row : rows) {
+        SystemCalls calls;
+        calls.fail("connect", ECONNREFUSED);
+        EXPECT_FALSE(transport->openConnection(row.address, row.port));
+        EXPECT_EQ(calls.textOf("connect"), std::string("connect #1 AF_INET ") + row.text + " padding=zero\n");
+    }
+}
+
+// The standard transport only.
+
+/// Returns the calls of an opening of the standard transport without buffer sizes.
+std::string openingCalls(const std::string& socketName, unsigned int port) {
+    return std::string("sigaction SIGPIPE SIG_IGN mask=empty flags=0 old=none\n") + kCreation + "setsockopt " +
+           socketName + " SOL_SOCKET SO_RCVTIMEO 1 s 0 us\nsetsockopt " + socketName +
+           " SOL_SOCKET SO_SNDTIMEO 30 s 0 us\nsetsockopt " + socketName + " IPPROTO_TCP TCP_NODELAY 1\nconnect " +
+           socketName + " AF_INET 127.0.0.1:" + std::to_string(port) + " padding=zero\n";
+}
+
+TEST(StandardOpening, MakesItsCallsInOrderAndClosesTheOldSocketFirst) {
     ScriptedHost host;
     VisibleTransport transport;
     SystemCalls calls;
-    ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    const std::size_t before = calls.text().size();
-    ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-    EXPECT_EQ(calls.text().substr(before), "shutdown #1 SHUT_RDWR\nclose #1\n" + preparation("#2") +
-                                               "connect #2 AF_INET 127.0.0.1:" + std::to_string(host.port()) +
-                                               " padding=zero\n");
-}
-
-TEST(TransportOpening, EndsTheOldConnection) {
-    OpenTransport open;
-    ASSERT_TRUE(open.transport.openConnection(ScriptedHost::address(), open.host.port()));
-    EXPECT_TRUE(open.peer->waitForEnd());
-    const auto secondPeer = open.host.accept();
-    ASSERT_NE(secondPeer, nullptr);
-    EXPECT_TRUE(secondPeer->isQuietFor(std::chrono::milliseconds(50)));
+    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
+    const std::string first = openingCalls("#1", host.port());
+    EXPECT_EQ(calls.text(), first);
+    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
+    EXPECT_EQ(calls.text(), first + "shutdown #1 SHUT_RDWR\nclose #1\n" + openingCalls("#2", host.port()));
 }
 
 struct CountingTransport : VisibleTransport {
@@ -186,105 +167,43 @@ struct CountingTransport : VisibleTransport {
     int closes = 0;
 };
 
-TEST(TransportOpening, ClosesThroughTheVirtualOperation) {
-    CountingTransport transport;
+TEST(StandardOpening, ClosesThroughTheVirtualOperationAlsoAfterAFailure) {
     ScriptedHost host;
+    CountingTransport transport;
     ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
     EXPECT_EQ(transport.closes, 1);
     ASSERT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
     EXPECT_EQ(transport.closes, 2);
-}
-
-TEST(TransportOpening, ClosesThroughTheVirtualOperationAfterAFailureToo) {
     for (const char* failing : {"SO_RCVTIMEO", "connect"}) {
-        CountingTransport transport;
+        const CapturedStreams streams;
         SystemCalls calls;
         calls.fail(failing, EPERM);
-        const CapturedStreams streams;
+        transport.closes = 0;
         EXPECT_FALSE(transport.openConnection(ScriptedHost::address(), 1));
         EXPECT_EQ(transport.closes, 2) << failing;
     }
 }
 
-TEST(TransportOpening, LeavesNoSocketBehindWhenTheHostRefuses) {
-    VisibleTransport transport;
-    SystemCalls calls;
-    EXPECT_FALSE(transport.openConnection(ScriptedHost::address(), refusingPort()));
-    EXPECT_EQ(calls.textOf("close #1"), "close #1\n");
-    EXPECT_EQ(transport.descriptor(), -1);
-    EXPECT_EQ(transport.close(), -1);
-}
-
-TEST(TransportOpening, CanBeTriedAgainAfterARefusal) {
-    VisibleTransport transport;
-    ASSERT_FALSE(transport.openConnection(ScriptedHost::address(), refusingPort()));
-    ScriptedHost host;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-}
-
-TEST(TransportOpening, PrintsNothingWhenItSucceeds) {
-    const CapturedStreams streams;
-    const OpenTransport open;
-    EXPECT_EQ(streams.out(), "");
-    EXPECT_EQ(streams.err(), "");
-}
-
-TEST(TransportPort, OfAnyLegalNumberIsUsedAsItIs) {
-    EXPECT_EQ(connectLine(55580), "connect #1 AF_INET 127.0.0.1:55580 padding=zero\n");
-    EXPECT_EQ(connectLine(65535), "connect #1 AF_INET 127.0.0.1:65535 padding=zero\n");
-    EXPECT_EQ(connectLine(258), "connect #1 AF_INET 127.0.0.1:258 padding=zero\n");
-    EXPECT_EQ(connectLine(0), "connect #1 AF_INET 127.0.0.1:0 padding=zero\n");
-}
-
-TEST(TransportPort, AboveThatIsCutToItsLowSixteenBits) {
-    EXPECT_EQ(connectLine(65536), "connect #1 AF_INET 127.0.0.1:0 padding=zero\n");
-    EXPECT_EQ(connectLine(65537), "connect #1 AF_INET 127.0.0.1:1 padding=zero\n");
-    EXPECT_EQ(connectLine(70'000), "connect #1 AF_INET 127.0.0.1:4464 padding=zero\n");
-    EXPECT_EQ(connectLine(0xFFFFFFFFU), "connect #1 AF_INET 127.0.0.1:65535 padding=zero\n");
-}
-
-TEST(TransportPort, CutToItsLowSixteenBitsReachesTheHost) {
+TEST(StandardOpening, MakesTheProcessIgnoreBrokenPipesEachTime) {
+    const SignalHandler deadly(SIGPIPE, SIG_DFL);
     ScriptedHost host;
     VisibleTransport transport;
-    EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port() + 0x10000U));
-    EXPECT_NE(host.accept(), nullptr);
-}
-
-TEST(TransportAddress, IsHandedOverUnchanged) {
-    EXPECT_EQ(connectLine(1, htonl(0x7F010203U)), "connect #1 AF_INET 127.1.2.3:1 padding=zero\n");
-    EXPECT_EQ(connectLine(1, 0xFFFFFFFFU), "connect #1 AF_INET 255.255.255.255:1 padding=zero\n");
-    EXPECT_EQ(connectLine(1, 0U), "connect #1 AF_INET 0.0.0.0:1 padding=zero\n");
-}
-
-/// Whether the process ignores SIGPIPE.
-bool ignoresBrokenPipes() {
-    struct sigaction action {};
-    sigaction(SIGPIPE, nullptr, &action);
-    return action.sa_handler == SIG_IGN;
-}
-
-TEST(TransportBrokenPipe, IsIgnoredAtEveryOpening) {
-    ScriptedHost host;
-    VisibleTransport transport;
-    for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(SignalHandler::current(SIGPIPE), SIG_DFL);
+    for (const unsigned int port : {host.port(), host.port(), refusingPort()}) {
         signal(SIGPIPE, SIG_DFL);
-        ASSERT_FALSE(ignoresBrokenPipes());
-        EXPECT_TRUE(transport.openConnection(ScriptedHost::address(), host.port()));
-        EXPECT_TRUE(ignoresBrokenPipes());
+        EXPECT_EQ(transport.openConnection(ScriptedHost::address(), port), port == host.port());
+        EXPECT_EQ(SignalHandler::current(SIGPIPE), SIG_IGN);
     }
 }
 
-TEST(TransportBrokenPipe, IsIgnoredEvenWhenTheHostRefuses) {
-    signal(SIGPIPE, SIG_DFL);
-    VisibleTransport transport;
-    EXPECT_FALSE(transport.openConnection(ScriptedHost::address(), refusingPort()));
-    EXPECT_TRUE(ignoresBrokenPipes());
-}
-
-TEST(TransportBrokenPipe, IsLeftAloneByConstruction) {
-    signal(SIGPIPE, SIG_DFL);
-    const VisibleTransport transport;
-    EXPECT_FALSE(ignoresBrokenPipes());
+TEST(BufferedOpening, LeavesTheApplicationsHandlerOfBrokenPipes) {
+    const SignalHandler own(SIGPIPE);
+    const auto before = SignalHandler::current(SIGPIPE);
+    BufferedPair pair;
+    const SystemCalls calls;
+    pair.connect();
+    EXPECT_EQ(calls.textOf("sigaction"), "");
+    EXPECT_EQ(SignalHandler::current(SIGPIPE), before);
 }
 
 }  // namespace

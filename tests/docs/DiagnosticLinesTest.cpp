@@ -1,5 +1,4 @@
-// The page "My parameter does not arrive" lists every line that the library and cspublish print: the lines in the code,
-// and no others.
+// The page "My parameter does not arrive" lists every line that the library and cspublish print, and no others.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +6,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/docs/ManualPage.h"
@@ -14,7 +14,7 @@
 namespace com_tesk::test {
 namespace {
 
-/// What stands for a piece of a line that is no constant text.
+/// Replaces a part of a line that is not constant.
 constexpr const char* kPiece = "<>";
 
 /// The line with each <word> made <>.
@@ -23,106 +23,61 @@ std::string withoutWords(const std::string& line) {
     return std::regex_replace(line, word, kPiece);
 }
 
-/// The text of a string literal: of several, when they follow one another. Knows the escape \n, and \" .
-std::string literalText(const std::string& code) {
-    std::string text;
-    bool isInside = false;
-    for (std::size_t i = 0; i < code.size(); ++i) {
-        if (code[i] == '"') {
-            isInside = !isInside;
-        } else if (isInside && code[i] == '\\') {
-            ++i;
-            text += code[i] == 'n' ? '\n' : code[i];
-        } else if (isInside) {
-            text += code[i];
-        }
-    }
-    return text;
-}
-
-/// Cuts code at a separator that stands outside of literals and parentheses, up to the end of the statement or of the
-/// parentheses around.
-std::vector<std::string> piecesOf(const std::string& code, std::size_t begin, const std::string& separator) {
-    std::vector<std::string> pieces(1);
-    int depth = 0;
-    bool isInLiteral = false;
-    for (std::size_t i = begin; i < code.size(); ++i) {
-        const char character = code[i];
-        if (isInLiteral) {
-            if (character == '\\') {
-                pieces.back() += character;
-                ++i;
-            } else if (character == '"') {
-                isInLiteral = false;
-            }
-        } else if (character == '"') {
-            isInLiteral = true;
-        } else if (character == '(' || character == '{') {
-            ++depth;
-        } else if (character == ')' || character == '}') {
-            if (--depth < 0) {
-                break;
-            }
-        } else if (depth == 0 && character == ';') {
-            break;
-        } else if (depth == 0 && code.compare(i, separator.size(), separator) == 0) {
-            pieces.emplace_back();
-            i += separator.size() - 1;
-            continue;
-        }
-        pieces.back() += code[i];
-    }
-    return pieces;
-}
-
-/// The line that the pieces make; empty when none of them is constant text.
-std::string lineOf(const std::vector<std::string>& pieces) {
+/// The line that a call or a statement prints: its constant texts, and <> for each other piece between two separators.
+/// Empty without a constant text.
+std::string lineAt(const std::string& code, const std::string& separator) {
+    static const std::regex token(R"("(?:[^"\\]|\\.)*"|[(){};,]|<<|[^\s"(){};,<]+|<)");
     std::string line;
+    std::string piece;
     bool hasText = false;
-    for (const std::string& raw : pieces) {
-        const std::string piece = trimmed(raw);
-        if (piece.empty() || piece == "std::flush") {
-            continue;
+    int depth = 0;
+    const auto endPiece = [&] {
+        hasText = hasText || (!piece.empty() && piece != kPiece);
+        line += std::exchange(piece, "");
+    };
+    for (std::sregex_iterator match(code.begin(), code.end(), token), end; match != end && depth >= 0; ++match) {
+        const std::string word = match->str();
+        depth += word == "(" || word == "{" ? 1 : word == ")" || word == "}" ? -1 : 0;
+        if (depth == 0 && word == ";") {
+            break;
         }
-        if (piece.front() == '"') {
-            line += literalText(piece);
-            hasText = true;
-        } else {
-            line += kPiece;
+        if (depth == 0 && word == separator) {
+            endPiece();
+        } else if (depth == 0 && word.front() == '"' && piece != kPiece) {
+            static const std::regex escape(R"(\\(["\\]))");
+            const std::string text = std::regex_replace(word.substr(1, word.size() - 2), std::regex(R"(\\n)"), "\n");
+            piece += std::regex_replace(text, escape, "$1");
+        } else if (depth >= 0 && word != "std::flush") {
+            piece = kPiece;
         }
     }
+    endPiece();
     return hasText ? withoutWords(trimmed(line)) : "";
 }
 
-/// The lines that a source file prints: through `diagnostics`, and the functions that pass lines on to it; or, in the
-/// publisher, through a stream.
-void addLinesOf(const std::string& file, std::set<std::string>& lines) {
-    static const std::regex call("\\b(?:diagnostics::error|diagnostics::progress|readFailed|report)\\((\\{?)");
-    static const std::regex stream("\\b(?:line|std::cout|std::cerr) << ");
+/// Adds the lines that a source file prints after each match of `beginning`.
+void addLinesOf(const std::string& file, const char* beginning, const char* separator, std::set<std::string>& lines) {
+    const std::regex pattern(beginning);
     const std::string code = sourceFile(file);
-    for (std::sregex_iterator match(code.begin(), code.end(), call), end; match != end; ++match) {
-        const auto begin = static_cast<std::size_t>(match->position() + match->length());
-        lines.insert(lineOf(piecesOf(code, begin, ",")));
-    }
-    if (file == "tools/cspublish.cpp") {
-        for (std::sregex_iterator match(code.begin(), code.end(), stream), end; match != end; ++match) {
-            const auto begin = static_cast<std::size_t>(match->position() + match->length());
-            lines.insert(lineOf(piecesOf(code, begin, "<<")));
-        }
+    for (std::sregex_iterator match(code.begin(), code.end(), pattern), end; match != end; ++match) {
+        lines.insert(lineAt(match->suffix(), separator));
     }
     lines.erase("");
 }
 
 std::set<std::string> linesInTheCode() {
+    // The calls that print a line, and those that pass one on.
+    static const char call[] = "\\b(?:diagnostics::error|diagnostics::progress|readFailed|report)\\(\\{?";
     std::set<std::string> lines;
     int files = 0;
-    for (const char* const folder : {"message", "comms", "engine", "simulator", "client"}) {
-        for (const auto& entry : std::filesystem::directory_iterator(CSCLIENT_SOURCE_TREE "/" + std::string(folder))) {
-            addLinesOf(std::string(folder) + "/" + entry.path().filename().string(), lines);
+    for (const std::string folder : {"message/", "comms/", "engine/", "simulator/", "client/"}) {
+        for (const auto& entry : std::filesystem::directory_iterator(CSCLIENT_SOURCE_TREE "/" + folder)) {
+            addLinesOf(folder + entry.path().filename().string(), call, ",", lines);
             ++files;
         }
     }
-    addLinesOf("tools/cspublish.cpp", lines);
+    addLinesOf("tools/cspublish.cpp", call, ",", lines);
+    addLinesOf("tools/cspublish.cpp", "\\b(?:line|std::cout|std::cerr) << ", "<<", lines);
     EXPECT_GT(files, 40);
     return lines;
 }
@@ -146,7 +101,7 @@ std::set<std::string> linesOnThePage() {
     return lines;
 }
 
-TEST(DiagnosticLines, ThoseOnThePageAreThoseInTheCode) {
+TEST(DiagnosticLines, OnThePageAreThoseInTheCode) {
     const std::set<std::string> inTheCode = linesInTheCode();
     EXPECT_GT(inTheCode.size(), 30U);
     EXPECT_EQ(linesOnThePage(), inTheCode);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -15,13 +16,9 @@ namespace {
 /// The cells of a line such as "| a | b |".
 std::vector<std::string> cells(const std::string& line) {
     std::vector<std::string> found;
-    for (std::size_t bar = line.find('|'); bar + 1 < line.size();) {
-        const std::size_t next = line.find('|', bar + 1);
-        if (next == std::string::npos) {
-            throw std::runtime_error("a table's line without its last bar: " + line);
-        }
-        found.push_back(trimmed(line.substr(bar + 1, next - bar - 1)));
-        bar = next;
+    std::istringstream stream(line.substr(1));
+    for (std::string cell; std::getline(stream, cell, '|');) {
+        found.push_back(trimmed(cell));
     }
     return found;
 }
@@ -48,7 +45,7 @@ std::vector<ManualTable> ManualSection::tables() const {
         }
         ManualTable table;
         table.columns = cells(lines[i]);
-        for (i += 2; i < lines.size() && isTableLine(lines[i]); ++i) {  // Behind the line of dashes.
+        for (i += 2; i < lines.size() && isTableLine(lines[i]); ++i) {  // After the line of dashes.
             table.rows.push_back(cells(lines[i]));
             if (table.rows.back().size() != table.columns.size()) {
                 throw std::runtime_error("a row with more or fewer cells than columns: " + lines[i]);
@@ -111,16 +108,10 @@ std::vector<ManualSection> manualPage(const std::string& name) {
 }
 
 std::vector<std::string> codeSpans(const std::string& text) {
+    static const std::regex quoted("(`+)(.*?)\\1");
     std::vector<std::string> spans;
-    for (std::size_t open = text.find('`'); open != std::string::npos;) {
-        const std::size_t begin = text.find_first_not_of('`', open);
-        const std::string quotes = text.substr(open, begin - open);
-        const std::size_t close = begin == std::string::npos ? begin : text.find(quotes, begin);
-        if (close == std::string::npos) {
-            throw std::runtime_error("backquotes without others: " + text);
-        }
-        spans.push_back(text.substr(begin, close - begin));
-        open = text.find('`', close + quotes.size());
+    for (std::sregex_iterator match(text.begin(), text.end(), quoted), end; match != end; ++match) {
+        spans.push_back((*match)[2]);
     }
     return spans;
 }

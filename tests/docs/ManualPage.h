@@ -21,7 +21,7 @@ struct ManualSection {
     std::vector<ManualTable> tables() const;
     /// The lines of the only code block; throws when there is none, or more.
     std::vector<std::string> codeBlock() const;
-    /// The hex text of the code block: of each line, what stands in front of the bar.
+    /// The hex text of the code block: the part of each line before the "|".
     std::string hexBytes() const;
 };
 

@@ -1,8 +1,8 @@
-// The tables of the page on the wire format, beside the constants that the library reads and writes by, and beside the
-// page's own examples.
+// Compares the tables of the page on the wire format with the constants of the library's layouts and with the page's examples.
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <map>
 #include <regex>
 #include <set>
@@ -18,93 +18,51 @@
 namespace com_tesk::test {
 namespace {
 
-#define CSCLIENT_CONSTANT(name) \
-    { #name, static_cast < unsigned long>(name) }
+using Constants = std::map<std::string, unsigned long>;
 
-const std::map<std::string, unsigned long>& constants() {
-    static const std::map<std::string, unsigned long> values = {
-        CSCLIENT_CONSTANT(frame::kHeaderLength),
-        CSCLIENT_CONSTANT(frame::kFrameLengthOffset),
-        CSCLIENT_CONSTANT(frame::kHeaderLengthOffset),
-        CSCLIENT_CONSTANT(frame::kKindOffset),
-        CSCLIENT_CONSTANT(frame::kSubKindOffset),
-        CSCLIENT_CONSTANT(frame::kEndMarkOffset),
-        CSCLIENT_CONSTANT(frame::kKindData),
-        CSCLIENT_CONSTANT(frame::kKindControl),
-        CSCLIENT_CONSTANT(frame::kSubKindControl),
-        CSCLIENT_CONSTANT(frame::kEndMarkControl),
-        CSCLIENT_CONSTANT(frame::kBodyLengthOffset),
-        CSCLIENT_CONSTANT(layout::kSubHeaderLength),
-        CSCLIENT_CONSTANT(layout::kMessageCodeOffset),
-        CSCLIENT_CONSTANT(layout::kSimulatorWordOffset),
-        CSCLIENT_CONSTANT(layout::kSimulatorIdShift),
-        CSCLIENT_CONSTANT(layout::kProtocol),
-        CSCLIENT_CONSTANT(layout::kSubprotocol),
-        CSCLIENT_CONSTANT(layout::kNameLength),
-        CSCLIENT_CONSTANT(layout::kWordLength),
-        CSCLIENT_CONSTANT(layout::kInputSubscriptionConfirmed),
-        CSCLIENT_CONSTANT(layout::kOutputRegistrationConfirmed),
-        CSCLIENT_CONSTANT(layout::kUpdate),
-        CSCLIENT_CONSTANT(layout::kVersion),
-        CSCLIENT_CONSTANT(layout::kCountOffset),
-        CSCLIENT_CONSTANT(layout::kRecordsOffset),
-        CSCLIENT_CONSTANT(layout::kRequestFieldsOffset),
-        CSCLIENT_CONSTANT(layout::input_subscription::kRecordLength),
-        CSCLIENT_CONSTANT(layout::output_registration::kRecordLength),
-        CSCLIENT_CONSTANT(layout::output_registration::kRate),
-        CSCLIENT_CONSTANT(layout::publication::kRecordLength),
-        CSCLIENT_CONSTANT(layout::input_confirmation::kRecordLength),
-        CSCLIENT_CONSTANT(layout::input_confirmation::kId),
-        CSCLIENT_CONSTANT(layout::input_confirmation::kIntegerFlag),
-        CSCLIENT_CONSTANT(layout::input_confirmation::kValue),
-        CSCLIENT_CONSTANT(layout::input_confirmation::kName),
-        CSCLIENT_CONSTANT(layout::output_confirmation::kRecordLength),
-        CSCLIENT_CONSTANT(layout::output_confirmation::kId),
-        CSCLIENT_CONSTANT(layout::output_confirmation::kName),
-        CSCLIENT_CONSTANT(layout::update::kUpdateCountOffset),
-        CSCLIENT_CONSTANT(layout::update::kUpdateRecordsOffset),
-        CSCLIENT_CONSTANT(layout::update::kRecordLength),
-        CSCLIENT_CONSTANT(layout::update::kId),
-        CSCLIENT_CONSTANT(layout::update::kIntegerFlag),
-        CSCLIENT_CONSTANT(layout::update::kValue),
-        CSCLIENT_CONSTANT(layout::version::kTextOffset),
-        CSCLIENT_CONSTANT(layout::version::kTextLength),
-        CSCLIENT_CONSTANT(layout::version::kProtocolVersionOffset),
-        CSCLIENT_CONSTANT(layout::version::kStatusOffset),
-        CSCLIENT_CONSTANT(layout::version::kAccepted),
-    };
-    return values;
-}
-
-std::set<std::string> namesOf(const std::map<std::string, unsigned long>& values) {
-    std::set<std::string> names;
-    for (const auto& nameAndValue : values) {
-        names.insert(nameAndValue.first);
+/// The value of a sum of products of numbers and of constants, which are of the namespace `space` or of those around it.
+unsigned long valueOf(const std::string& code, const std::string& space, const Constants& constants) {
+    const std::size_t plus = code.rfind(" + ");
+    if (plus != std::string::npos) {
+        return valueOf(code.substr(0, plus), space, constants) + valueOf(code.substr(plus + 3), space, constants);
     }
-    return names;
-}
-
-/// The names of the constants that a header defines, with their namespaces inside com_tesk.
-void addConstantsOf(const std::string& header, std::set<std::string>& names) {
-    static const std::regex opening("namespace com_tesk::(\\w+) \\{|namespace (\\w+) \\{");
-    static const std::regex closing("\\}  // namespace [\\w:]+");
-    static const std::regex constant("constexpr [\\w:]+(?: \\w+)? (k\\w+) = .*");
-    std::istringstream lines(sourceFile(header));
-    std::vector<std::string> spaces;
-    for (std::string line; std::getline(lines, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, opening)) {
-            spaces.push_back(match[1].str() + match[2].str());
-        } else if (std::regex_match(line, closing)) {
-            spaces.pop_back();
-        } else if (std::regex_match(line, match, constant)) {
-            std::string name;
-            for (const std::string& space : spaces) {
-                name += space + "::";
-            }
-            names.insert(name + match[1].str());
+    const std::size_t times = code.rfind(" * ");
+    if (times != std::string::npos) {
+        return valueOf(code.substr(0, times), space, constants) * valueOf(code.substr(times + 3), space, constants);
+    }
+    if (std::isdigit(static_cast<unsigned char>(code.front())) != 0) {
+        return std::stoul(code, nullptr, 0);
+    }
+    for (const std::string& name : {space + code, "layout::" + code}) {
+        if (constants.count(name) != 0) {
+            return constants.at(name);
         }
     }
+    return constants.at(code);
+}
+
+/// The constants of both layouts, with their namespaces inside com_tesk.
+const Constants& constants() {
+    static const Constants all = [] {
+        const std::regex opening("namespace (?:com_tesk::)?(\\w+) \\{");
+        const std::regex closing("\\}  // namespace [\\w:]+");
+        const std::regex constant("constexpr [\\w:]+(?: \\w+)? (k\\w+) = (.*);");
+        std::istringstream lines(sourceFile("message/FrameLayout.h") + sourceFile("simulator/MessageLayout.h"));
+        Constants found;
+        std::vector<std::string> spaces{""};
+        for (std::string line; std::getline(lines, line);) {
+            std::smatch match;
+            if (std::regex_match(line, match, opening)) {
+                spaces.push_back(spaces.back() + match[1].str() + "::");
+            } else if (std::regex_match(line, closing)) {
+                spaces.pop_back();
+            } else if (std::regex_match(line, match, constant)) {
+                found[spaces.back() + match[1].str()] = valueOf(match[2], spaces.back(), found);
+            }
+        }
+        return found;
+    }();
+    return all;
 }
 
 /// Offset and size of each row of a table of fields.
@@ -114,10 +72,6 @@ struct Fields {
     /// Where the count stands; 0 without one.
     unsigned long count = 0;
 };
-
-bool isTableOfFields(const ManualTable& table) {
-    return table.columns.at(0) == "Offset";
-}
 
 /// Fails the test where a field does not begin at the end of the one before.
 Fields fieldsOf(const ManualTable& table, const std::string& where) {
@@ -138,53 +92,42 @@ Fields fieldsOf(const ManualTable& table, const std::string& where) {
     return fields;
 }
 
-/// The side and the code in a heading such as "Client 00 06: ..." or "1. Client 00 06: ...".
-struct MessageHeading {
-    explicit MessageHeading(const std::string& heading) {
-        static const std::regex pattern("(\\d+\\. )?((?:Client|Host) [0-9A-F]{2} [0-9A-F]{2}): .*");
-        std::smatch match;
-        if (std::regex_match(heading, match, pattern)) {
-            isExample = match[1].matched;
-            message = match[2];
+/// The tables of fields under a heading.
+std::vector<Fields> allFieldsOf(const ManualSection& section) {
+    std::vector<Fields> found;
+    for (const ManualTable& table : section.tables()) {
+        if (table.columns.at(0) == "Offset") {
+            found.push_back(fieldsOf(table, section.heading));
         }
     }
-    bool isExample = false;
-    std::string message;
-};
-
-TEST(WireTables, EveryConstantOfTheLayoutsIsKnownHere) {
-    std::set<std::string> names;
-    addConstantsOf("message/FrameLayout.h", names);
-    addConstantsOf("simulator/MessageLayout.h", names);
-    EXPECT_EQ(names, namesOf(constants()));
+    return found;
 }
 
-TEST(WireTables, EveryConstantStandsOnThePageWithItsValue) {
-    std::map<std::string, unsigned long> onThePage;
+TEST(WireTables, NameEveryConstantOfTheLayoutsWithItsValue) {
+    Constants onThePage;
     for (const ManualSection& section : manualPage("wire.md")) {
         for (const ManualTable& table : section.tables()) {
             for (const std::vector<std::string>& row : table.rows) {
                 for (const std::string& name : codeSpans(row.back())) {
                     const unsigned long number = std::stoul(row.front(), nullptr, 0);
-                    const auto known = constants().find(name);
-                    ASSERT_NE(known, constants().end()) << name;
-                    EXPECT_EQ(number, known->second) << name << ", under: " << section.heading;
+                    ASSERT_EQ(constants().count(name), 1U) << name;
+                    EXPECT_EQ(number, constants().at(name)) << name << ", under: " << section.heading;
                     onThePage[name] = number;
                 }
             }
         }
     }
     EXPECT_EQ(onThePage, constants());
+    EXPECT_EQ(constants().at("frame::kBodyLengthOffset"), frame::kBodyLengthOffset);
+    EXPECT_EQ(constants().at("layout::kRequestFieldsOffset"), layout::kRequestFieldsOffset);
+    EXPECT_EQ(constants().at("layout::input_subscription::kRecordLength"), layout::input_subscription::kRecordLength);
+    EXPECT_GT(constants().size(), 45U);
 }
 
-TEST(WireTables, HeadersAreWholeAndMessagesGoOnBehindThem) {
+TEST(WireTables, HeadersAreCompleteAndMessagesContinueAfterThem) {
     std::map<std::string, std::vector<Fields>> bySection;
     for (const ManualSection& section : manualPage("wire.md")) {
-        for (const ManualTable& table : section.tables()) {
-            if (isTableOfFields(table)) {
-                bySection[section.heading].push_back(fieldsOf(table, section.heading));
-            }
-        }
+        bySection[section.heading] = allFieldsOf(section);
     }
     const auto& header = bySection.at("The frame header");
     ASSERT_EQ(header.size(), 1U);
@@ -199,53 +142,41 @@ TEST(WireTables, HeadersAreWholeAndMessagesGoOnBehindThem) {
     EXPECT_EQ(subHeader[1].end, layout::kSimulatorWordOffset + 4);
 }
 
-TEST(WireTables, EveryMessageHasATableAndAnExampleOfThatSize) {
-    struct Drawn {
-        Fields body;
-        Fields record;
-    };
-    std::map<std::string, Drawn> drawn;
+TEST(WireTables, EveryMessageHasATableAndAnExampleOfItsSize) {
+    // Such as "Client 00 06: ...", and "1. Client 00 06: ..." for an example.
+    static const std::regex heading("(\\d+\\. )?((?:Client|Host) ([0-9A-F]{2} [0-9A-F]{2})): .*");
+    std::map<std::string, std::vector<Fields>> drawn;
+    std::set<std::string> withTable;
     std::set<std::string> withExample;
     for (const ManualSection& section : manualPage("wire.md")) {
-        const MessageHeading heading(section.heading);
-        if (heading.message.empty()) {
+        SCOPED_TRACE(section.heading);
+        std::smatch match;
+        if (!std::regex_match(section.heading, match, heading)) {
             continue;
         }
-        if (!heading.isExample) {
-            std::vector<Fields> found;
-            for (const ManualTable& table : section.tables()) {
-                if (isTableOfFields(table)) {
-                    found.push_back(fieldsOf(table, section.heading));
-                }
-            }
-            ASSERT_TRUE(found.size() == 1 || found.size() == 2) << section.heading;
-            const unsigned long begin = heading.message == "Host 00 03" ? 12 : 16;
-            EXPECT_EQ(found[0].begin, begin) << section.heading;
-            EXPECT_EQ(found.size() == 2, found[0].count != 0) << section.heading;
-            Drawn& message = drawn[heading.message];
-            message.body = found[0];
-            if (found.size() == 2) {
-                message.record = found[1];
-                const std::string announced = "Each record, " + std::to_string(found[1].end) + " bytes";
-                EXPECT_NE(section.text().find(announced), std::string::npos) << announced;
-                EXPECT_EQ(found[1].begin, 0U) << section.heading;
-            }
+        const std::string message = match[2];
+        std::vector<Fields>& fields = drawn[message];
+        if (match[1].matched) {
+            ASSERT_EQ(withTable.count(message), 1U);
+            withExample.insert(message);
+            const Bytes bytes = hex(section.hexBytes());
+            ASSERT_GT(bytes.size(), 44U);
+            const Bytes body(bytes.begin() + 32, bytes.end());
+            EXPECT_EQ(hexText(Bytes(body.begin() + 10, body.begin() + 12)), match[3].str());
+            const unsigned long records = fields[0].count == 0 ? 0 : body.at(fields[0].count + 3) * fields[1].end;
+            EXPECT_EQ(body.size(), fields[0].end + records);
             continue;
         }
-        ASSERT_EQ(drawn.count(heading.message), 1U) << section.heading;
-        withExample.insert(heading.message);
-        const Drawn& message = drawn[heading.message];
-        const Bytes bytes = hex(section.hexBytes());
-        ASSERT_GT(bytes.size(), 44U) << section.heading;
-        const Bytes body(bytes.begin() + 32, bytes.end());
-        EXPECT_EQ(hexText(Bytes(body.begin() + 10, body.begin() + 12)),
-                  heading.message.substr(heading.message.size() - 5));
-        const unsigned long count = message.body.count == 0 ? 0 : body.at(message.body.count + 3);
-        EXPECT_EQ(body.size(), message.body.end + count * message.record.end) << section.heading;
-    }
-    std::set<std::string> withTable;
-    for (const auto& messageAndTables : drawn) {
-        withTable.insert(messageAndTables.first);
+        fields = allFieldsOf(section);
+        withTable.insert(message);
+        ASSERT_TRUE(fields.size() == 1 || fields.size() == 2);
+        EXPECT_EQ(fields[0].begin, message == "Host 00 03" ? 12U : 16U);
+        EXPECT_EQ(fields.size() == 2, fields[0].count != 0);
+        if (fields.size() == 2) {
+            const std::string announced = "Each record, " + std::to_string(fields[1].end) + " bytes";
+            EXPECT_NE(section.text().find(announced), std::string::npos) << announced;
+            EXPECT_EQ(fields[1].begin, 0U);
+        }
     }
     EXPECT_EQ(withTable.size(), 10U);
     EXPECT_EQ(withTable, withExample);

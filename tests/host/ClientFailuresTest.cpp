@@ -1,166 +1,152 @@
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <vector>
-
-#include "host/LoopbackHost.h"
-#include "tests/host/EventLog.h"
-#include "tests/host/RawClient.h"
+#include "tests/host/HostTest.h"
 
 namespace com_tesk::host_test {
 namespace {
 
-using std::chrono::milliseconds;
+class ClientFailures : public HostTest {};
 
-class ClientFailures : public testing::Test {
-  protected:
-    LoopbackHost& start(HostOptions options = {}) {
-        // Without the values, of which one test brings very many.
-        options.eventSink = [record = log.sink()](const HostEvent& event) {
-            if (!event.value) {
-                record(event);
-            }
-        };
-        startedHost = std::make_unique<LoopbackHost>(options);
-        return *startedHost;
-    }
-
-    EventLog log;
-
-  private:
-    std::unique_ptr<LoopbackHost> startedHost;
-};
-
-TEST_F(ClientFailures, AClientThatClosesIsToldAndForgotten) {
-    LoopbackHost& host = start();
-    RawClient client(host.port());
-    client.ask(subscribeFloat("A"));
-    EXPECT_EQ(host.subscriberCount("A"), 1U);
+TEST_F(ClientFailures, AClientThatClosesIsNoLongerCounted) {
+    Client client = connect();
+    client.ask(subscribe("A"));
+    EXPECT_EQ(host().subscriberCount("A"), 1U);
     client.close();
-    EXPECT_TRUE(host.waitForClients(0, kPatience));
-    EXPECT_EQ(host.subscriberCount("A"), 0U);
+    EXPECT_TRUE(host().waitForClients(0, kBound));
+    EXPECT_EQ(host().subscriberCount("A"), 0U);
     EXPECT_EQ(log.all().back(), "client 1 disconnected");
+
+    Client inMidFrame = connect();
+    inMidFrame.send("00000034");
+    inMidFrame.close();
+    EXPECT_TRUE(log.waitFor("client 2 disconnected: in the middle of a frame"));
 }
 
-TEST_F(ClientFailures, AClientThatClosesInMidFrameIsToldSo) {
-    LoopbackHost& host = start();
-    RawClient client(host.port());
-    client.send(hex("00000034"));
-    client.close();
-    EXPECT_TRUE(log.waitFor("client 1 disconnected: in the middle of a frame"));
-}
-
-TEST_F(ClientFailures, AClientThatResetsIsToldAndTheOthersAreServedOn) {
-    LoopbackHost& host = start();
-    RawClient other(host.port());
-    ASSERT_TRUE(host.waitForClients(1, kPatience));
-    RawClient client(host.port());
-    client.ask(subscribeFloat("A"));
+TEST_F(ClientFailures, AClientThatResetsIsReportedAndOthersAreServed) {
+    Client other = connect();
+    ASSERT_TRUE(host().waitForClients(1, kBound));
+    Client client = connect();
+    client.ask(subscribe("A"));
     client.reset();
     EXPECT_TRUE(log.waitFor("client 2 lost: Connection reset by peer"));
-    EXPECT_TRUE(host.waitForSubscribers("A", 0, kPatience));
-    EXPECT_EQ(other.ask(versionRequest()).size(), kVersionReplySize);
+    EXPECT_TRUE(host().waitForSubscribers("A", 0, kBound));
+    EXPECT_TRUE(isServed(other));
 }
 
-TEST_F(ClientFailures, WhatAClientSentBeforeItLeftUnreadAnswersBehindStillCounts) {
-    const LoopbackHost& host = start();
+TEST_F(ClientFailures, RequestsBeforeAResetAreServed) {
     for (int round = 0; round < 20; ++round) {
-        RawClient client(host.port());
-        client.ask(registerInteger("A"));
-        // Closing with an unread answer resets the connection, which meets the host while it
-        // answers.
-        client.send(joined({versionRequest(), versionRequest(), versionRequest()}));
+        Client client = connect();
+        client.ask(registerOutput("A", true));
+        // Closing with unread replies resets the connection while the host writes.
+        client.send(versionRequest() + versionRequest() + versionRequest());
         client.send(publish("00000001 00000001 0000000" + std::to_string(round % 10)));
         client.close();
-        ASSERT_TRUE(host.waitForValue("A", HostValue::integer(round % 10), kPatience)) << round;
+        ASSERT_TRUE(host().waitForValue("A", HostValue::integer(round % 10), kBound)) << round;
     }
 }
 
 TEST_F(ClientFailures, AClientThatStallsInMidFrameIsDroppedAndAnIdleOneIsNot) {
-    HostOptions options;
-    options.stallLimit = milliseconds(100);
-    LoopbackHost& host = start(options);
-    RawClient idle(host.port());
-    idle.ask(versionRequest());
-    RawClient stalling(host.port());
-    stalling.send(hex("00000034 00000020 0000"));
-    EXPECT_EQ(stalling.waitForEnd(), RawClient::End::CLOSED);
+    options.stallLimit = std::chrono::milliseconds(100);
+    Client idle = connect();
+    EXPECT_TRUE(isServed(idle));
+    Client inHeader = connect();
+    inHeader.send("00000034 00000020 0000");
+    EXPECT_EQ(inHeader.end(), Client::End::CLOSED);
+    Client inBody = connect();
+    const std::string whole = versionRequest();
+    inBody.send(whole.substr(0, whole.size() - 3));
+    EXPECT_EQ(inBody.end(), Client::End::CLOSED);
     EXPECT_TRUE(log.has("client 2 dropped: stalled in the middle of a frame for 100 ms"));
-    EXPECT_EQ(host.clientCount(), 1U);
-    EXPECT_EQ(idle.ask(versionRequest()).size(), kVersionReplySize);
+    EXPECT_TRUE(log.has("client 3 dropped: stalled in the middle of a frame for 100 ms"));
+    EXPECT_EQ(host().clientCount(), 1U);
+    EXPECT_TRUE(isServed(idle));
 }
 
-TEST_F(ClientFailures, AClientThatStallsInTheBodyIsDropped) {
-    HostOptions options;
-    options.stallLimit = milliseconds(100);
-    LoopbackHost& host = start(options);
-    RawClient stalling(host.port());
-    Bytes most = versionRequest();
-    most.pop_back();
-    stalling.send(most);
-    EXPECT_EQ(stalling.waitForEnd(), RawClient::End::CLOSED);
-    EXPECT_TRUE(log.has("client 1 dropped: stalled"));
-}
-
-TEST_F(ClientFailures, AFrameThatWasCompletedInTimeIsNoStall) {
-    HostOptions options;
-    options.stallLimit = milliseconds(300);
-    LoopbackHost& host = start(options);
-    RawClient slow(host.port());
-    const Bytes request = versionRequest();
+TEST_F(ClientFailures, AFrameThatIsCompletedInTimeIsNoStall) {
+    options.stallLimit = std::chrono::milliseconds(300);
+    Client slow = connect();
+    const Bytes request = hex(versionRequest());
     slow.send(Bytes(request.begin(), request.begin() + 10));
-    // A second client's round shows that the host has read the first ten bytes.
-    RawClient other(host.port());
-    other.ask(versionRequest());
-    EXPECT_EQ(slow.ask(Bytes(request.begin() + 10, request.end())).size(), kVersionReplySize);
-    // Another client's stall shows that the time is over.
-    other.send(hex("00"));
-    EXPECT_EQ(other.waitForEnd(), RawClient::End::CLOSED);
-    EXPECT_EQ(slow.ask(versionRequest()).size(), kVersionReplySize);
+    // The reply to another client shows that the host has read the first ten bytes.
+    Client other = connect();
+    EXPECT_TRUE(isServed(other));
+    slow.send(Bytes(request.begin() + 10, request.end()));
+    EXPECT_FALSE(slow.receiveFrame().empty());
+    // The other client's stall shows that the time has passed.
+    other.send("00");
+    EXPECT_EQ(other.end(), Client::End::CLOSED);
+    EXPECT_TRUE(isServed(slow));
 }
 
-TEST_F(ClientFailures, AClientThatDoesNotReadIsDroppedAtTheBoundAndTheOthersAreServed) {
-    HostOptions options;
+TEST_F(ClientFailures, AClientThatDoesNotReadIsDroppedAndOthersAreServed) {
     options.maxQueuedBytes = 64 * 1024;
-    LoopbackHost& host = start(options);
-    RawClient publisher(host.port());
-    publisher.ask(registerFloat("MANY"));
-    publisher.ask(registerFloat("ONE"));
-    RawClient reader(host.port());
-    reader.ask(subscribeFloat("ONE"));
-    RawClient stuck(host.port(), "127.0.0.1", 4096);
-    stuck.ask(subscribeFloat("MANY"));
+    options.eventSink = [record = log.sink()](const HostEvent& event) {
+        if (!event.value) {  // There are very many values.
+            record(event);
+        }
+    };
+    Client publisher = connect();
+    publisher.ask(registerOutput("MANY"));
+    publisher.ask(registerOutput("ONE"));
+    Client reader = connect();
+    reader.ask(subscribe("ONE"));
+    Client stuck(host().port(), "127.0.0.1", 4096);
+    stuck.ask(subscribe("MANY"));
 
-    // Each round is 12 kB for the client that does not read, and one record for the one that does.
-    Bytes values = hex("00050000 00000000 000003E9");
+    // In each round the client that does not read gets 12 kB, and the other client one record.
+    std::string records = "00050000 00000000 000003E9";
     for (int i = 0; i < 1000; ++i) {
-        const Bytes record = hex("00000001 00000000 3F800000");
-        values.insert(values.end(), record.begin(), record.end());
+        records += "00000001 00000000 3F800000";
     }
-    const Bytes last = hex("00000002 00000000 3F800000");
-    values.insert(values.end(), last.begin(), last.end());
-    const Bytes round = request(0x03, values);
+    const Bytes round = hex(request("03", records + "00000002 00000000 3F800000"));
     constexpr int kMoreThanTheSystemBuffers = 5000;
-    int rounds = 0;
-    while (!log.has("client 3 dropped") && rounds < kMoreThanTheSystemBuffers) {
-        ASSERT_TRUE(publisher.send(round));
+    for (int i = 0; i < kMoreThanTheSystemBuffers && !log.has("client 3 dropped"); ++i) {
+        publisher.send(round);
         ASSERT_EQ(reader.receiveFrame(), update("00000001 00000000 3F800000"));
-        ++rounds;
     }
-    EXPECT_TRUE(log.has("client 3 dropped: does not read: ")) << rounds;
+    EXPECT_TRUE(log.has("client 3 dropped: does not read: "));
     EXPECT_TRUE(log.has(" bytes wait for it, 12056 more do not fit"));
-    EXPECT_TRUE(host.waitForClients(2, kPatience));
-    EXPECT_NE(stuck.waitForEnd(), RawClient::End::STILL_OPEN);
-    EXPECT_EQ(publisher.ask(versionRequest()).size(), kVersionReplySize);
+    EXPECT_TRUE(host().waitForClients(2, kBound));
+    EXPECT_NE(stuck.end(), Client::End::STILL_OPEN);
+    EXPECT_TRUE(isServed(publisher));
 }
 
-TEST_F(ClientFailures, AnAnswerAboveTheBoundIsGivenToAClientThatReads) {
-    HostOptions options;
-    options.maxQueuedBytes = 100;
-    LoopbackHost& host = start(options);
-    RawClient client(host.port());
-    EXPECT_EQ(client.ask(versionRequest()).size(), kVersionReplySize);
-    EXPECT_EQ(client.ask(versionRequest()).size(), kVersionReplySize);
+class MalformedInput : public HostTest {};
+
+TEST_F(MalformedInput, ARequestIsReportedAndTheClientIsServed) {
+    Client client = connect();
+    client.send(request("09", "00050000 00000000"));
+    EXPECT_TRUE(isServed(client));
+    EXPECT_TRUE(log.has("client 1 request ignored: unknown message code 0x0009"));
+    client.send("00000034 00000020 00000003 00000002 FFFFFFFF FFFFFFFF FFFFFFFF FFFFFFFE" +
+                requestBody("06", "00050000 00000000"));
+    EXPECT_TRUE(isServed(client));
+    EXPECT_TRUE(log.has("client 1 request ignored: frame of kind 3 is no data frame"));
+    client.ask(registerOutput("A"));
+    client.send(request("03", "00050000 00000000 00000002 00000001 00000000 3F800000"));
+    EXPECT_TRUE(isServed(client));
+    EXPECT_FALSE(host().value("A").has_value());
+    EXPECT_EQ(log.count("ignored"), 3U);
+}
+
+TEST_F(MalformedInput, AFrameEndsItsClientOnlyAfterEarlierRequests) {
+    Client other = connect();
+    ASSERT_TRUE(host().waitForClients(1, kBound));
+    Client client = connect();
+    client.send(registerOutput("A") + publish("00000001 00000000 3F800000") +
+                "00000000 00000020 00000000 00000000 FFFFFFFF FFFFFFFF FFFFFFFF FFFFFFFF" + versionRequest());
+    EXPECT_EQ(client.receiveFrame(), outputReply("00000001", "00000000", "A"));
+    EXPECT_EQ(client.end(), Client::End::CLOSED);
+    EXPECT_EQ(host().value("A"), HostValue::real(1.0F));
+    EXPECT_TRUE(log.has("client 2 dropped: malformed frame: frame length 0 is less than its header"));
+    EXPECT_EQ(host().clientCount(), 1U);
+    EXPECT_TRUE(isServed(other));
+}
+
+TEST_F(MalformedInput, ABodyOfSixteenMebibytesIsReadWhole) {
+    Client client = connect();
+    client.send("01000000 00000020 00000000 00000000 FFFFFFFF FFFFFFFF FFFFFFFF FFFFFFFF");
+    client.send(Bytes(16777216 - 32));
+    EXPECT_TRUE(isServed(client));
+    EXPECT_TRUE(log.has("client 1 request ignored: protocol bytes 0x00 0x00 are not 0x04 0x02"));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <mutex>
@@ -11,13 +10,13 @@
 
 namespace com_tesk::host_test {
 
-/// Collects a host's events as text, for tests to look at and to wait for. Must outlive the host.
+/// Collects a host's events as text. Must outlive the host. Any thread.
 class EventLog {
   public:
-    /// What goes into HostOptions::eventSink.
+    /// Returns the function for HostOptions::eventSink.
     std::function<void(const HostEvent&)> sink();
 
-    /// Waits until an event has this text in it. @return false when patience ends first.
+    /// Waits until an event contains this text. Returns false when the bound passes first.
     bool waitFor(const std::string& part);
 
     bool has(const std::string& part) { return count(part) > 0; }
@@ -25,10 +24,7 @@ class EventLog {
     std::vector<std::string> all();
 
   private:
-    std::size_t countLocked(const std::string& part) const;
-
     std::mutex mutex;
-    std::condition_variable added;
     std::vector<std::string> events;  // guarded by mutex
 };
 

@@ -13,7 +13,7 @@ constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 
 thread_local std::size_t limit = kUnlimited;
 
-/// Bytes that have been allocated and not been given back.
+/// The bytes that are allocated now.
 std::atomic<std::size_t> held{0};
 
 void* counted(void* memory) noexcept {
@@ -40,35 +40,20 @@ void* allocateOrThrow(std::size_t size) {
 
 }  // namespace
 
-// The whole family: a member left out would hand memory of one allocator to another.
+// All of them, because memory of one allocator must not reach another. The forms for arrays call these.
 void* operator new(std::size_t size) {
-    return allocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
     return allocateOrThrow(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return allocate(size);
 }
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocate(size);
-}
 void operator delete(void* memory) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory) noexcept {
     release(memory);
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
     release(memory);
 }
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    release(memory);
-}
 void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
     release(memory);
 }
 

@@ -4,7 +4,7 @@
 
 namespace com_tesk::test {
 
-/// Bytes that `operator new` has given to this process and that have not been given back.
+/// Returns the bytes that this process has allocated with `operator new` and not freed.
 std::size_t allocatedBytes();
 
 /// Lets `operator new` throw std::bad_alloc on the creating thread, from construction to destruction, for everything

@@ -7,7 +7,7 @@
 
 namespace com_tesk::test {
 
-/// A data message of these bytes. It is filled through the vector, so it needs none of the operations under test.
+/// Returns a data message of these bytes. It is filled through the vector, so it needs no operation under test.
 inline RawMessage messageOf(const std::string& hexBytes) {
     const Bytes bytes = hex(hexBytes);
     RawMessage message(RawMessage::DATA);

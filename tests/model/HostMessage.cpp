@@ -4,79 +4,73 @@ namespace com_tesk::test {
 
 namespace {
 
-void append(std::string& body, std::uint32_t word) {
-    for (unsigned int shift = 32; shift > 0; shift -= 8) {
-        body += static_cast<char>(word >> (shift - 8) & 0xFFU);
-    }
-}
-
-void append(std::string& body, std::string field, std::size_t width) {
-    field.resize(width, '\0');
-    body += field;
-}
+/// What a host writes into fields that the client does not read.
+const std::string kUnread = "\xDE\xAD\xBE\xEF";
 
 std::string begin(char responseFlag, char code) {
     return std::string("\x04\x02\x7F\xFF\0\0\0\0\0\x7F", 10) + responseFlag + code;
 }
 
-/// What a host puts where nobody looks.
-constexpr std::uint32_t kUnread = 0xDEADBEEF;
+std::string withRecords(const Step& step, std::string body) {
+    const auto count = static_cast<std::uint32_t>(step.records.size());
+    body += wireWord(step.numbers[0] == Step::kTrueCount ? count : step.numbers[0]);
+    for (const Step::Record& record : step.records) {
+        body += wireWord(record.values[0]);
+        if (step.kind != Step::UPDATE) {
+            body += kUnread + kUnread;
+        }
+        if (step.kind == Step::CONFIRM_OUTPUTS) {
+            body += kUnread;
+        } else {
+            body += wireWord(record.values[1]) + wireWord(record.values[2]);
+        }
+        if (step.kind != Step::UPDATE) {
+            body += wireField(record.name, 32);
+        }
+    }
+    return body;
+}
+
+std::string cut(const std::string& body, std::uint32_t dropped) {
+    return body.substr(0, dropped < body.size() ? body.size() - dropped : 0);
+}
 
 }  // namespace
 
+std::string wireWord(std::uint32_t value) {
+    return {static_cast<char>(value >> 24U), static_cast<char>(value >> 16U), static_cast<char>(value >> 8U),
+            static_cast<char>(value)};
+}
+
+std::string wireField(std::string text, std::size_t width) {
+    text.resize(width, '\0');
+    return text;
+}
+
+std::vector<std::string> namesOf(const std::vector<Step::Record>& records) {
+    std::vector<std::string> names;
+    for (const Step::Record& record : records) {
+        names.push_back(record.name);
+    }
+    return names;
+}
+
 std::string hostMessage(const Step& step) {
-    std::string body;
-    std::uint32_t dropped = 0;
+    const std::string text = step.records.empty() ? "" : step.records[0].name;
     switch (step.kind) {
-        case Step::BODY:
-            return step.records.empty() ? body : step.records[0].name;
         case Step::CONFIRM_INPUTS:
+            return cut(withRecords(step, begin(1, 1) + kUnread), step.numbers[1]);
         case Step::CONFIRM_OUTPUTS:
-        case Step::UPDATE: {
-            const bool isUpdate = step.kind == Step::UPDATE;
-            body = isUpdate ? begin(0, 3) : begin(1, step.kind == Step::CONFIRM_INPUTS ? 1 : 2);
-            append(body, kUnread);
-            if (isUpdate) {
-                append(body, kUnread);
-            }
-            const auto count = static_cast<std::uint32_t>(step.records.size());
-            append(body, step.numbers[0] == Step::kTrueCount ? count : step.numbers[0]);
-            dropped = step.numbers[1];
-            break;
-        }
+            return cut(withRecords(step, begin(1, 2) + kUnread), step.numbers[1]);
+        case Step::UPDATE:
+            return cut(withRecords(step, begin(0, 3) + kUnread + kUnread), step.numbers[1]);
         case Step::VERSION:
-            body = begin(1, 6);
-            append(body, (step.numbers[0] << 16U) + 0x1234U);
-            append(body, step.records.empty() ? "" : step.records[0].name, 128);
-            append(body, step.numbers[1]);
-            append(body, step.numbers[2]);
-            dropped = step.numbers[3];
-            break;
+            return cut(begin(1, 6) + wireWord((step.numbers[0] << 16U) + 0x1234U) + wireField(text, 128) +
+                           wireWord(step.numbers[1]) + wireWord(step.numbers[2]),
+                       step.numbers[3]);
         default:
-            return body;
+            return text;
     }
-    for (const Step::Record& record : step.records) {
-        if (step.kind == Step::CONFIRM_INPUTS) {
-            append(body, record.values[0]);
-            append(body, kUnread);
-            append(body, kUnread);
-            append(body, record.values[1]);
-            append(body, record.values[2]);
-            append(body, record.name, 32);
-        } else if (step.kind == Step::CONFIRM_OUTPUTS) {
-            append(body, record.values[0]);
-            append(body, kUnread);
-            append(body, kUnread);
-            append(body, kUnread);
-            append(body, record.name, 32);
-        } else if (step.kind == Step::UPDATE) {
-            append(body, record.values[0]);
-            append(body, record.values[1]);
-            append(body, record.values[2]);
-        }
-    }
-    body.resize(dropped < body.size() ? body.size() - dropped : 0);
-    return body;
 }
 
 }  // namespace com_tesk::test

@@ -9,44 +9,8 @@ namespace {
 
 constexpr std::uint32_t kRefused = 3;
 
-bool isTooLong(const std::string& name) {
-    return name.size() >= 32;
-}
-
-bool occursLater(const std::vector<Step::Record>& records, std::size_t index) {
-    for (std::size_t i = index + 1; i < records.size(); ++i) {
-        if (records[i].name == records[index].name) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// The line that says why a definition is refused; empty when it is not.
-std::string refusal(const std::vector<Step::Record>& definitions, std::size_t index, bool isKnown,
-                    const std::string& invalidType) {
-    const std::string& name = definitions[index].name;
-    if (definitions[index].values[0] == 0) {
-        return invalidType;
-    }
-    if (isTooLong(name)) {
-        return "Length of parameter id string '" + name + "' exceeds maximum 32";
-    }
-    if (isKnown) {
-        return "Parameter '" + name + "' already registered.";
-    }
-    if (occursLater(definitions, index)) {
-        return "Parameter '" + name + "' is requested more than once in the same subscription call.";
-    }
-    return "";
-}
-
-std::vector<std::string> namesOf(const std::vector<Step::Record>& records) {
-    std::vector<std::string> names;
-    for (const Step::Record& record : records) {
-        names.push_back(record.name);
-    }
-    return names;
+std::string tooLong(const std::string& name) {
+    return name.size() < 32 ? "" : "Length of parameter id string '" + name + "' exceeds maximum 32";
 }
 
 template <typename Value>
@@ -60,86 +24,63 @@ std::vector<std::string> keysOf(const std::map<std::string, Value>& table) {
 
 }  // namespace
 
-std::uint32_t Model::registerInputs(const std::vector<Step::Record>& definitions) {
+/// The line that says why a definition is refused; empty when it is not.
+std::string Model::refusal(Side side, const std::vector<Step::Record>& definitions, std::size_t index) {
+    const std::string& name = definitions[index].name;
+    if (definitions[index].values[0] == 0) {
+        return (side == INPUTS ? "Subscription type of parameter id string '"
+                               : "Invalid parameter type for output id string '") +
+               name + (side == INPUTS ? "' is invalid!" : "'!");
+    }
+    if (!tooLong(name).empty()) {
+        return tooLong(name);
+    }
+    if (table(side).entries.count(name) != 0) {
+        return "Parameter '" + name + "' already registered.";
+    }
+    for (std::size_t later = index + 1; later < definitions.size(); ++later) {
+        if (definitions[later].name == name) {
+            return "Parameter '" + name + "' is requested more than once in the same subscription call.";
+        }
+    }
+    return "";
+}
+
+std::uint32_t Model::registerAll(Side side, const std::vector<Step::Record>& definitions) {
     if (definitions.empty()) {
         return 0;
     }
     beginTableChange();
     for (std::size_t i = 0; i < definitions.size(); ++i) {
-        const std::string& name = definitions[i].name;
-        const std::string line = refusal(definitions, i, inputs.count(name) != 0,
-                                         "Subscription type of parameter id string '" + name + "' is invalid!");
+        const std::string line = refusal(side, definitions, i);
         if (!line.empty()) {
             print("err", line);
             endTableChange();
             return kRefused;
         }
-        inputs[name] = {definitions[i].values[0], definitions[i].values[1], kWaiting};
+        const auto& values = definitions[i].values;
+        table(side).entries[definitions[i].name] = {values[0], values[1], kUnassigned, false, 0};
     }
-    const bool isLeft = leavesInputs && stateChanges == 0;
-    const std::uint32_t result = isLeft ? 0 : sendInputSubscription(namesOf(definitions));
+    const bool isLeft = table(side).isLeft && own.stateChanges == 0;
+    const std::uint32_t result = isLeft ? 0 : sendRegistration(side, namesOf(definitions));
     endTableChange();
     return result;
 }
 
-std::uint32_t Model::registerOutputs(const std::vector<Step::Record>& definitions) {
-    if (definitions.empty()) {
-        return 0;
-    }
-    beginTableChange();
-    for (std::size_t i = 0; i < definitions.size(); ++i) {
-        const std::string& name = definitions[i].name;
-        const std::string line = refusal(definitions, i, outputs.count(name) != 0,
-                                         "Invalid parameter type for output id string '" + name + "'!");
-        if (!line.empty()) {
-            print("err", line);
-            endTableChange();
-            return kRefused;
-        }
-        outputs[name] = {definitions[i].values[0], kWaiting, false, 0, nextSerial++};
-    }
-    const bool isLeft = leavesOutputs && stateChanges == 0;
-    const std::uint32_t result = isLeft ? 0 : sendOutputSubscription(namesOf(definitions));
-    endTableChange();
-    return result;
-}
-
-std::uint32_t Model::unregisterInputs(const std::vector<std::string>& names) {
+std::uint32_t Model::unregister(Side side, const Names& names) {
+    Table& from = table(side);
     beginTableChange();
     std::vector<std::uint32_t> ids;
     for (const std::string& name : names) {
-        if (inputs.count(name) != 0) {
-            ids.push_back(inputs[name].id);
+        if (from.entries.count(name) != 0) {
+            ids.push_back(from.entries[name].id);
         }
     }
-    const std::uint32_t result = sendUnsubscription(4, ids);
-    if (result == 0) {
-        for (const std::string& name : names) {
-            if (inputs.count(name) != 0) {
-                inputIds.erase(inputs[name].id);
-                inputs.erase(name);
-            }
-        }
-    }
-    endTableChange();
-    return result;
-}
-
-std::uint32_t Model::unregisterOutputs(const std::vector<std::string>& names) {
-    beginTableChange();
-    std::vector<std::uint32_t> ids;
-    for (const std::string& name : names) {
-        if (outputs.count(name) != 0) {
-            ids.push_back(outputs[name].id);
-        }
-    }
-    const std::uint32_t result = sendUnsubscription(5, ids);
-    if (result == 0) {
-        for (const std::string& name : names) {
-            if (outputs.count(name) != 0) {
-                outputIds.erase(outputs[name].id);
-                outputs.erase(name);
-            }
+    const std::uint32_t result = sendUnregistration(side, ids);
+    for (const std::string& name : result == 0 ? names : Names()) {
+        if (from.entries.count(name) != 0) {
+            from.ids.erase(from.entries[name].id);
+            from.entries.erase(name);
         }
     }
     endTableChange();
@@ -151,101 +92,163 @@ std::uint32_t Model::publish(std::uint32_t mode, const std::vector<Step::Record>
         return 0;
     }
     for (const Step::Record& value : values) {
-        if (value.values[0] == 0) {
-            print("err", "Subscription type of parameter id string '" + value.name + "' is invalid!");
-            return kRefused;
-        }
-        if (isTooLong(value.name)) {
-            print("err", "Length of parameter id string '" + value.name + "' exceeds maximum 32");
-            return kRefused;
-        }
-        if (outputs.count(value.name) == 0) {
-            print("err", "Unknown parameter ID: " + value.name);
+        const std::string line = value.values[0] == 0
+                                     ? "Subscription type of parameter id string '" + value.name + "' is invalid!"
+                                 : !tooLong(value.name).empty()           ? tooLong(value.name)
+                                 : outputs.entries.count(value.name) == 0 ? "Unknown parameter ID: " + value.name
+                                                                          : "";
+        if (!line.empty()) {
+            print("err", line);
             return kRefused;
         }
     }
     beginTableChange();
     for (const Step::Record& value : values) {
-        outputs[value.name].bits = value.values[1];
-        outputs[value.name].published = true;
+        outputs.entries[value.name].bits = value.values[1];
+        outputs.entries[value.name].published = true;
     }
     const std::uint32_t result = sendPublication(namesOf(values), mode);
     endTableChange();
     return result;
 }
 
-void Model::apply(const Step& step) {
-    if (othersHoldTables && needsTables(step)) {
-        return;
-    }
-    const auto result = [this](std::uint32_t value) { log.push_back("result " + std::to_string(value)); };
+std::optional<std::uint32_t> Model::perform(const Step& step) {
+    const std::uint32_t number = step.numbers[0];
     switch (step.kind) {
         case Step::REGISTER_INPUTS:
-            return result(registerInputs(step.records));
+            return registerAll(INPUTS, step.records);
         case Step::REGISTER_OUTPUTS:
-            return result(registerOutputs(step.records));
+            return registerAll(OUTPUTS, step.records);
         case Step::UNREGISTER_INPUTS:
-            return result(unregisterInputs(namesOf(step.records)));
+            return unregister(INPUTS, namesOf(step.records));
         case Step::UNREGISTER_OUTPUTS:
-            return result(unregisterOutputs(namesOf(step.records)));
+            return unregister(OUTPUTS, namesOf(step.records));
         case Step::UNREGISTER_ALL_INPUTS:
-            unregisterInputs(keysOf(inputs));
-            return;
+            unregister(INPUTS, keysOf(inputs.entries));
+            break;
         case Step::UNREGISTER_ALL_OUTPUTS:
-            unregisterOutputs(keysOf(outputs));
-            return;
+            unregister(OUTPUTS, keysOf(outputs.entries));
+            break;
         case Step::PUBLISH:
-            return result(publish(step.numbers[0], step.records));
+            return publish(number, step.records);
+        case Step::REREGISTER:
+            reregisterInputs();
+            reregisterOutputs();
+            break;
         case Step::CONFIRM_INPUTS:
         case Step::CONFIRM_OUTPUTS:
         case Step::UPDATE:
         case Step::VERSION:
         case Step::BODY:
-            return receive(hostMessage(step));
+            if (isConnected()) {
+                receive(hostMessage(step));
+            }
+            break;
+        case Step::DISPATCH:
+            receive(hostMessage(step));
+            break;
         case Step::LOSE:
-            return lose(step.numbers[0]);
+            lose(number);
+            break;
         case Step::OPEN:
-            return open();
+            if (state != 0) {
+                return 2;
+            }
+            open();
+            break;
         case Step::CONNECT:
         case Step::REFUSE:
-            return connect(step.kind == Step::CONNECT);
+            connect(step.kind == Step::CONNECT);
+            break;
         case Step::FORCE_CLOSE:
-            return forceClose();
+            forceClose();
+            break;
         case Step::END:
-            return end();
+            end();
+            break;
         case Step::FAIL_WRITE:
-            writeFailures.push_back({static_cast<std::int32_t>(step.numbers[0]), step.numbers[1]});
-            return;
+            writeFailures.push_back({static_cast<std::int32_t>(number), step.numbers[1]});
+            break;
         case Step::SEND:
-            return result(sendRaw(step.numbers[0], step.records.empty() ? "" : step.records[0].name));
+            return send(number, hostMessage(step));
         case Step::SET_SIMULATOR_ID:
-            if (step.numbers[0] >= 32768) {
-                return result(kRefused);
-            }
-            simulatorId = step.numbers[0];
-            return result(0);
+            simulatorId = number < 32768 ? number : simulatorId;
+            return number < 32768 ? 0 : kRefused;
         case Step::ADD:
-            if (step.numbers[0] >= Step::kInterfaces || interfaces[step.numbers[0]]) {
-                return result(0);
-            }
-            interfaces[step.numbers[0]] = true;
-            return result(1);
+            return number < Step::kInterfaces && !std::exchange(interfaces[number], true) ? 1 : 0;
         case Step::REMOVE:
-            if (step.numbers[0] < Step::kInterfaces) {
-                interfaces[step.numbers[0]] = false;
+            if (number < Step::kInterfaces) {
+                interfaces[number] = false;
             }
-            return result(0);
+            return 0;
         case Step::WAIT:
-            return wait(step.numbers[0], step.numbers[1]);
+            return wait(number, step.numbers[1]);
+        case Step::QUERY:
         case Step::DURING:
         case Step::MEANWHILE:
-            insides[{step.numbers[0], step.numbers[1]}].push_back(step);
-            return;
+            break;
     }
+    return std::nullopt;
+}
+
+void Model::performOnAnotherThread(const std::vector<Step>& steps) {
+    const bool announcedEnd = std::exchange(othersAnnounceEnd, othersAnnounceEnd || own.announcesEnd);
+    const ThreadState ours = std::exchange(own, {});
+    for (const Step& step : steps) {
+        apply(step);
+    }
+    own = ours;
+    othersAnnounceEnd = announcedEnd;
+}
+
+std::string Model::answers(const std::vector<std::string>& names) const {
+    std::string text;
+    for (const Table* const table : {&inputs, &outputs}) {
+        const auto all = static_cast<std::uint32_t>(table->entries.size());
+        const auto confirmed = static_cast<std::uint32_t>(table->ids.size());
+        appendItem(text, "\ncounts", {all, confirmed, all - confirmed});
+    }
+    const auto callbacks = static_cast<std::uint32_t>(interfacesNow().size());
+    appendItem(text, "\nhost " + versionText, {protocolVersion, simulatorId, seenState(), port, callbacks});
+    text += port == 0 ? "\n0.0.0.0" : "\n127.0.0.1";
+    for (const std::string& name : names) {
+        for (const Table* const table : {&inputs, &outputs}) {
+            const auto found = table->entries.find(name);
+            const bool isKnown = found != table->entries.end();
+            appendItem(text, "\nhas ", {isKnown, isKnown && found->second.id != kUnassigned});
+        }
+        const auto output = outputs.entries.find(name);
+        const bool isKnown = output != outputs.entries.end();
+        const std::uint32_t bits = isKnown ? output->second.bits : 5;
+        for (std::uint32_t type = 0; type <= 3; ++type) {
+            appendItem(text, isKnown ? name : "old", {isKnown, isKnown && type != 2 ? 1U : type, bits, 99});
+        }
+    }
+    return text;
+}
+
+std::string Model::tables() const {
+    std::string text;
+    for (const auto& [name, entry] : inputs.entries) {
+        appendItem(text += "\ninput ", name, {entry.type, entry.mode, entry.id});
+    }
+    for (const auto& [id, name] : inputs.ids) {
+        appendItem(text += "\ninput id ", name, {id});
+    }
+    for (const auto& [name, entry] : outputs.entries) {
+        appendItem(text += "\noutput ", name, {entry.type, entry.id, entry.published, entry.bits});
+    }
+    for (const auto& idAndName : outputs.ids) {
+        appendItem(text, "\noutput id", {idAndName.first});
+    }
+    for (const auto& [name, entry] : outputs.entries) {
+        appendItem(text += "\npublished ", name, {entry.type == 2 ? 2U : 1U, entry.bits, 0});
+    }
+    return text;
 }
 
 void Model::print(const char* stream, const std::string& line) {
-    if (!isSilent()) {
+    if ((options & 2U) == 0) {
         log.push_back(std::string(stream) + ' ' + line);
     }
 }
@@ -262,48 +265,8 @@ std::vector<std::uint32_t> Model::interfacesNow() const {
 
 void Model::notify(Step::Event event, const std::string& what) {
     for (const std::uint32_t callback : interfacesNow()) {
-        notifyOne(callback, event, what);
+        callBack(callback, event, what);
     }
-}
-
-void Model::notifyOne(std::uint32_t callback, Step::Event event, const std::string& what) {
-    log.push_back(std::to_string(callback) + ' ' + what);
-    happen(event, callback);
-}
-
-void Model::happen(Step::Event event, std::uint32_t number) {
-    std::deque<Step>& waiting = insides[{event, number}];
-    if (waiting.empty()) {
-        return;
-    }
-    const Step next = waiting.front();
-    waiting.pop_front();
-    if (next.kind == Step::MEANWHILE) {
-        return applyOnAnotherThread(next.inside);
-    }
-    for (const Step& step : next.inside) {
-        apply(step);
-    }
-}
-
-void Model::applyOnAnotherThread(const std::vector<Step>& steps) {
-    const bool heldTables = std::exchange(othersHoldTables, othersHoldTables || tableChanges > 0);
-    const bool heldChange = std::exchange(othersHoldChange, othersHoldChange || stateChanges > 0);
-    const bool announcedEnd = std::exchange(othersAnnounceEnd, othersAnnounceEnd || announcesEnd);
-    const unsigned int ownTableChanges = std::exchange(tableChanges, 0);
-    const unsigned int ownStateChanges = std::exchange(stateChanges, 0);
-    const bool owesItself = std::exchange(owesClose, false);
-    const bool announcesItself = std::exchange(announcesEnd, false);
-    for (const Step& step : steps) {
-        apply(step);
-    }
-    othersHoldTables = heldTables;
-    othersHoldChange = heldChange;
-    tableChanges = ownTableChanges;
-    stateChanges = ownStateChanges;
-    owesClose = owesItself;
-    othersAnnounceEnd = announcedEnd;
-    announcesEnd = announcesItself;
 }
 
 }  // namespace com_tesk::test

@@ -13,81 +13,77 @@ void Model::setState(std::uint32_t newState) {
         return;
     }
     const std::string change = "state " + std::to_string(state) + "->" + std::to_string(newState);
-    const bool leadsToReady = newState == CONNECTED || newState == READY;
-    if (leadsToReady) {
-        leavesInputs = true;
-        leavesOutputs = true;
+    if (newState == CONNECTED) {
+        inputs.isLeft = outputs.isLeft = true;
     }
     state = newState;
     notify(Step::STATE_CHANGED, change);
     if (newState == CONNECTED) {
         setState(READY);
+        inputs.isLeft = outputs.isLeft = false;
     } else if (newState == READY) {
-        sendData(begin(6) + std::string(4, '\0'));
+        send(1, begin(6) + std::string(4, '\0'));
         reregister();
     } else if (newState == DISCONNECTED) {
-        inputs.clear();
-        inputIds.clear();
-        outputs.clear();
-        outputIds.clear();
-    }
-    if (leadsToReady) {
-        leavesInputs = false;
-        leavesOutputs = false;
+        inputs = outputs = Table();
     }
 }
 
 void Model::reregister() {
-    if (inputs.empty() && outputs.empty()) {
-        leavesInputs = false;
-        leavesOutputs = false;
+    if (inputs.entries.empty() && outputs.entries.empty()) {
+        inputs.isLeft = outputs.isLeft = false;
         return;
     }
-    print("out", "Re-registering input/output parameters (" + std::to_string(inputs.size()) + "/" +
-                     std::to_string(outputs.size()) + ")...");
+    print("out", "Re-registering input/output parameters (" + std::to_string(inputs.entries.size()) + "/" +
+                     std::to_string(outputs.entries.size()) + ")...");
     reregisterInputs();
     reregisterOutputs();
 }
 
+/// Inputs are registered anew, and wait for new ids.
 void Model::reregisterInputs() {
-    leavesInputs = false;
-    if (inputs.empty()) {
+    inputs.isLeft = false;
+    if (inputs.entries.empty()) {
         return;
     }
     print("out", "Registering input parameters with server...");
     std::vector<Step::Record> definitions;
-    for (const auto& input : inputs) {
-        definitions.push_back({input.first, {input.second.type, input.second.mode, 0}});
+    for (const auto& [name, input] : inputs.entries) {
+        definitions.push_back({name, {input.type, input.mode, 0}});
     }
-    inputIds.clear();
-    inputs.clear();
-    registerInputs(definitions);
+    inputs = Table();
+    registerAll(INPUTS, definitions);
 }
 
+/// Outputs are sent again, and stay as they are.
 void Model::reregisterOutputs() {
-    leavesOutputs = false;
-    if (outputs.empty()) {
+    outputs.isLeft = false;
+    if (outputs.entries.empty()) {
         return;
     }
     print("out", "Registering output parameters with server...");
-    std::vector<std::string> names;
-    for (const auto& output : outputs) {
-        names.push_back(output.first);
+    Names names;
+    for (const auto& nameAndOutput : outputs.entries) {
+        names.push_back(nameAndOutput.first);
     }
     beginTableChange();
-    sendOutputSubscription(names);
+    sendRegistration(OUTPUTS, names);
     endTableChange();
 }
 
+bool Model::isConnected() const {
+    return state == CONNECTED || state == READY;
+}
+
+/// Until the end is complete, other threads see the state before it.
+std::uint32_t Model::seenState() const {
+    return othersAnnounceEnd ? DISCONNECTING : state;
+}
+
 void Model::open() {
-    if (state != DISCONNECTED) {
-        log.push_back("result 2");
-        return;
-    }
     isPauseEnded = false;
     beginStateChange();
     setState(CONNECTING);
-    address = 0x0100007F;
     port = 55580;
     endStateChange();
 }
@@ -107,7 +103,7 @@ void Model::connect(bool accepted) {
 }
 
 void Model::forceClose() {
-    if (stateChanges > 0 || othersHoldChange) {
+    if (own.stateChanges > 0 || doOthersHoldChange()) {
         if (state != DISCONNECTED) {
             isCloseRequested = true;
             isPauseEnded = true;
@@ -124,7 +120,6 @@ void Model::beginDisconnecting() {
         return;
     }
     setState(DISCONNECTING);
-    address = 0;
     port = 0;
     isPauseEnded = true;
 }
@@ -134,16 +129,15 @@ void Model::sleep() {
     happen(Step::SLEEPING, 0);
 }
 
-void Model::wait(std::uint32_t wanted, std::uint32_t seconds) {
-    const auto isSeen = [this, wanted] { return wanted == (othersAnnounceEnd ? DISCONNECTING : state); };
-    for (std::uint32_t poll = 0; poll < seconds && !isSeen(); ++poll) {
+std::uint32_t Model::wait(std::uint32_t wanted, std::uint32_t seconds) {
+    for (std::uint32_t poll = 0; poll < seconds && seenState() != wanted; ++poll) {
         sleep();
     }
-    log.push_back(isSeen() ? "result 1" : "result 0");
+    return seenState() == wanted ? 1 : 0;
 }
 
 void Model::closeConnection() {
-    if (!reconnects()) {
+    if ((options & 1U) == 0) {
         forceClose();
         return;
     }
@@ -170,63 +164,53 @@ void Model::end() {
     }
     log.push_back("disconnect");
     beginStateChange();
-    announcesEnd = true;
+    own.announcesEnd = true;
     setState(DISCONNECTED);
-    announcesEnd = false;
+    own.announcesEnd = false;
     endStateChange();
 }
 
 void Model::lose(std::uint32_t loss) {
-    if (state != CONNECTED && state != READY) {
+    // By `Step::Loss`.
+    static const char* const lines[] = {
+        "Connection closed by server.",
+        "Read error (104). Closing connection.",
+        "Read error (bytes read 10). Closing connection.",
+        "Invalid header data received. Closing connection.",
+        "Invalid message data received (32). Closing connection.",
+        "EXIT: Connection closed by server.",
+        "EXIT: Read error.",
+    };
+    if (!isConnected()) {
         return;
     }
-    switch (loss) {
-        case Step::HEADER_CLOSED:
-            print("err", "Connection closed by server.");
-            break;
-        case Step::HEADER_ERROR:
-            print("err", "Read error (104). Closing connection.");
-            closeConnection();
-            print("err", "Invalid header data received. Closing connection.");
-            break;
-        case Step::HEADER_SHORT:
-            print("err", "Read error (bytes read 10). Closing connection.");
-            break;
-        case Step::HEADER_FOREIGN:
-            print("err", "Invalid header data received. Closing connection.");
-            break;
-        case Step::NO_BODY:
-            print("err", "Invalid message data received (32). Closing connection.");
-            break;
-        case Step::BODY_CLOSED:
-            print("err", "EXIT: Connection closed by server.");
-            break;
-        default:
-            print("err", "EXIT: Read error.");
-            break;
-    }
+    print("err", lines[loss]);
     closeConnection();
+    if (loss == Step::HEADER_ERROR) {
+        print("err", lines[Step::HEADER_FOREIGN]);
+        closeConnection();
+    }
 }
 
 void Model::endTableChange() {
-    --tableChanges;
-    payOwedClose();
+    --own.tableChanges;
+    performDeferredClose();
 }
 
 void Model::endStateChange() {
-    --stateChanges;
-    while (isCloseRequested && stateChanges == 0) {
+    --own.stateChanges;
+    while (isCloseRequested && own.stateChanges == 0) {
         isCloseRequested = false;
         beginStateChange();
         beginDisconnecting();
-        --stateChanges;
+        --own.stateChanges;
     }
-    payOwedClose();
+    performDeferredClose();
 }
 
-void Model::payOwedClose() {
-    if (owesClose && tableChanges == 0 && stateChanges == 0) {
-        owesClose = false;
+void Model::performDeferredClose() {
+    if (own.isCloseDeferred && own.tableChanges == 0 && own.stateChanges == 0) {
+        own.isCloseDeferred = false;
         closeConnection();
     }
 }

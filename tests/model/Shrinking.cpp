@@ -1,92 +1,80 @@
 #include "tests/model/Shrinking.h"
 
 #include <algorithm>
-#include <utility>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
 
 namespace com_tesk::test {
 
 namespace {
 
-class Shrinking {
-  public:
-    Shrinking(Life& failingLife, const std::function<bool(const Life&)>& failing, std::chrono::milliseconds time)
-        : life(failingLife), fails(failing), deadline(std::chrono::steady_clock::now() + time) {}
+using Pieces = std::vector<std::string>;
 
-    void shrink() {
-        bool helped = true;
-        while (helped && !isOver()) {
-            helped = false;
-            for (std::size_t run = std::max<std::size_t>(life.steps.size() / 2, 1); run > 0; run /= 2) {
-                helped = dropRuns(run) || helped;
+Pieces split(const std::string& text, char separator) {
+    Pieces pieces;
+    std::istringstream stream(text);
+    for (std::string piece; std::getline(stream, piece, separator);) {
+        pieces.push_back(piece);
+    }
+    return pieces;
+}
+
+std::string joined(const Pieces& pieces, char separator) {
+    std::string text;
+    for (const std::string& piece : pieces) {
+        text += (text.empty() ? "" : std::string(1, separator)) + piece;
+    }
+    return text;
+}
+
+/// Removes pieces but the first, as long as `fails`. Backwards, because what comes last depends on what comes first.
+template <typename Fails>
+bool shrink(Pieces& pieces, const Fails& fails) {
+    const std::size_t before = pieces.size();
+    for (std::size_t size = pieces.size() / 2; size > 0; size /= 2) {
+        for (std::size_t end = pieces.size(); end > 1;) {
+            const std::size_t begin = std::max<std::size_t>(end > size ? end - size : 0, 1);
+            Pieces fewer(pieces.begin(), pieces.begin() + static_cast<std::ptrdiff_t>(begin));
+            fewer.insert(fewer.end(), pieces.begin() + static_cast<std::ptrdiff_t>(end), pieces.end());
+            if (fails(fewer)) {
+                pieces = fewer;
             }
-            helped = dropRecords() || helped;
+            end = begin;
         }
     }
-
-  private:
-    bool isOver() const { return std::chrono::steady_clock::now() >= deadline; }
-
-    bool accept(Life&& candidate) {
-        if (isOver() || !fails(candidate)) {
-            return false;
-        }
-        life = std::move(candidate);
-        return true;
-    }
-
-    /// Backwards: what comes last depends on what comes first, seldom the other way round.
-    bool dropRuns(std::size_t run) {
-        bool helped = false;
-        std::size_t end = life.steps.size();
-        while (end > 0 && !isOver()) {
-            const std::size_t begin = end > run ? end - run : 0;
-            Life candidate = life;
-            candidate.steps.erase(candidate.steps.begin() + static_cast<std::ptrdiff_t>(begin),
-                                  candidate.steps.begin() + static_cast<std::ptrdiff_t>(end));
-            helped = accept(std::move(candidate)) || helped;
-            end = std::min(begin, life.steps.size());
-        }
-        return helped;
-    }
-
-    bool dropRecords() {
-        bool helped = false;
-        for (std::size_t i = 0; i < life.steps.size() && !isOver(); ++i) {
-            const auto theStep = [i](Life& of) -> Step& { return of.steps[i]; };
-            helped = dropFrom([&theStep](Life & of) -> auto& { return theStep(of).records; }) || helped;
-            if (life.steps[i].inside.size() > 1) {
-                helped = dropFrom([&theStep](Life & of) -> auto& { return theStep(of).inside; }) || helped;
-            }
-            for (std::size_t j = 0; j < life.steps[i].inside.size(); ++j) {
-                helped =
-                    dropFrom([&theStep, j ](Life & of) -> auto& { return theStep(of).inside[j].records; }) || helped;
-            }
-        }
-        return helped;
-    }
-
-    /// Drops single elements of the vector that `in` finds in a life.
-    template <typename In>
-    bool dropFrom(const In& in) {
-        bool helped = false;
-        for (std::size_t j = in(life).size(); j-- > 0;) {
-            Life candidate = life;
-            in(candidate).erase(in(candidate).begin() + static_cast<std::ptrdiff_t>(j));
-            helped = accept(std::move(candidate)) || helped;
-        }
-        return helped;
-    }
-
-    Life& life;
-    const std::function<bool(const Life&)>& fails;
-    const std::chrono::steady_clock::time_point deadline;
-};
+    return pieces.size() < before;
+}
 
 }  // namespace
 
-Life shrunk(Life life, const std::function<bool(const Life&)>& fails, std::chrono::milliseconds time) {
-    Shrinking(life, fails, time).shrink();
-    return life;
+StepSequence shrunk(const StepSequence& sequence, const std::function<bool(const StepSequence&)>& fails,
+                    std::chrono::milliseconds time) {
+    const auto deadline = std::chrono::steady_clock::now() + time;
+    const auto linesFail = [&fails, deadline](const Pieces& lines) {
+        try {
+            return std::chrono::steady_clock::now() < deadline && fails(sequenceFrom(joined(lines, '\n')));
+        } catch (const std::logic_error&) {  // These words are no steps.
+            return false;
+        }
+    };
+    Pieces lines = split(textOf(sequence), '\n');
+    for (bool helped = true; helped;) {
+        helped = shrink(lines, linesFail);
+        for (std::string& line : lines) {
+            Pieces words = split(line, ' ');
+            helped = shrink(words,
+                            [&](const Pieces& fewer) {
+                                const std::string before = line;
+                                line = joined(fewer, ' ');
+                                const bool isFailing = linesFail(lines);
+                                line = isFailing ? line : before;
+                                return isFailing;
+                            }) ||
+                     helped;
+        }
+    }
+    return sequenceFrom(joined(lines, '\n'));
 }
 
 }  // namespace com_tesk::test

@@ -2,14 +2,16 @@
 
 #include <chrono>
 #include <functional>
+#include <string>
 
 #include "tests/model/Step.h"
 
 namespace com_tesk::test {
 
-/// A shorter life that still fails: takes away runs of steps, from long ones to single ones, then single records, for
-/// as long as that helps and the time lasts.
-/// @param fails  whether a life fails; true for `life`.
-Life shrunk(Life life, const std::function<bool(const Life&)>& fails, std::chrono::milliseconds time);
+/// Returns a shorter sequence that still fails. Removes lines of the text form, then words of its lines, for as long as
+/// that helps and the time lasts: many at once first, then single ones.
+/// @param fails  whether a sequence fails; true for `sequence`.
+StepSequence shrunk(const StepSequence& sequence, const std::function<bool(const StepSequence&)>& fails,
+                    std::chrono::milliseconds time);
 
 }  // namespace com_tesk::test

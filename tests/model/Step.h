@@ -2,16 +2,16 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 namespace com_tesk::test {
 
-/// The id of what the host has not confirmed.
-constexpr std::uint32_t kWaiting = 0xFFFFF;
+/// The id of a parameter that the host has not confirmed.
+constexpr std::uint32_t kUnassigned = 0xFFFFF;
 
-/// One thing that happens in the life of an engine, as data: what the application calls, what the host sends, what
-/// becomes of the connection. It has a text form of one line, so that a life can be written down and replayed.
+/// One call of the application, one message of the host or one event of the connection, as data.
 struct Step {
     enum Kind {
         REGISTER_INPUTS,
@@ -21,11 +21,14 @@ struct Step {
         UNREGISTER_ALL_INPUTS,
         UNREGISTER_ALL_OUTPUTS,
         PUBLISH,
+        REREGISTER,
+        QUERY,
         CONFIRM_INPUTS,
         CONFIRM_OUTPUTS,
         UPDATE,
         VERSION,
         BODY,
+        DISPATCH,
         LOSE,
         OPEN,
         CONNECT,
@@ -42,10 +45,10 @@ struct Step {
         MEANWHILE,
     };
 
-    /// The ways in which `LOSE` loses a connection, its only number.
+    /// How a connection is lost: the only number of `LOSE`.
     enum Loss { HEADER_CLOSED, HEADER_ERROR, HEADER_SHORT, HEADER_FOREIGN, NO_BODY, BODY_CLOSED, BODY_ERROR, LOSSES };
 
-    /// When the steps inside a `DURING` or a `MEANWHILE` can happen, its first number: in a callback, and with `MEANWHILE`
+    /// When the steps inside a `DURING` or a `MEANWHILE` happen, its first number: in a callback, and with `MEANWHILE`
     /// also in a write, before its result is decided, and in a sleep.
     enum Event {
         STATE_CHANGED,
@@ -55,10 +58,11 @@ struct Step {
         CALLBACKS,
         WRITING = CALLBACKS,
         SLEEPING,
-        EVENTS
+        EVENTS,
+        ANY_CALLBACK = EVENTS,  ///< The next callback that no other step waits for; the interface is 0.
     };
 
-    /// In a response or an update: announce as many records as there are.
+    /// In a message: announce as many records as there are.
     static constexpr std::uint32_t kTrueCount = 0xFFFFFFFF;
 
     /// Callback interfaces are numbered from 0; this number stands for a null pointer.
@@ -69,41 +73,42 @@ struct Step {
         std::array<std::uint32_t, 3> values{};
     };
 
+    bool isNested() const { return kind == DURING || kind == MEANWHILE; }
+
     Kind kind = END;
-    std::vector<std::uint32_t> numbers;
+    std::array<std::uint32_t, 4> numbers{};
     std::vector<Record> records;
-    /// The steps inside a `DURING`, which the thread of the event takes, or a `MEANWHILE`, which another thread takes while
+    /// The steps inside a `DURING` run on the thread of the event. Those inside a `MEANWHILE` run on another thread, and
     /// the thread of the event waits for it.
     std::vector<Step> inside;
 };
 
-/// Whether a step waits for a thread that changes the tables, or writes what is registered. While the thread of the event
-/// holds that lock, another thread leaves the step out.
-bool needsTables(const Step& step);
-
-/// A whole life: how the engine is made, and its steps.
-struct Life {
+/// How an engine is made, and what then happens.
+struct StepSequence {
     std::uint32_t simulatorId = 1;
     std::uint32_t options = 0;
     std::vector<Step> steps;
 };
 
-/// The text form of a life: first "engine <simulator id> <options>", then a line for each step. In names, what is not
-/// a letter, a digit or one of "_.-" is a percent sign and two hex digits; an empty name is two quotation marks.
+/// The text form of a sequence: first "engine <simulator id> <options>", then a line for each step. Numbers at the end
+/// that are missing are 0. In names and bytes, most characters but letters, digits and "_.-" are a percent sign and two
+/// hex digits; an empty name is two quotation marks.
 ///
 ///     registerInputs     name,type,mode ...
 ///     registerOutputs    name,type ...
 ///     unregisterInputs   name ...             (also unregisterOutputs, unregisterAllInputs, unregisterAllOutputs)
 ///     publish            mode  name,type,bits ...
+///     reregister                              (what follows a new simulator id)
+///     query              name ...
 ///     confirmInputs      announced dropped  name,id,flag,bits ...
 ///     confirmOutputs     announced dropped  name,id ...
-///     update             announced dropped  id,flag,bits ...
+///     update             announced dropped  '',id,flag,bits ...
 ///     version            id protocol status dropped  text
-///     body               hex                  (a frame's body as it is)
+///     body, dispatch     bytes                (a frame's body; `dispatch` in any state, past the transport)
 ///     lose               loss                 (see `Step::Loss`)
 ///     open, connect, refuse, forceClose, end
 ///     failWrite          result errno
-///     send               type  hex
+///     send               type  bytes
 ///     setSimulatorId     id
 ///     add, remove        interface
 ///     wait               state seconds
@@ -111,17 +116,28 @@ struct Life {
 ///
 /// `announced` is the record count that the message claims (4294967295: the true one), `dropped` the number of bytes
 /// missing at its end.
-std::string textOf(const Life& life);
+std::string textOf(const StepSequence& sequence);
 std::string textOf(const Step& step);
 
 /// The reverse. Empty lines and what follows a '#' are skipped.
 /// @throw std::invalid_argument
-Life lifeFrom(const std::string& text);
+StepSequence sequenceFrom(const std::string& text);
 
-/// A name as it stands in the text form, for other texts too.
+/// A name as it stands in the text form.
 std::string escaped(const std::string& name);
+
+/// Appends a name and its values: "name,1,2".
+void appendItem(std::string& text, const std::string& name, std::initializer_list<std::uint32_t> values);
 
 /// The body of the host message that a step stands for.
 std::string hostMessage(const Step& step);
+
+std::vector<std::string> namesOf(const std::vector<Step::Record>& records);
+
+/// A big-endian word of the wire.
+std::string wireWord(std::uint32_t value);
+
+/// A field of the wire: `text`, cut or padded with zeros.
+std::string wireField(std::string text, std::size_t width);
 
 }  // namespace com_tesk::test

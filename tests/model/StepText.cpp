@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cctype>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -8,71 +10,29 @@ namespace com_tesk::test {
 
 namespace {
 
-enum Naming { NO_RECORDS, NAMED, NAMELESS, HEX };
-
-/// How one kind of step is written.
-struct Form {
-    Step::Kind kind;
-    const char* keyword;
-    std::size_t numbers;
-    Naming naming;
-    std::size_t values;  ///< Of each record, besides its name.
-};
-
-constexpr Form kForms[] = {
-    {Step::REGISTER_INPUTS, "registerInputs", 0, NAMED, 2},
-    {Step::REGISTER_OUTPUTS, "registerOutputs", 0, NAMED, 1},
-    {Step::UNREGISTER_INPUTS, "unregisterInputs", 0, NAMED, 0},
-    {Step::UNREGISTER_OUTPUTS, "unregisterOutputs", 0, NAMED, 0},
-    {Step::UNREGISTER_ALL_INPUTS, "unregisterAllInputs", 0, NO_RECORDS, 0},
-    {Step::UNREGISTER_ALL_OUTPUTS, "unregisterAllOutputs", 0, NO_RECORDS, 0},
-    {Step::PUBLISH, "publish", 1, NAMED, 2},
-    {Step::CONFIRM_INPUTS, "confirmInputs", 2, NAMED, 3},
-    {Step::CONFIRM_OUTPUTS, "confirmOutputs", 2, NAMED, 1},
-    {Step::UPDATE, "update", 2, NAMELESS, 3},
-    {Step::VERSION, "version", 4, NAMED, 0},
-    {Step::BODY, "body", 0, HEX, 0},
-    {Step::LOSE, "lose", 1, NO_RECORDS, 0},
-    {Step::OPEN, "open", 0, NO_RECORDS, 0},
-    {Step::CONNECT, "connect", 0, NO_RECORDS, 0},
-    {Step::REFUSE, "refuse", 0, NO_RECORDS, 0},
-    {Step::FORCE_CLOSE, "forceClose", 0, NO_RECORDS, 0},
-    {Step::END, "end", 0, NO_RECORDS, 0},
-    {Step::FAIL_WRITE, "failWrite", 2, NO_RECORDS, 0},
-    {Step::SEND, "send", 1, HEX, 0},
-    {Step::SET_SIMULATOR_ID, "setSimulatorId", 1, NO_RECORDS, 0},
-    {Step::ADD, "add", 1, NO_RECORDS, 0},
-    {Step::REMOVE, "remove", 1, NO_RECORDS, 0},
-    {Step::WAIT, "wait", 2, NO_RECORDS, 0},
-    {Step::DURING, "during", 2, NO_RECORDS, 0},
-    {Step::MEANWHILE, "meanwhile", 2, NO_RECORDS, 0},
-};
-
-const char kDigits[] = "0123456789ABCDEF";
-
-bool isPlain(char character) {
-    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-           (character >= '0' && character <= '9') || character == '_' || character == '.' || character == '-';
+/// In the order of `Step::Kind`.
+const std::vector<std::string>& keywords() {
+    static const std::vector<std::string> all = [] {
+        std::istringstream words(
+            "registerInputs registerOutputs unregisterInputs unregisterOutputs unregisterAllInputs "
+            "unregisterAllOutputs "
+            "publish reregister query confirmInputs confirmOutputs update version body dispatch lose open connect "
+            "refuse "
+            "forceClose end failWrite send setSimulatorId add remove wait during meanwhile");
+        return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
+    }();
+    return all;
 }
 
-void appendHex(std::string& text, char character) {
-    const unsigned int byte = static_cast<unsigned char>(character);
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0xFU];
-}
-
-char byteFrom(const std::string& digits) {
-    if (digits.size() != 2) {
-        throw std::invalid_argument("half a byte: " + digits);
-    }
-    return static_cast<char>(std::stoul(digits, nullptr, 16));
+bool isDigit(char character) {
+    return character >= '0' && character <= '9';
 }
 
 std::string unescaped(const std::string& text) {
     std::string name;
     for (std::size_t i = text == "''" ? 2 : 0; i < text.size(); ++i) {
         if (text[i] == '%') {
-            name += byteFrom(text.substr(i + 1, 2));
+            name += static_cast<char>(std::stoul(text.substr(i + 1, 2), nullptr, 16));
             i += 2;
         } else {
             name += text[i];
@@ -83,49 +43,21 @@ std::string unescaped(const std::string& text) {
 
 std::uint32_t numberFrom(const std::string& text) {
     std::size_t used = 0;
-    const unsigned long number = std::stoul(text, &used, 10);
+    const unsigned long number = std::stoul(text, &used);
     if (used != text.size() || number > 0xFFFFFFFF) {
         throw std::invalid_argument("not a number: " + text);
     }
     return static_cast<std::uint32_t>(number);
 }
 
-std::string textOf(const Step::Record& record, const Form& form) {
-    std::string text;
-    if (form.naming == HEX) {
-        for (const char character : record.name) {
-            appendHex(text, character);
-        }
-        return text.empty() ? "''" : text;
-    }
-    if (form.naming == NAMED) {
-        text = escaped(record.name);
-    }
-    for (std::size_t i = 0; i < form.values; ++i) {
-        text += (text.empty() ? "" : ",") + std::to_string(record.values[i]);
-    }
-    return text;
-}
-
-Step::Record recordFrom(const std::string& text, const Form& form) {
+Step::Record recordFrom(const std::string& text) {
     Step::Record record;
-    if (form.naming == HEX) {
-        for (std::size_t i = text == "''" ? 2 : 0; i < text.size(); i += 2) {
-            record.name += byteFrom(text.substr(i, 2));
-        }
-        return record;
-    }
     std::istringstream parts(text);
     std::string part;
-    if (form.naming == NAMED) {
-        std::getline(parts, part, ',');
-        record.name = unescaped(part);
-    }
-    for (std::size_t i = 0; i < form.values; ++i) {
-        if (!std::getline(parts, part, ',')) {
-            throw std::invalid_argument("values are missing: " + text);
-        }
-        record.values[i] = numberFrom(part);
+    std::getline(parts, part, ',');
+    record.name = unescaped(part);
+    for (std::size_t i = 0; std::getline(parts, part, ','); ++i) {
+        record.values.at(i) = numberFrom(part);
     }
     return record;
 }
@@ -133,76 +65,71 @@ Step::Record recordFrom(const std::string& text, const Form& form) {
 Step stepFrom(std::istringstream& words) {
     std::string word;
     words >> word;
-    for (const Form& form : kForms) {
-        if (word != form.keyword) {
-            continue;
-        }
-        Step step;
-        step.kind = form.kind;
-        for (std::size_t i = 0; i < form.numbers; ++i) {
-            if (!(words >> word)) {
-                throw std::invalid_argument(std::string("numbers are missing: ") + form.keyword);
-            }
-            step.numbers.push_back(numberFrom(word));
-        }
-        if (form.kind == Step::DURING || form.kind == Step::MEANWHILE) {
-            while (!(words >> std::ws).eof()) {
-                step.inside.push_back(stepFrom(words));
-            }
-            return step;
-        }
-        while (words >> word && word != ";") {
-            if (form.naming == NO_RECORDS) {
-                throw std::invalid_argument("too much: " + word);
-            }
-            step.records.push_back(recordFrom(word, form));
-        }
-        return step;
+    const auto keyword = std::find(keywords().begin(), keywords().end(), word);
+    if (keyword == keywords().end()) {
+        throw std::invalid_argument("unknown step: " + word);
     }
-    throw std::invalid_argument("unknown step: " + word);
+    Step step;
+    step.kind = static_cast<Step::Kind>(keyword - keywords().begin());
+    std::size_t count = 0;
+    while (isDigit(static_cast<char>((words >> std::ws).peek()))) {
+        words >> word;
+        step.numbers.at(count++) = numberFrom(word);
+    }
+    while (step.isNested() && !words.eof()) {
+        step.inside.push_back(stepFrom(words));
+        words >> std::ws;
+    }
+    while (words >> word && word != ";") {
+        step.records.push_back(recordFrom(word));
+    }
+    return step;
+}
+
+/// Appends the numbers without the zeros at the end.
+template <typename Numbers>
+void append(std::string& text, char separator, const Numbers& numbers) {
+    std::size_t count = numbers.size();
+    while (count > 0 && numbers[count - 1] == 0) {
+        --count;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        text += separator + std::to_string(numbers[i]);
+    }
 }
 
 }  // namespace
 
-bool needsTables(const Step& step) {
-    switch (step.kind) {
-        case Step::REGISTER_INPUTS:
-        case Step::REGISTER_OUTPUTS:
-        case Step::UNREGISTER_INPUTS:
-        case Step::UNREGISTER_OUTPUTS:
-        case Step::UNREGISTER_ALL_INPUTS:
-        case Step::UNREGISTER_ALL_OUTPUTS:
-        case Step::PUBLISH:
-            return true;
-        default:
-            return false;
-    }
-}
-
 std::string escaped(const std::string& name) {
-    if (name.empty()) {
-        return "''";
-    }
-    std::string text;
+    static const char digits[] = "0123456789ABCDEF";
+    std::string text = name.empty() ? "''" : "";
     for (const char character : name) {
-        if (isPlain(character)) {
+        const auto byte = static_cast<unsigned char>(character);
+        const bool isPlain = byte < 0x80 && (std::isalnum(byte) != 0 || byte == '_' || byte == '.' || byte == '-');
+        // A word that begins with a digit is a number.
+        if (isPlain && !(text.empty() && isDigit(character))) {
             text += character;
         } else {
-            text += '%';
-            appendHex(text, character);
+            text += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
         }
     }
     return text;
 }
 
-std::string textOf(const Step& step) {
-    const Form& form = kForms[step.kind];
-    std::string text = form.keyword;
-    for (const std::uint32_t number : step.numbers) {
-        text += ' ' + std::to_string(number);
+void appendItem(std::string& text, const std::string& name, std::initializer_list<std::uint32_t> values) {
+    text += name;
+    for (const std::uint32_t value : values) {
+        text += ',';
+        text += std::to_string(value);
     }
+}
+
+std::string textOf(const Step& step) {
+    std::string text = keywords()[step.kind];
+    append(text, ' ', step.numbers);
     for (const Step::Record& record : step.records) {
-        text += ' ' + textOf(record, form);
+        text += ' ' + escaped(record.name);
+        append(text, ',', record.values);
     }
     for (const Step& inner : step.inside) {
         text += (&inner == &step.inside.front() ? " " : " ; ") + textOf(inner);
@@ -210,37 +137,31 @@ std::string textOf(const Step& step) {
     return text;
 }
 
-std::string textOf(const Life& life) {
-    std::string text = "engine " + std::to_string(life.simulatorId) + ' ' + std::to_string(life.options) + '\n';
-    for (const Step& step : life.steps) {
+std::string textOf(const StepSequence& sequence) {
+    std::string text = "engine " + std::to_string(sequence.simulatorId) + ' ' + std::to_string(sequence.options) + '\n';
+    for (const Step& step : sequence.steps) {
         text += textOf(step) + '\n';
     }
     return text;
 }
 
-Life lifeFrom(const std::string& text) {
-    Life life;
+StepSequence sequenceFrom(const std::string& text) {
+    StepSequence sequence;
     std::istringstream lines(text);
-    std::string line;
-    while (std::getline(lines, line)) {
-        line.resize(std::min(line.find('#'), line.size()));
-        std::istringstream words(line);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line.substr(0, line.find('#')));
         std::string word;
         if (!(words >> word)) {
             continue;
         }
         if (word == "engine") {
-            std::string id;
-            std::string options;
-            words >> id >> options;
-            life.simulatorId = numberFrom(id);
-            life.options = numberFrom(options);
-            continue;
+            words >> sequence.simulatorId >> sequence.options;
+        } else {
+            words.seekg(0);
+            sequence.steps.push_back(stepFrom(words));
         }
-        std::istringstream whole(line);
-        life.steps.push_back(stepFrom(whole));
     }
-    return life;
+    return sequence;
 }
 
 }  // namespace com_tesk::test

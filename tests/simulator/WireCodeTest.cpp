@@ -1,139 +1,145 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "simulator/HostMessages.h"
 #include "simulator/LastUpdate.h"
 #include "simulator/RequestEncoding.h"
-#include "tests/support/Hex.h"
+#include "tests/simulator/SimulatorFixture.h"
 
 namespace com_tesk::test {
 namespace {
 
 // Encoding and decoding without an engine.
 
-/// The hex text of a request that `encode` writes.
-std::string encoded(std::size_t maxSize, const std::function<char*(char*)>& encode) {
-    std::vector<char> request(maxSize);
-    const auto length = static_cast<std::size_t>(encode(request.data()) - request.data());
-    request.resize(length);
-    wire::complete(request.data(), length);
-    return hexText(request);
+using Encode = std::function<char*(char*)>;
+
+/// Returns the hex text of what `encode` writes.
+std::string encoded(const Encode& encode) {
+    std::vector<char> bytes(100, '\xEE');
+    bytes.resize(static_cast<std::size_t>(encode(bytes.data()) - bytes.data()));
+    return hexText(bytes);
 }
 
-std::string text(const std::string& freeHex) {
-    return hexText(hex(freeHex));
-}
-
-const std::string kFiller = "00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF ";
-
-TEST(RequestEncoding, OfAVersionRequest) {
-    EXPECT_EQ(
-        encoded(wire::maxRequestSize(1), [](char* at) { return wire::putVersionRequest(at, 5); }),
-        text("00 00 00 34 00 00 00 20" + kFiller + "04 02 7F FF 00 00 00 14 00 7F 00 06 00 05 00 00 00 00 00 00"));
-}
-
-TEST(RequestEncoding, OfASubscription) {
-    EXPECT_EQ(encoded(wire::maxRequestSize(1, 2, layout::input_subscription::kRecordLength),
-                      [](char* at) {
-                          at = wire::beginInputSubscription(at, 1, 2);
-                          at = wire::putInput(at, "A", CSClient::TYPE_INT, 1);
-                          return wire::putInput(at, "B", CSClient::TYPE_FLOAT, 3);
-                      }),
-              text("00 00 00 8C 00 00 00 20" + kFiller + "04 02 7F FF 00 00 00 6C 00 7F 00 01 00 01 00 00 00 00 00 02" +
-                   "00 00 2E E0 00 00 2E E0 00 00 00 01" + hexField("A") + "00 01 D4 C0 00 01 D4 C0 00 00 00 00" +
-                   hexField("B")));
-}
-
-TEST(RequestEncoding, OfARegistration) {
-    EXPECT_EQ(
-        encoded(
-            wire::maxRequestSize(1, 1, layout::output_registration::kRecordLength),
-            [](char* at) { return wire::putOutput(wire::beginOutputRegistration(at, 1, 1), "A", CSClient::TYPE_INT); }),
-        text("00 00 00 5C 00 00 00 20" + kFiller +
-             "04 02 7F FF 00 00 00 3C 00 7F 00 02 00 01 00 00 00 00 00 01 00 00 04 B0 00 00 00 01" + hexField("A")));
-}
-
-TEST(RequestEncoding, OfAPublication) {
-    const auto publication = [](CSClient::ParameterType type) {
-        return encoded(wire::maxRequestSize(2, 1, layout::publication::kRecordLength), [type](char* at) {
-            return wire::putValue(wire::beginPublication(at, 1, 9, 1), 7, type, {1.5F});
-        });
-    };
-    const std::string begin = "00 00 00 44 00 00 00 20" + kFiller +
-                              "04 02 7F FF 00 00 00 24 00 7F 00 03 00 01 00 00 00 00 00 09 00 00 00 01 00 00 00 07";
-    EXPECT_EQ(publication(CSClient::TYPE_FLOAT), text(begin + "00 00 00 00 3F C0 00 00"));
-    EXPECT_EQ(publication(CSClient::TYPE_INT), text(begin + "00 00 00 01 3F C0 00 00"));
-    EXPECT_EQ(publication(CSClient::TYPE_UNDEFINED), text(begin + "00 00 00 00 00 00 00 00"));
-    EXPECT_EQ(publication(3),
-              text("00 00 00 3C 00 00 00 20" + kFiller +
-                   "04 02 7F FF 00 00 00 1C 00 7F 00 03 00 01 00 00 00 00 00 09 00 00 00 01 00 00 00 07"));
-}
-
-TEST(RequestEncoding, OfUnregistrations) {
-    const std::string begin = "00 00 00 38 00 00 00 20" + kFiller + "04 02 7F FF 00 00 00 18 00 7F 00 ";
-    EXPECT_EQ(encoded(wire::maxRequestSize(2),
-                      [](char* at) { return wire::putId(wire::beginInputUnsubscription(at, 1, 1), 9); }),
-              text(begin + "04 00 01 00 00 00 00 00 01 00 00 00 09"));
-    EXPECT_EQ(encoded(wire::maxRequestSize(2),
-                      [](char* at) { return wire::putId(wire::beginOutputUnregistration(at, 1, 1), 9); }),
-              text(begin + "05 00 01 00 00 00 00 00 01 00 00 00 09"));
-}
-
-RawMessage messageOf(const std::string& bodyHex) {
-    RawMessage message(RawMessage::DATA);
-    const Bytes bytes = hex(bodyHex);
-    message.insert(message.end(), bytes.begin(), bytes.end());
-    return message;
-}
-
-const std::string kTwoUpdates =
-    "04 02 7F FF 00 00 00 30 00 7F 00 03 00 00 00 00 00 00 00 00 00 00 00 02"
-    "00 00 00 05 00 00 00 01 FF FF FF FE 00 00 00 06 00 00 00 00 3F C0 00 00";
-
-TEST(HostMessages, HaveOnlyTheRecordsThatFitWhole) {
-    const RawMessage whole = messageOf(kTwoUpdates);
-    for (std::size_t size = 0; size <= whole.size(); ++size) {
-        RawMessage cut(RawMessage::DATA);
-        cut.assign(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
-        EXPECT_EQ(wire::ValueUpdates(cut).size(), size < 36 ? 0U : size < 48 ? 1U : 2U) << size;
-        EXPECT_EQ(wire::messageCode(cut), size < 12 ? 0U : 3U) << size;
-        EXPECT_FALSE(wire::VersionReport(cut).isAccepted()) << size;
+TEST(RequestEncoding, RateOfAnInputFollowsItsMode) {
+    for (const std::uint32_t mode : {0U, 1U, 2U, 3U, 4U, 5U, 7U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+        const std::string rate = mode == 1 ? "00 00 2E E0 " : mode == 3 ? "00 01 D4 C0 " : "00 00 00 00 ";
+        EXPECT_EQ(encoded([mode](char* at) { return wire::putInput(at, "A", CSClient::TYPE_FLOAT, mode); }),
+                  rate + rate + "00 00 00 00 " + hexField("A"))
+            << mode;
     }
 }
 
+TEST(RequestEncoding, IntegerFlagIsOneForTypeIntOnly) {
+    for (const CSClient::ParameterType type : {0U, 1U, 2U, 3U, 5U, 0x102U, 0xFFFFFFFFU}) {
+        const std::string flag = type == 2 ? " 00 00 00 01 " : " 00 00 00 00 ";
+        EXPECT_EQ(encoded([type](char* at) { return wire::putInput(at, "A", type, 1); }),
+                  "00 00 2E E0 00 00 2E E0" + flag + hexField("A"))
+            << type;
+        EXPECT_EQ(encoded([type](char* at) { return wire::putOutput(at, "A", type); }),
+                  "00 00 04 B0" + flag + hexField("A"))
+            << type;
+    }
+}
+
+TEST(RequestEncoding, NameFieldHasThirtyTwoBytes) {
+    const std::string letters = "abcdefghijklmnopqrstuvwxyz012345";
+    const std::pair<std::string, std::string> fields[] = {
+        {"", hexField("")},
+        {"A", "41 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"},
+        {letters.substr(0, 31), hexField(letters.substr(0, 31))},
+        {letters, "61 62 63 64 65 66 67 68 69 6A 6B 6C 6D 6E 6F 70 71 72 73 74 75 76 77 78 79 7A 30 31 32 33 34 35"},
+        {letters + "6", hexField(letters)},
+        {letters + "6789ABCD", hexField(letters)},
+        {std::string("AB\0CD", 5), hexField("AB")},
+        {std::string("\0CD", 3), hexField("")},
+        {std::string(31, 'A') + std::string("\0ZZZZZZZZ", 9), hexField(std::string(31, 'A'))},
+        {"\xC3\xA4\xFF\x80", hexField("\xC3\xA4\xFF\x80")}};
+    for (const auto& [name, field] : fields) {
+        SCOPED_TRACE(name);
+        const auto putTwo = [name = name](char* at) { return wire::putOutput(wire::putOutput(at, name, 1), "N", 1); };
+        EXPECT_EQ(encoded([name = name](char* at) { return wire::putInput(at, name, 2, 1); }),
+                  "00 00 2E E0 00 00 2E E0 00 00 00 01 " + field);
+        EXPECT_EQ(encoded(putTwo), "00 00 04 B0 00 00 00 00 " + field + " 00 00 04 B0 00 00 00 00 " + hexField("N"))
+            << "The next record follows the field.";
+    }
+}
+
+TEST(RequestEncoding, ValueFollowsTheTypeBitForBit) {
+    const auto record = [](CSClient::ParameterType type, std::uint32_t bits) {
+        return encoded([=](char* at) { return wire::putValue(at, 0x01020304, type, parameter("", type, bits).value); });
+    };
+    // Also negative zero, the smallest number, infinity, and quiet and signalling not-a-numbers with payloads.
+    for (const std::uint32_t bits : {0U, 1U, 0x3F800000U, 0x7FFFFFFFU, 0x80000000U, 0x7F800000U, 0xFFC12345U,
+                                     0x7F800001U, 0xFFA54321U, 0xFFFFFFFEU}) {
+        EXPECT_EQ(record(CSClient::TYPE_FLOAT, bits), "01 02 03 04 00 00 00 00 " + hexWord(bits));
+        EXPECT_EQ(record(CSClient::TYPE_INT, bits), "01 02 03 04 00 00 00 01 " + hexWord(bits));
+        EXPECT_EQ(record(CSClient::TYPE_UNDEFINED, bits), "01 02 03 04 00 00 00 00 00 00 00 00");
+    }
+    for (const CSClient::ParameterType type : {3U, 5U, 0x101U, 0x102U, 0x80000000U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(record(type, 0x3F800000), "01 02 03 04") << type;
+    }
+}
+
+TEST(RequestEncoding, PublicationHasItsModeBeforeItsCount) {
+    for (const std::uint32_t mode : {0U, 1U, 7U, 0x01020304U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(encoded([mode](char* at) { return wire::beginPublication(at, 1, mode, 2); }).substr(48 * 3),
+                  hexWord(mode) + " 00 00 00 02");
+    }
+}
+
+/// Expects `View` to have the whole records of a body, up to its count, for every length of the body.
+template <typename View>
+void expectWholeRecords(const std::string& bodyBeforeCount, std::size_t recordLength) {
+    const std::size_t first = hex(bodyBeforeCount).size() + 4;
+    const std::string records = hexText(Bytes(2 * recordLength, 0xFF));
+    // Also counts whose product with the length of a record exceeds 32 bits.
+    for (const unsigned int count : {0U, 1U, 2U, 3U, 0x04EC4EC5U, 0x05555556U, 0x15555556U, 0x40000001U, 0x7FFFFFFFU,
+                                     0x80000000U, 0x80000001U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+        const RawMessage whole = messageOf(bodyBeforeCount + ' ' + hexWord(count) + ' ' + records);
+        for (std::size_t size = 0; size <= whole.size(); ++size) {
+            RawMessage cut(RawMessage::DATA);
+            cut.assign(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+            const std::size_t fitting = size < first ? 0 : (size - first) / recordLength;
+            ASSERT_EQ(View(cut).size(), std::min<std::size_t>(count, fitting)) << size << " bytes, count " << count;
+            ASSERT_EQ(wire::messageCode(cut) != 0, size >= 12) << size << " bytes";
+            ASSERT_FALSE(wire::VersionReport(cut).isAccepted()) << size << " bytes";
+        }
+    }
+}
+
+TEST(HostMessages, HaveTheWholeRecordsUpToTheirCount) {
+    expectWholeRecords<wire::InputConfirmations>("04 02 7F FF 00 00 00 00 00 7F 01 01 00 01 00 00", 52);
+    expectWholeRecords<wire::OutputConfirmations>("04 02 7F FF 00 00 00 00 00 7F 01 02 00 01 00 00", 48);
+    expectWholeRecords<wire::ValueUpdates>("04 02 7F FF 00 00 00 00 00 7F 00 03 00 00 00 00 00 00 00 00", 12);
+}
+
 TEST(HostMessages, OfAnotherProtocolHaveNoCode) {
-    EXPECT_EQ(wire::messageCode(messageOf("05 02 7F FF 00 00 00 30 00 7F 00 03")), 0U);
-    EXPECT_EQ(wire::messageCode(messageOf("04 03 7F FF 00 00 00 30 00 7F 00 03")), 0U);
+    RawMessage message = messageOf("00 00 7F FF 00 00 00 30 00 7F 01 03");
+    for (unsigned int protocols = 0; protocols <= 0xFFFF; ++protocols) {
+        message[0] = static_cast<char>(protocols >> 8U);
+        message[1] = static_cast<char>(protocols & 0xFFU);
+        ASSERT_EQ(wire::messageCode(message), protocols == 0x0402 ? 0x0103U : 0U) << protocols;
+    }
 }
 
 TEST(HostMessages, GiveIdsNamesAndValues) {
-    const RawMessage inputs = messageOf(
-        "04 02 7F FF 00 00 00 48 00 7F 01 01 00 01 00 00 00 00 00 01 00 00 00 07"
-        "00 00 00 00 00 00 00 00 00 00 00 02 00 00 00 09" +
-        hexField("ALT"));
+    const RawMessage inputs = messageOf(inputConfirmation(1, {confirmedInput(7, 2, "00 00 00 09", "ALT")}));
     const wire::InputConfirmations confirmations(inputs);
-    ASSERT_EQ(confirmations.size(), 1U);
     EXPECT_EQ(confirmations.id(0), 7U);
     EXPECT_EQ(confirmations.name(0), "ALT");
-    CSClient::Parameter parameter;
-    confirmations.read(0, parameter);
-    EXPECT_EQ(parameter.type, CSClient::TYPE_INT);
-    EXPECT_EQ(parameter.value.asInt, 9);
+    CSClient::Parameter value;
+    confirmations.read(0, value);
+    EXPECT_EQ(text(value), " type 2 bits 00000009 reserved 0");
 
-    const RawMessage outputs = messageOf(
-        "04 02 7F FF 00 00 00 44 00 7F 01 02 00 01 00 00 00 00 00 01 00 00 00 08"
-        "00 00 00 00 00 00 00 00 00 00 00 00" +
-        hexText(Bytes(32, 'x')));
-    ASSERT_EQ(wire::OutputConfirmations(outputs).size(), 1U);
+    const RawMessage outputs = messageOf(outputsConfirmed({{8, kName32}}));
     EXPECT_EQ(wire::OutputConfirmations(outputs).id(0), 8U);
-    EXPECT_EQ(wire::OutputConfirmations(outputs).name(0), std::string(32, 'x'));
+    EXPECT_EQ(wire::OutputConfirmations(outputs).name(0), kName32);
 }
 
 TEST(LastUpdate, ReadsNamesAgainOnlyWhenIdsOrNamesChange) {
-    const RawMessage message = messageOf(kTwoUpdates);
+    const RawMessage message = messageOf(update(2, {updated(5, 1, "FF FF FF FE"), updated(6, 0, "3F C0 00 00")}));
     const wire::ValueUpdates updates(message);
     const std::string name = "A";
     int lookUps = 0;
@@ -147,9 +153,8 @@ TEST(LastUpdate, ReadsNamesAgainOnlyWhenIdsOrNamesChange) {
     EXPECT_EQ(lookUps, 2);
     last.read(updates, 2, nameOf);
     EXPECT_EQ(lookUps, 4);
-    ASSERT_EQ(last.parameters().size(), 2U);
-    EXPECT_EQ(last.parameters()[0].value.asInt, -2);
-    EXPECT_EQ(last.parameters()[1].value.asFloat, 1.5F);
+    EXPECT_EQ(texts(last.parameters()),
+              (Lines{"A type 2 bits FFFFFFFE reserved 0", "A type 1 bits 3FC00000 reserved 0"}));
     last.read(updates, 2, [](std::uint32_t) -> const std::string* { return nullptr; });
     EXPECT_EQ(last.parameters().size(), 2U) << "the same ids, and no name has changed";
 }

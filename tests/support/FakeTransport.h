@@ -43,11 +43,13 @@ class FakeTransport : public CSCommsInterfaceTCP {
         reads.push_back({result, hexBytes, error});
     }
 
-    /// Queues a whole data frame with this body: one read for the header and one for the body.
+    /// Queues a whole data frame with this body: one read for the header and one for the body. A thread that reads
+    /// meanwhile sees both or none.
     void queueFrame(const std::string& bodyHex) {
         const Bytes frame = hex(hexFrame(bodyHex));
-        queueRead(32, hexText(Bytes(frame.begin(), frame.begin() + 32)));
-        queueRead(static_cast<int>(frame.size()) - 32, bodyHex);
+        const std::lock_guard<std::mutex> lock(mutex);
+        reads.push_back({32, hexText(Bytes(frame.begin(), frame.begin() + 32)), 0});
+        reads.push_back({static_cast<int>(frame.size()) - 32, bodyHex, 0});
     }
 
     /// Makes the next `times` writes return `result` instead of the number of bytes. Their bytes are not recorded.
@@ -61,9 +63,11 @@ class FakeTransport : public CSCommsInterfaceTCP {
     /// @name Hooks
     /// Set them before another thread uses the transport. No lock is held when they run.
     /// @{
-    std::function<void()> onWrite;                    ///< Called in every write, before its result is chosen.
+    std::function<void()> onWrite;                   ///< Called in every write, before its result is chosen.
     std::function<void(unsigned int count)> onRead;  ///< Called in every read, with the requested count.
-    std::function<bool()> onOpen;                     ///< Called for every attempt to connect, which returns its result.
+    std::function<bool()> onOpen;                    ///< Called for every attempt to connect, which returns its result.
+    std::function<void(bool isInterrupted)> onInterruption;  ///< Called in every `setInterrupted`.
+    std::function<void()> onClose;                           ///< Called in every close.
     std::function<void()> onDestruction;
     /// @}
 
@@ -89,6 +93,12 @@ class FakeTransport : public CSCommsInterfaceTCP {
     std::vector<RawMessage::Type> writtenTypes() const {
         const std::lock_guard<std::mutex> lock(mutex);
         return types;
+    }
+
+    /// Returns the argument of each `setInterrupted`.
+    std::vector<bool> interruptions() const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return interrupted;
     }
 
     int closeCount() const {
@@ -150,7 +160,20 @@ class FakeTransport : public CSCommsInterfaceTCP {
         return static_cast<int>(message.size());
     }
 
+    void setInterrupted(bool isInterrupted) override {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            interrupted.push_back(isInterrupted);
+        }
+        if (onInterruption) {
+            onInterruption(isInterrupted);
+        }
+    }
+
     int close() override {
+        if (onClose) {
+            onClose();
+        }
         const std::lock_guard<std::mutex> lock(mutex);
         ++closes;
         return 0;
@@ -166,6 +189,7 @@ class FakeTransport : public CSCommsInterfaceTCP {
     std::vector<RawMessage::Type> types;
     std::vector<unsigned int> counts;
     std::vector<Opening> opened;
+    std::vector<bool> interrupted;
     int closes = 0;
 };
 

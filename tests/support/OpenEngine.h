@@ -121,6 +121,9 @@ class OpenEngine : public SimulatorProtocol {
                PartAccess::versionMutex(engineParts().host).isHeldByThisThread();
     }
 
+    /// The registry's own set of callback interfaces.
+    auto& callbackInterfaces() const { return PartAccess::callbacks(engineParts().callbacks); }
+
     CSMutex& parameterMutex() const { return engineParts().tables.mutex(); }
 
     /// @name The four tables
@@ -129,9 +132,16 @@ class OpenEngine : public SimulatorProtocol {
     using Inputs = std::map<std::string_view, InputParameterEntry*>;
     using Outputs = std::map<std::string_view, OutputParameterEntry*>;
     Inputs& inputsByName() const { return PartAccess::byName(PartAccess::inputs(engineParts().tables)); }
-    const auto& inputNamesById() const { return PartAccess::inputNamesById(engineParts().tables); }
+    /// Copies, in the order of the ids.
+    std::map<std::uint32_t, std::string> inputNamesById() const {
+        const auto& names = PartAccess::inputNamesById(engineParts().tables);
+        return {names.begin(), names.end()};
+    }
     Outputs& outputsByName() const { return PartAccess::byName(PartAccess::outputs(engineParts().tables)); }
-    const auto& outputsById() const { return PartAccess::outputsById(engineParts().tables); }
+    std::map<std::uint32_t, OutputParameterEntry*> outputsById() const {
+        const auto& ids = PartAccess::outputsById(engineParts().tables);
+        return {ids.begin(), ids.end()};
+    }
     /// @}
 };
 

@@ -46,7 +46,7 @@ std::vector<std::string> TestEngine::requests() const {
     constexpr std::size_t kHeaderText = 32 * 3;
     const std::vector<std::string> frames = fake->written();
     std::vector<std::string> found;
-    for (std::size_t i = forgotten; i < frames.size(); ++i) {
+    for (std::size_t i = ignored; i < frames.size(); ++i) {
         found.push_back(frames[i].size() > kHeaderText ? frames[i].substr(kHeaderText) : "no body");
     }
     return found;

@@ -34,9 +34,9 @@ class TestEngine : public OpenEngine {
     /// Passes a message body to the engine, as the worker does.
     void receive(const std::string& bodyHex);
 
-    /// Returns the bodies of the requests sent since the last `forgetRequests`.
+    /// Returns the bodies of the requests sent since the last `ignoreRequestsSoFar`.
     std::vector<std::string> requests() const;
-    void forgetRequests() { forgotten = fake->written().size(); }
+    void ignoreRequestsSoFar() { ignored = fake->written().size(); }
 
     /// Returns the bodies received, each as its type and hex text, for example "1: 01 02".
     std::vector<std::string> received() const;
@@ -90,7 +90,7 @@ class TestEngine : public OpenEngine {
     int callOnSend(std::string call, const std::vector<Entry*>& entries);
 
     FakeTransport* fake;
-    std::size_t forgotten = 0;
+    std::size_t ignored = 0;
     mutable std::mutex receivedMutex;
     std::vector<std::string> receivedBodies;
 };

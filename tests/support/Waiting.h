@@ -7,7 +7,7 @@
 
 namespace com_tesk::test {
 
-/// The time after which a wait of a test fails. It leaves room for a busy machine and for sanitizers.
+/// The time after which a wait of a test fails. It is long enough for a busy machine and for sanitizers.
 constexpr std::chrono::seconds kWaitBound{20};
 
 /// Checks `condition` every millisecond. Returns whether it was true before the bound.

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <thread>
 
-// Linked into the publisher for tests that compare every byte. A registration made while the library is in the middle
-// of its change to the ready state reaches the host twice. The publisher looks for that state once a second, beginning
-// as soon as the library connects; here the connection comes between two looks, never during one.
+// Linked into the publisher for tests that compare every byte. A registration reaches the host twice when it is made
+// while the library changes to the ready state. The publisher polls for that state once a second from the start of the
+// connection. This delay moves the change of state between two polls.
 extern "C" __attribute__((visibility("default"))) int connect(int descriptor, const sockaddr* address,
                                                               socklen_t length) {
     using Connect = int (*)(int, const sockaddr*, socklen_t);

@@ -1,199 +1,252 @@
-#include <gtest/gtest.h>
+// Frames of a scripted host over a real connection. The tests of FramesOverSocket run over each transport.
 
-#include <memory>
-#include <mutex>
-#include <string>
+#include <set>
+#include <thread>
 
+#include "comms/CSCommsInterfaceTCPBuffered.h"
 #include "tests/engine/connection/ConnectionFixtures.h"
-#include "tests/support/CapturedStreams.h"
-#include "tests/support/RecordingCallbacks.h"
-#include "tests/support/ScriptedHost.h"
 
 namespace com_tesk::test {
 namespace {
 
-using Strings = std::vector<std::string>;
+using std::chrono::milliseconds;
 
-/// A real transport that writes down what its reads give, each as "count:result": how a host's pieces arrive is up to
-/// the system, so a test sends the next piece only when it has seen the one before arrive.
-class ObservedTransport : public CSCommsInterfaceTCP {
+/// Records the results of reads, each as "count:result". A test sends the next piece only after the one before.
+class ReadLog {
   public:
-    ObservedTransport() : CSCommsInterfaceTCP(Options()) {}
-
-    int readMessage(unsigned int count, RawMessage& message) override {
-        const int result = CSCommsInterfaceTCP::readMessage(count, message);
-        const int error = errno;
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            reads.push_back(std::to_string(count) + ":" + std::to_string(result));
-        }
-        errno = error;
-        return result;
+    void add(unsigned int count, int result) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        reads.insert(std::to_string(count) + ":" + std::to_string(result));
     }
 
-    bool waitForRead(const std::string& read) const {
+    bool waitFor(const std::string& read) const {
         return waitUntil([this, &read] {
             const std::lock_guard<std::mutex> lock(mutex);
-            for (const std::string& made : reads) {
-                if (made == read) {
-                    return true;
-                }
-            }
-            return false;
+            return reads.count(read) != 0;
         });
     }
 
   private:
     mutable std::mutex mutex;
-    Strings reads;
+    std::set<std::string> reads;
 };
 
-/// An engine that is connected to a scripted host, its version request taken.
-class FramesOverSocket : public testing::Test {
+template <typename Transport>
+class Observed : public Transport {
+  public:
+    template <typename... Arguments>
+    explicit Observed(ReadLog& logOfReads, const Arguments&... arguments) : Transport(arguments...), log(logOfReads) {}
+
+    int readMessage(unsigned int count, RawMessage& message) override {
+        const int result = Transport::readMessage(count, message);
+        const int error = errno;
+        log.add(count, result);
+        errno = error;
+        return result;
+    }
+
+  private:
+    ReadLog& log;
+};
+
+/// The header of a data frame with a body of ten bytes, and the body.
+const std::string kHeaderOfTen =
+    "00 00 00 2A 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF ";
+constexpr const char* kTen = "A0 A1 A2 A3 A4 A5 A6 A7 A8 A9";
+constexpr const char* kTenReceived = "1: A0 A1 A2 A3 A4 A5 A6 A7 A8 A9";
+
+/// An engine that is connected to a scripted host.
+class FramesOverSocket : public HostTest {
   protected:
-    FramesOverSocket() {
-        auto* const newTransport = new ObservedTransport;
-        engine.changeCommsInterface(newTransport);
-        observed = newTransport;
-        engine.addCallbackInterface(&callbacks);
-        EXPECT_EQ(engine.openConnection(ScriptedHost::address(), host.port(), nullptr), 0);
-        peer = host.accept();
-        EXPECT_TRUE(peer && peer->receiveFrame() == versionRequestFrame());
+    void SetUp() override {
+        createForHost(0, newTransport());
+        openToHost();
+        accept();
     }
 
-    bool waitForBodies(std::size_t count) {
-        return waitUntil([this, count] { return engine.received().size() >= count; });
+    CSCommsInterfaceTCP* newTransport() {
+        if (!isBufferedUnderTest()) {
+            return new Observed<CSCommsInterfaceTCP>(reads, CSCommsInterfaceTCP::Options());
+        }
+        CSCommsInterfaceTCPBuffered::Bounds bounds;
+        bounds.silenceInFrame = milliseconds(3'000);
+        return new Observed<CSCommsInterfaceTCPBuffered>(reads, CSCommsInterfaceTCP::Options(), bounds);
     }
 
-    /// The header of a data frame with a body of ten bytes.
-    static const char* headerOfTen() {
-        return "00 00 00 2A 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
+    void expectReceived(const Strings& bodies) {
+        EXPECT_TRUE(waitUntil([&] { return engine->received().size() >= bodies.size(); }));
+        EXPECT_EQ(engine->received(), bodies);
+        EXPECT_EQ(captured->err(), "");
     }
 
-    CapturedStreams captured;
-    RecordingCallbacks callbacks;
-    ScriptedHost host;
-    ConnectionEngine engine;
-    EndOnExit end{engine};
-    std::unique_ptr<ScriptedHost::Peer> peer;
-    ObservedTransport* observed = nullptr;
+    void expectClosed(const std::string& err) {
+        EXPECT_TRUE(waitForState(*engine, CSClient::STATE_DISCONNECTED));
+        expectEvents("0->1 1->2 2->4 4->3 3->0", err);
+    }
+
+    /// Sends the first four bytes of a body of ten, and waits until the transport has read them.
+    void sendPartOfBody() {
+        peer->send(kHeaderOfTen + "A0 A1 A2 A3");
+        ASSERT_TRUE(reads.waitFor(isBufferedUnderTest() ? "32:32" : "10:4"));
+    }
+
+    ReadLog reads;
 };
 
-TEST_F(FramesOverSocket, BodyThatArrivesWholeIsDeliveredExactly) {
-    ASSERT_TRUE(peer);
-    peer->send(headerOfTen() + std::string(" 00 01 02 03 04 05 06 07 08 09"));
-    ASSERT_TRUE(waitForBodies(1));
-    EXPECT_EQ(engine.received(), Strings{"1: 00 01 02 03 04 05 06 07 08 09"});
-}
-
-TEST_F(FramesOverSocket, FramesSentTogetherAreDeliveredOneByOne) {
-    ASSERT_TRUE(peer);
+TEST_F(FramesOverSocket, AreDeliveredOneByOne) {
+    peer->send(kHeaderOfTen + "00 01 02 03 04 05 06 07 08 09");
     peer->send(hexFrame("0A") + " " + hexFrame("0B 0C") + " " + hexFrame("0D"));
-    ASSERT_TRUE(waitForBodies(3));
-    EXPECT_EQ(engine.received(), (Strings{"1: 0A", "1: 0B 0C", "1: 0D"}));
+    expectReceived({"1: 00 01 02 03 04 05 06 07 08 09", "1: 0A", "1: 0B 0C", "1: 0D"});
 }
 
-TEST_F(FramesOverSocket, TenBytesThatArriveAsFourAndSixAreDeliveredAsSixteen) {
-    ASSERT_TRUE(peer);
-    peer->send(headerOfTen() + std::string(" A0 A1 A2 A3"));
-    ASSERT_TRUE(observed->waitForRead("10:4"));
-    peer->send("A4 A5 A6 A7 A8 A9");
-    ASSERT_TRUE(waitForBodies(1));
-    EXPECT_EQ(engine.received(), Strings{"1: A0 A1 A2 A3 00 00 00 00 00 00 A4 A5 A6 A7 A8 A9"});
-}
-
-TEST_F(FramesOverSocket, TenBytesThatArriveAfterATimeOutAreDeliveredAsTwenty) {
-    ASSERT_TRUE(peer);
-    peer->send(headerOfTen());
-    ASSERT_TRUE(observed->waitForRead("10:-2"));
-    peer->send("A0 A1 A2 A3 A4 A5 A6 A7 A8 A9");
-    ASSERT_TRUE(waitForBodies(1));
-    EXPECT_EQ(engine.received(), Strings{"1: 00 00 00 00 00 00 00 00 00 00 A0 A1 A2 A3 A4 A5 A6 A7 A8 A9"});
-    EXPECT_EQ(captured.err(), "");
-}
-
-TEST_F(FramesOverSocket, ShortReadIntoAMessageThatHoldsBytesCutsItBackToTheCountAskedFor) {
-    ASSERT_TRUE(peer);
-    peer->send(headerOfTen() + std::string(" A0 A1 A2 A3"));
-    ASSERT_TRUE(observed->waitForRead("10:4"));
-    peer->send("A4 A5 A6");
-    ASSERT_TRUE(observed->waitForRead("6:3"));
-    peer->send("A7 A8 A9");
-    ASSERT_TRUE(waitForBodies(1));
-    EXPECT_EQ(engine.received(), Strings{"1: A0 A1 A2 A3 00 00 A7 A8 A9"});
-}
-
-TEST_F(FramesOverSocket, HeaderInTwoPiecesClosesTheConnection) {
-    ASSERT_TRUE(peer);
-    peer->send("00 00 00 2A 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
-    EXPECT_TRUE(callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(captured.err(), "Read error (bytes read 31). Closing connection.\n");
-    EXPECT_EQ(callbacks.states(), "0->1 1->2 2->4 4->3 3->0");
-    EXPECT_TRUE(peer->waitForEnd());
-}
-
-TEST_F(FramesOverSocket, FrameOfExactlyThirtyTwoBytesClosesTheConnection) {
-    ASSERT_TRUE(peer);
-    peer->send("00 00 00 20 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
-    EXPECT_TRUE(callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(captured.err(), "Invalid message data received (32). Closing connection.\n");
-    EXPECT_TRUE(engine.received().empty());
-}
-
-TEST_F(FramesOverSocket, HostThatClosesBetweenFramesEndsTheConnection) {
-    ASSERT_TRUE(peer);
+TEST_F(FramesOverSocket, LastFrameBeforeTheEndOfTheStreamIsDelivered) {
+    peer->send(hexFrame("0A") + " " + hexFrame("0B"));
     peer->close();
-    EXPECT_TRUE(callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(captured.err(), "Connection closed by server.\n");
-}
-
-TEST_F(FramesOverSocket, HostThatResetsBetweenFramesEndsTheConnection) {
-    ASSERT_TRUE(peer);
-    peer->reset();
-    EXPECT_TRUE(callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(captured.err(),
-              "Read error (104). Closing connection.\n"
-              "Invalid header data received. Closing connection.\n");
-}
-
-TEST_F(FramesOverSocket, HostThatClosesInTheMiddleOfABodyEndsTheConnection) {
-    ASSERT_TRUE(peer);
-    peer->send(headerOfTen() + std::string(" A0 A1 A2 A3"));
-    ASSERT_TRUE(observed->waitForRead("10:4"));
-    peer->close();
-    EXPECT_TRUE(callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(captured.err(), "EXIT: Connection closed by server.\n");
-    EXPECT_TRUE(engine.received().empty());
-}
-
-TEST_F(FramesOverSocket, HostThatResetsInTheMiddleOfABodyEndsTheConnection) {
-    ASSERT_TRUE(peer);
-    peer->send(headerOfTen() + std::string(" A0 A1 A2 A3"));
-    ASSERT_TRUE(observed->waitForRead("10:4"));
-    peer->reset();
-    EXPECT_TRUE(callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(captured.err(), "EXIT: Read error.\n");
-    EXPECT_TRUE(engine.received().empty());
+    expectClosed("Connection closed by server.\n");
+    EXPECT_EQ(engine->received(), (Strings{"1: 0A", "1: 0B"}));
 }
 
 TEST_F(FramesOverSocket, IdleConnectionStaysAndPrintsNothing) {
-    ASSERT_TRUE(peer);
-    EXPECT_TRUE(observed->waitForRead("32:-2"));
-    EXPECT_TRUE(peer->isQuietFor(std::chrono::milliseconds(1500)));
-    EXPECT_EQ(callbacks.states(), "0->1 1->2 2->4");
-    EXPECT_EQ(captured.err() + captured.out(), "");
+    EXPECT_TRUE(reads.waitFor("32:-2"));
+    EXPECT_TRUE(peer->isQuietFor(milliseconds(500)));
+    expectEvents("0->1 1->2 2->4");
     peer->send(hexFrame("0A"));
-    EXPECT_TRUE(waitForBodies(1));
+    expectReceived({"1: 0A"});
 }
 
-TEST_F(FramesOverSocket, MessagesArriveWhileTheApplicationSends) {
-    ASSERT_TRUE(peer);
-    EXPECT_EQ(engine.sendMessage(messageOf(RawMessage::CONTROL, "01 02")), 0U);
+TEST_F(FramesOverSocket, ApplicationMaySendMeanwhile) {
+    EXPECT_EQ(engine->sendMessage(messageOf(RawMessage::CONTROL, "01 02")), 0U);
     EXPECT_EQ(peer->receiveFrame(),
               "00 00 00 22 00 00 00 20 00 00 00 03 00 00 00 02 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FE 01 02");
     peer->send(hexFrame("0A 0B"));
-    EXPECT_TRUE(waitForBodies(1));
-    EXPECT_EQ(engine.received(), Strings{"1: 0A 0B"});
+    expectReceived({"1: 0A 0B"});
+}
+
+/// The host sends these bytes, and then closes or resets the connection or stays silent.
+struct HostEnd {
+    const char* name;
+    std::string bytes;
+    enum { CLOSES, RESETS, STAYS } action;
+    const char* err;
+};
+
+class EndOfFrames : public FramesOverSocket, public testing::WithParamInterface<HostEnd> {};
+
+TEST_P(EndOfFrames, ClosesTheConnection) {
+    peer->send(GetParam().bytes);
+    if (GetParam().bytes.size() > kHeaderOfTen.size()) {
+        ASSERT_TRUE(reads.waitFor(isBufferedUnderTest() ? "32:32" : "10:4"));
+    }
+    if (GetParam().action == HostEnd::CLOSES) {
+        peer->close();
+    } else if (GetParam().action == HostEnd::RESETS) {
+        peer->reset();
+    }
+    expectClosed(GetParam().err);
+    EXPECT_TRUE(engine->received().empty());
+    EXPECT_TRUE(GetParam().action != HostEnd::STAYS || peer->waitForEnd());
+}
+
+const std::string kPartOfBody = kHeaderOfTen + "A0 A1 A2 A3";
+const std::string kEmptyFrame =
+    "00 00 00 20 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
+const std::string kTooLargeFrame =
+    "01 00 00 01 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
+constexpr const char* kResetLines =
+    "Read error (104). Closing connection.\n"
+    "Invalid header data received. Closing connection.\n";
+constexpr const char* kStallLines =
+    "Read error (110). Closing connection.\n"
+    "Invalid header data received. Closing connection.\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Every, EndOfFrames,
+    testing::Values(HostEnd{"EmptyFrame", kEmptyFrame, HostEnd::STAYS,
+                            "Invalid message data received (32). Closing connection.\n"},
+                    HostEnd{"CloseBetweenFrames", "", HostEnd::CLOSES, "Connection closed by server.\n"},
+                    HostEnd{"ResetBetweenFrames", "", HostEnd::RESETS, kResetLines},
+                    HostEnd{"CloseInABody", kPartOfBody, HostEnd::CLOSES, "EXIT: Connection closed by server.\n"},
+                    HostEnd{"ResetInABody", kPartOfBody, HostEnd::RESETS, "EXIT: Read error.\n"}),
+    kByName);
+INSTANTIATE_TEST_SUITE_P(StandardFrames, EndOfFrames,
+                         testing::Values(HostEnd{"HeaderInTwoPieces", kHeaderOfTen.substr(0, 31 * 3), HostEnd::STAYS,
+                                                 "Read error (bytes read 31). Closing connection.\n"}),
+                         kByName);
+INSTANTIATE_TEST_SUITE_P(
+    BufferedFrames, EndOfFrames,
+    testing::Values(HostEnd{"TooLargeFrame", kTooLargeFrame, HostEnd::STAYS, "EXIT: Read error.\n"},
+                    HostEnd{"StallInABody", kPartOfBody, HostEnd::STAYS, "EXIT: Read error.\n"},
+                    HostEnd{"StallInAHeader", "00 00 00 2A", HostEnd::STAYS, kStallLines},
+                    HostEnd{"CloseInAHeader", "00 00 00 2A", HostEnd::CLOSES, "Connection closed by server.\n"}),
+    kByName);
+
+/// Users see the zeros and cuts of the standard transport.
+using StandardFrames = FramesOverSocket;
+
+TEST_F(StandardFrames, TenBytesAsFourAndSixAreDeliveredAsSixteen) {
+    sendPartOfBody();
+    peer->send("A4 A5 A6 A7 A8 A9");
+    expectReceived({"1: A0 A1 A2 A3 00 00 00 00 00 00 A4 A5 A6 A7 A8 A9"});
+}
+
+TEST_F(StandardFrames, TenBytesAfterATimeoutAreDeliveredAsTwenty) {
+    peer->send(kHeaderOfTen);
+    ASSERT_TRUE(reads.waitFor("10:-2"));
+    peer->send(kTen);
+    expectReceived({"1: 00 00 00 00 00 00 00 00 00 00 A0 A1 A2 A3 A4 A5 A6 A7 A8 A9"});
+}
+
+TEST_F(StandardFrames, ShortReadAfterOthersCutsTheBodyToTheRequestedCount) {
+    sendPartOfBody();
+    peer->send("A4 A5 A6");
+    ASSERT_TRUE(reads.waitFor("6:3"));
+    peer->send("A7 A8 A9");
+    expectReceived({"1: A0 A1 A2 A3 00 00 A7 A8 A9"});
+}
+
+/// The buffered transport delivers whole bodies, however they are split.
+using BufferedFrames = FramesOverSocket;
+
+TEST_F(BufferedFrames, BodyInThreePiecesAroundATimeoutIsDelivered) {
+    sendPartOfBody();
+    ASSERT_TRUE(reads.waitFor("10:-2"));
+    peer->send("A4 A5 A6");
+    std::this_thread::sleep_for(milliseconds(20));
+    peer->send("A7 A8 A9");
+    expectReceived({kTenReceived});
+}
+
+TEST_F(BufferedFrames, HeaderInTwoPiecesAroundATimeoutIsDelivered) {
+    ASSERT_TRUE(reads.waitFor("32:-2"));
+    peer->send(kHeaderOfTen.substr(0, 7 * 3));
+    std::this_thread::sleep_for(milliseconds(1'500));
+    peer->send(kHeaderOfTen.substr(7 * 3) + kTen);
+    expectReceived({kTenReceived});
+}
+
+TEST_F(BufferedFrames, EverySplitPointIsInvisible) {
+    const Bytes frame = hex(hexFrame("0A 0B 0C 0D"));
+    Strings expected;
+    for (std::size_t split = 1; split < frame.size(); ++split) {
+        SCOPED_TRACE(split);
+        const auto middle = frame.begin() + static_cast<std::ptrdiff_t>(split);
+        peer->send(Bytes(frame.begin(), middle));
+        std::this_thread::sleep_for(milliseconds(3));
+        peer->send(Bytes(middle, frame.end()));
+        expected.emplace_back("1: 0A 0B 0C 0D");
+        expectReceived(expected);
+    }
+}
+
+TEST_F(BufferedFrames, BodyOfAMegabyteIsDelivered) {
+    Bytes body(1U << 20U);
+    for (std::size_t i = 0; i < body.size(); ++i) {
+        body[i] = static_cast<unsigned char>(i * 7 + i / 251);
+    }
+    peer->send("00 10 00 20 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
+    peer->send(body);
+    ASSERT_TRUE(waitUntil([this] { return engine->received().size() == 1; }));
+    EXPECT_TRUE(engine->received()[0] == "1: " + hexText(body));
 }
 
 }  // namespace

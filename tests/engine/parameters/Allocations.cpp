@@ -12,13 +12,9 @@ constexpr int kUnlimited = -1;
 thread_local int allocationsLeft = kUnlimited;
 thread_local FailingAllocations::Kind failureKind = FailingAllocations::ONE;
 thread_local bool allocationFailed = false;
-thread_local std::atomic<int>* allocationCounter = nullptr;
 
-/// Whether the next allocation of this thread is to succeed.
+/// True when the next allocation of this thread may succeed.
 bool grantAllocation() {
-    if (allocationCounter != nullptr) {
-        ++*allocationCounter;
-    }
     if (allocationsLeft == kUnlimited) {
         return true;
     }
@@ -47,14 +43,6 @@ FailingAllocations::~FailingAllocations() {
 
 bool FailingAllocations::haveFailed() const {
     return allocationFailed;
-}
-
-CountedAllocations::CountedAllocations(std::atomic<int>& counter) {
-    allocationCounter = &counter;
-}
-
-CountedAllocations::~CountedAllocations() {
-    allocationCounter = nullptr;
 }
 
 }  // namespace com_tesk::test

@@ -1,8 +1,4 @@
-// What happens to registrations, unregistrations and publications during a change to ready, as far as nothing that they
-// need is locked.
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// Registrations, unregistrations and publications during a change to ready, while no lock that they need is held.
 
 #include <chrono>
 #include <tuple>
@@ -22,277 +18,214 @@ struct Before {
 const Before kBefore[] = {
     {"Nothing", false, false}, {"AnInput", true, false}, {"AnOutput", false, true}, {"Both", true, true}};
 
-using PlaceAndBefore = std::tuple<Place, Before>;
+using PlaceAndBefore = std::tuple<const char*, Before>;
 
-std::string caseName(const testing::TestParamInfo<PlaceAndBefore>& testCase) {
-    return placeName(std::get<Place>(testCase.param)) + "With" + std::get<Before>(testCase.param).name;
+std::string caseName(const testing::TestParamInfo<PlaceAndBefore>& information) {
+    return std::get<0>(information.param) + std::string("With") + std::get<1>(information.param).name;
 }
 
-class ChangeWithBefore : public ReadyChange {
+class ChangeAtPlace : public ReadyChange, public testing::WithParamInterface<PlaceAndBefore> {
   protected:
-    void registerBefore(const Before& newBefore) {
-        before = newBefore;
+    ChangeAtPlace() { registerBefore(before.hasInput, before.hasOutput); }
+
+    /// The request for I, if it was registered, and for these names, which come after it.
+    Requests inputsWith(std::vector<CSClient::InputDef> inputs) const {
         if (before.hasInput) {
-            registerInputBefore();
+            inputs.insert(inputs.begin(), input("I"));
         }
+        return inputRequest(inputs);
+    }
+    /// The request for O and these.
+    Requests outputsWith(std::vector<CSClient::OutputDef> outputs) const {
         if (before.hasOutput) {
-            registerOutputBefore();
+            outputs.insert(outputs.begin(), output("O"));
         }
+        return outputRequest(outputs);
     }
+    static Requests onlyIf(bool condition, const Requests& requests) { return condition ? requests : Requests(); }
 
-    /// I when it is there, and these, which come after it by name.
-    std::vector<std::string> inputsWith(std::vector<std::string> names) const {
-        if (before.hasInput) {
-            names.insert(names.begin(), "I");
-        }
-        return names;
-    }
-
-    /// As above, with O.
-    std::vector<std::string> outputsWith(std::vector<std::string> names) const {
-        if (before.hasOutput) {
-            names.insert(names.begin(), "O");
-        }
-        return names;
-    }
-
-    Before before{};
+    const std::string place = std::get<0>(GetParam());
+    const Before before = std::get<1>(GetParam());
 };
 
-/// The places before the re-registration, up to and including those at which it begins.
-class BeforeReregistration : public ChangeWithBefore, public testing::WithParamInterface<PlaceAndBefore> {
+/// The places before the re-registration begins.
+class BeforeReregistration : public ChangeAtPlace {
   protected:
-    BeforeReregistration() { registerBefore(std::get<Before>(GetParam())); }
-
-    void hold() { holdAt(std::get<Place>(GetParam())); }
-
-    /// What goes out at once at this place, and the requests of the change.
-    Bodies withVersion(const Bodies& atOnce, const Bodies& reregistration) const {
-        const bool isVersionOut = std::get<Place>(GetParam()) == Place::AFTER_VERSION;
-        return (isVersionOut ? versionRequest() + atOnce : atOnce + versionRequest()) + reregistration;
+    /// `atOnce` is sent at this place, and `rest` after the version request.
+    Requests withVersion(const Requests& atOnce, const Requests& rest) const {
+        return (place == kAfterVersion ? versionRequest() + atOnce : atOnce + versionRequest()) + rest;
     }
-};
 
+    const Requests earlier = inputsWith({}) + outputsWith({});
+};
 INSTANTIATE_TEST_SUITE_P(At, BeforeReregistration,
-                         testing::Combine(testing::Values(Place::CONNECTED_CALLBACK, Place::READY_CALLBACK,
-                                                          Place::VERSION_WRITE, Place::AFTER_VERSION),
+                         testing::Combine(testing::Values(kConnectedCallback, kReadyCallback, kVersionWrite,
+                                                          kAfterVersion),
                                           testing::ValuesIn(kBefore)),
                          caseName);
 
 TEST_P(BeforeReregistration, AnotherThreadsInputIsRequestedOnce) {
-    hold();
-    EXPECT_EQ(engine.registerInputs({input("X")}), 0);
+    stopAt(place);
+    EXPECT_EQ(engine.registerInputs({input("Z"), input("X")}), 0);
     EXPECT_TRUE(engine.hasInputParameter("X", false));
     finish();
-    EXPECT_EQ(bodies(), withVersion({}, inputRequest(inputsWith({"X"})) + outputRequest(outputsWith({}))));
+    EXPECT_EQ(engine.requests(), withVersion({}, inputsWith({input("X"), input("Z")}) + outputsWith({})));
 }
 
 TEST_P(BeforeReregistration, AnotherThreadsOutputIsRequestedOnce) {
-    hold();
-    EXPECT_EQ(engine.registerOutputs({output("X")}), 0);
+    stopAt(place);
+    EXPECT_EQ(engine.registerOutputs({output("Z"), output("X")}), 0);
     EXPECT_TRUE(engine.hasOutputParameter("X", false));
     finish();
-    EXPECT_EQ(bodies(), withVersion({}, inputRequest(inputsWith({})) + outputRequest(outputsWith({"X"}))));
+    EXPECT_EQ(engine.requests(), withVersion({}, inputsWith({}) + outputsWith({output("X"), output("Z")})));
 }
 
-TEST_P(BeforeReregistration, AnotherThreadsInputAndOutputAreRequestedOnce) {
-    hold();
-    EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
-    EXPECT_EQ(engine.registerInputs({input("Z"), input("X")}), 0);
-    finish();
-    EXPECT_EQ(bodies(), withVersion({}, inputRequest(inputsWith({"X", "Z"})) + outputRequest(outputsWith({"Y"}))));
-}
-
-TEST_P(BeforeReregistration, ARegistrationTakenBackIsNotRequested) {
-    hold();
-    EXPECT_EQ(engine.registerInputs({input("X")}), 0);
-    EXPECT_EQ(engine.registerOutputs({output("X")}), 0);
+TEST_P(BeforeReregistration, OtherRequestsForNewParametersAreSentAtOnce) {
+    stopAt(place);
+    registerBoth();
+    EXPECT_EQ(engine.publish({floatParameter("Y", 1.5F)}), 0);
     EXPECT_EQ(engine.unregisterInputParameters({"X"}), 0);
-    EXPECT_EQ(engine.unregisterOutputParameters({"X"}), 0);
+    EXPECT_EQ(engine.unregisterOutputParameters({"Y"}), 0);
     finish();
-    EXPECT_EQ(bodies(), withVersion(inputEnd("00 0F FF FF") + outputEnd("00 0F FF FF"),
-                                    inputRequest(inputsWith({})) + outputRequest(outputsWith({}))))
-        << "unregistering goes out at once, with the id of an unconfirmed parameter";
+    const Requests atOnce = publicationOf(kUnassigned) + inputEnd({kUnassigned}) + outputEnd({kUnassigned});
+    EXPECT_EQ(engine.requests(), withVersion(atOnce, earlier));
 }
 
-TEST_P(BeforeReregistration, APublicationOfAnUnrequestedOutputGoesOutAtOnce) {
-    hold();
-    EXPECT_EQ(engine.registerOutputs({output("X")}), 0);
-    EXPECT_EQ(engine.publish({record("X", 1, 0x3FC00000)}), 0);
-    finish();
-    EXPECT_EQ(bodies(), withVersion(publication("00 0F FF FF"),
-                                    inputRequest(inputsWith({})) + outputRequest(outputsWith({"X"}))));
-}
-
-TEST_P(BeforeReregistration, EarlierParametersAreUnregisteredAtOnce) {
-    hold();
+TEST_P(BeforeReregistration, OtherRequestsForEarlierParametersAreSentAtOnce) {
+    stopAt(place);
+    EXPECT_EQ(publishO(engine), before.hasOutput ? 0 : 3);
     EXPECT_EQ(engine.unregisterInputParameters({"I"}), 0);
     EXPECT_EQ(engine.unregisterOutputParameters({"O"}), 0);
     finish();
-    EXPECT_EQ(bodies(), withVersion((before.hasInput ? inputEnd("00 00 00 09") : Bodies()) +
-                                        (before.hasOutput ? outputEnd("00 00 00 07") : Bodies()),
-                                    {}));
+    const Requests atOnce = onlyIf(before.hasOutput, publicationOf(7)) + onlyIf(before.hasInput, inputEnd({9})) +
+                            onlyIf(before.hasOutput, outputEnd({7}));
+    EXPECT_EQ(engine.requests(), withVersion(atOnce, {}));
 }
 
-TEST_P(BeforeReregistration, AnEarlierOutputIsPublishedAtOnce) {
-    hold();
-    EXPECT_EQ(engine.publish({record("O", 1, 0x3FC00000)}), before.hasOutput ? 0 : 3);
-    finish();
-    EXPECT_EQ(bodies(), withVersion(before.hasOutput ? publication("00 00 00 07") : Bodies(),
-                                    inputRequest(inputsWith({})) + outputRequest(outputsWith({}))));
-}
-
-TEST_P(BeforeReregistration, ARefusedRegistrationLeavesWhatWasEntered) {
-    hold();
-    EXPECT_EQ(engine.registerInputs({input("X"), input("Y", 0), input("Z")}), 3);
-    EXPECT_EQ(engine.registerOutputs({output("X"), output("Y", 0), output("Z")}), 3);
-    finish();
-    EXPECT_EQ(bodies(), withVersion({}, inputRequest(inputsWith({"X"})) + outputRequest(outputsWith({"X"}))));
-}
-
-TEST_P(BeforeReregistration, ANameRegisteredTwiceIsRefusedAndRequestedOnce) {
-    hold();
+TEST_P(BeforeReregistration, RefusedNamesAreRequestedAsOftenAsRegistered) {
+    stopAt(place);
     EXPECT_EQ(engine.registerInputs({input("I")}), before.hasInput ? 3 : 0);
     EXPECT_EQ(engine.registerInputs({input("I")}), 3);
+    EXPECT_EQ(engine.registerInputs({input("X"), input("Y", 0), input("Z")}), 3);
     EXPECT_EQ(engine.registerOutputs({output("O")}), before.hasOutput ? 3 : 0);
     EXPECT_EQ(engine.registerOutputs({output("O")}), 3);
+    EXPECT_EQ(engine.registerOutputs({output("X"), output("Y", 0), output("Z")}), 3);
     finish();
-    EXPECT_EQ(bodies(), withVersion({}, inputRequest({"I"}) + outputRequest({"O"})));
+    EXPECT_EQ(engine.requests(),
+              withVersion({}, inputRequest({input("I"), input("X")}) + outputRequest({output("O"), output("X")})));
 }
 
-TEST_P(BeforeReregistration, AfterTheChangeARegistrationGoesOutAtOnce) {
-    hold();
+TEST_P(BeforeReregistration, IsFollowedByRegistrationsThatAreSentAtOnce) {
+    stopAt(place);
     finish();
-    EXPECT_EQ(engine.registerInputs({input("X")}), 0);
-    EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
-    EXPECT_EQ(bodies(), versionRequest() + inputRequest(inputsWith({})) + outputRequest(outputsWith({})) +
-                            inputRequest({"X"}) + outputRequest({"Y"}));
+    registerBoth();
+    EXPECT_EQ(engine.requests(), withVersion({}, earlier) + inputRequest({input("X")}) + outputRequest({output("Y")}));
 }
 
-// What the thread that makes the change does in a callback.
-
-class InsideCallback : public ChangeWithBefore, public testing::WithParamInterface<PlaceAndBefore> {
-  protected:
-    InsideCallback() { registerBefore(std::get<Before>(GetParam())); }
-
-    void act(std::function<void()> action) { actAt(std::get<Place>(GetParam()), std::move(action)); }
-};
-
+/// The thread that makes the change acts in a callback.
+class InsideCallback : public ChangeAtPlace {};
 INSTANTIATE_TEST_SUITE_P(At, InsideCallback,
-                         testing::Combine(testing::Values(Place::CONNECTED_CALLBACK, Place::READY_CALLBACK),
+                         testing::Combine(testing::Values(kConnectedCallback, kReadyCallback),
                                           testing::ValuesIn(kBefore)),
                          caseName);
 
-TEST_P(InsideCallback, ARegistrationGoesOutAtOnceAndWithEverything) {
-    act([this] {
-        EXPECT_EQ(engine.registerInputs({input("X")}), 0);
-        EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
-    });
-    EXPECT_EQ(bodies(), inputRequest({"X"}) + outputRequest({"Y"}) + versionRequest() +
-                            inputRequest(inputsWith({"X"})) + outputRequest(outputsWith({"Y"})));
+TEST_P(InsideCallback, ARegistrationIsSentAtOnceAndAgain) {
+    actAt(place, [this] { registerBoth(); });
+    EXPECT_EQ(engine.requests(), inputRequest({input("X")}) + outputRequest({output("Y")}) + versionRequest() +
+                                     inputsWith({input("X")}) + outputsWith({output("Y")}));
 }
 
-TEST_P(InsideCallback, UnregisteringAndPublishingGoOutAtOnce) {
-    act([this] {
+TEST_P(InsideCallback, UnregisteringAndPublishingAreSentAtOnce) {
+    actAt(place, [this] {
         engine.unregisterInputParameters({"I"});
-        engine.publish({record("O", 1, 0x3FC00000)});
+        publishO(engine);
     });
-    EXPECT_EQ(bodies(), (before.hasInput ? inputEnd("00 00 00 09") : Bodies()) +
-                            (before.hasOutput ? publication("00 00 00 07") : Bodies()) + versionRequest() +
-                            outputRequest(outputsWith({})));
+    EXPECT_EQ(engine.requests(), onlyIf(before.hasInput, inputEnd({9})) + onlyIf(before.hasOutput, publicationOf(7)) +
+                                     versionRequest() + outputsWith({}));
 }
 
-TEST_P(InsideCallback, AnotherThreadsRegistrationIsStillLeft) {
-    act([this] {
+TEST_P(InsideCallback, AnotherThreadsRegistrationIsSentAfterTheChange) {
+    actAt(place, [this] {
         EXPECT_EQ(engine.registerInputs({input("X")}), 0);
         std::thread([this] { EXPECT_EQ(engine.registerInputs({input("Y")}), 0); }).join();
     });
-    EXPECT_EQ(bodies(), inputRequest({"X"}) + versionRequest() + inputRequest(inputsWith({"X", "Y"})) +
-                            outputRequest(outputsWith({})));
+    EXPECT_EQ(engine.requests(),
+              inputRequest({input("X")}) + versionRequest() + inputsWith({input("X"), input("Y")}) + outputsWith({}));
 }
 
-// The gaps of the re-registration itself, which need an input.
-
-class AmidReregistration : public ReadyChange {
+/// The gaps of the re-registration of I and O.
+class DuringReregistration : public ReadyChange {
   protected:
-    AmidReregistration() {
-        registerInputBefore();
-        registerOutputBefore();
-    }
+    DuringReregistration() { registerBefore(true, true); }
 
-    /// Another thread does these, and each is requested exactly once.
-    void registerBoth() {
-        EXPECT_EQ(engine.registerInputs({input("X")}), 0);
-        EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
-    }
+    const Requests i = inputRequest({input("I")});
+    const Requests o = outputRequest({output("O")});
+    const Requests x = inputRequest({input("X")});
+    const Requests y = outputRequest({output("Y")});
+    const Requests bothOutputs = outputRequest({output("O"), output("Y")});
 };
 
-TEST_F(AmidReregistration, AfterTheSnapshotAnInputGoesOutAtOnce) {
-    holdAt(Place::AFTER_SNAPSHOT);
+TEST_F(DuringReregistration, AfterTheSnapshotAnInputIsSentAtOnce) {
+    stopAt(kAfterSnapshot);
     registerBoth();
     finish();
-    EXPECT_EQ(bodies(), versionRequest() + inputRequest({"X"}) + inputRequest({"I"}) + outputRequest({"O", "Y"}));
+    EXPECT_EQ(engine.requests(), versionRequest() + x + i + bothOutputs);
 }
 
-TEST_F(AmidReregistration, BetweenTheTwoOnlyAnOutputIsLeft) {
-    holdAt(Place::BETWEEN);
+TEST_F(DuringReregistration, AfterTheInputsOnlyAnOutputIsLeft) {
+    stopAt(kBetween);
     registerBoth();
     finish();
-    EXPECT_EQ(bodies(), versionRequest() + inputRequest({"I"}) + inputRequest({"X"}) + outputRequest({"O", "Y"}));
+    EXPECT_EQ(engine.requests(), versionRequest() + i + x + bothOutputs);
 }
 
-TEST_F(AmidReregistration, BetweenTheTwoTheRestGoesOutAtOnce) {
-    holdAt(Place::BETWEEN);
+TEST_F(DuringReregistration, AfterTheInputsOtherRequestsAreSentAtOnce) {
+    stopAt(kBetween);
     EXPECT_EQ(engine.unregisterInputParameters({"I"}), 0);
-    EXPECT_EQ(engine.publish({record("O", 1, 0x3FC00000)}), 0);
+    EXPECT_EQ(publishO(engine), 0);
     EXPECT_EQ(engine.unregisterOutputParameters({"O"}), 0);
     finish();
-    EXPECT_EQ(bodies(), versionRequest() + inputRequest({"I"}) + inputEnd("00 0F FF FF") + publication("00 00 00 07") +
-                            outputEnd("00 00 00 07"));
+    EXPECT_EQ(engine.requests(), versionRequest() + i + inputEnd({kUnassigned}) + publicationOf(7) + outputEnd({7}));
 }
 
-TEST_F(AmidReregistration, AfterItARegistrationGoesOutAtOnce) {
-    holdAt(Place::AFTER_REREGISTRATION);
+TEST_F(DuringReregistration, AfterItARegistrationIsSentAtOnce) {
+    stopAt(kAfterReregistration);
     registerBoth();
     finish();
-    EXPECT_EQ(bodies(), versionRequest() + inputRequest({"I"}) + outputRequest({"O"}) + inputRequest({"X"}) +
-                            outputRequest({"Y"}));
+    EXPECT_EQ(engine.requests(), versionRequest() + i + o + x + y);
 }
 
-using WithNothingBefore = ReadyChange;
+using WithNothingRegistered = ReadyChange;
 
-TEST_F(WithNothingBefore, AfterTheCountARegistrationGoesOutAtOnce) {
-    holdAt(Place::AFTER_REREGISTRATION);
-    EXPECT_EQ(engine.registerInputs({input("X")}), 0);
-    EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
+TEST_F(WithNothingRegistered, ARegistrationAfterTheCountIsSentAtOnce) {
+    stopAt(kAfterReregistration);
+    registerBoth();
     finish();
-    EXPECT_EQ(bodies(), versionRequest() + inputRequest({"X"}) + outputRequest({"Y"}));
+    EXPECT_EQ(engine.requests(), versionRequest() + inputRequest({input("X")}) + outputRequest({output("Y")}));
 }
 
-// The count of what is registered cannot be held up, so another thread registers around it at any moment.
-TEST_F(WithNothingBefore, AroundTheCountARegistrationIsRequestedOnce) {
+// No hook stops the change while it counts what is registered, so another thread registers around that moment.
+TEST_F(WithNothingRegistered, ARegistrationDuringTheCountIsSentOnce) {
     for (int round = 0; round < 200; ++round) {
         Gate begun;
-        engine.onPlace = [&begun](Place place) {
-            if (place == Place::READY_CALLBACK) {
+        onPlace = [&begun](const std::string& place) {
+            if (place == kReadyCallback) {
                 begun.pass();
             }
         };
-        const std::size_t old = engine.fakeTransport().written().size();
-        changer = engine.startChange([this] { engine.connect(); });
+        engine.ignoreRequestsSoFar();
+        begin();
         ASSERT_TRUE(begun.waitUntilReached());
         begun.open();
-        // Without giving the processor away, which would take long on a busy machine.
+        // Spins, because a sleep takes too long on a busy machine.
         const auto moment = std::chrono::steady_clock::now() + std::chrono::microseconds(round % 20 * 5);
         while (std::chrono::steady_clock::now() < moment) {
         }
-        EXPECT_EQ(engine.registerInputs({input("X")}), 0);
-        EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
+        registerBoth();
         finish();
-        Bodies sent = bodies();
-        sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(old));
-        ASSERT_THAT(sent,
-                    testing::UnorderedElementsAreArray(versionRequest() + inputRequest({"X"}) + outputRequest({"Y"})))
+        ASSERT_THAT(engine.requests(),
+                    testing::UnorderedElementsAreArray(versionRequest() + inputRequest({input("X")}) +
+                                                       outputRequest({output("Y")})))
             << "round " << round;
         engine.unregisterAllLocalParameters();
     }

@@ -1,231 +1,155 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <chrono>
-#include <functional>
 #include <future>
 
-#include "tests/engine/parameters/ParameterEngine.h"
-#include "tests/support/CapturedStreams.h"
+#include "tests/engine/parameters/ParameterTest.h"
 #include "tests/support/RecordingCallbacks.h"
+#include "tests/support/Waiting.h"
 
 namespace com_tesk::test {
 namespace {
 
-using testing::ElementsAre;
-
 const char kBrokenPipe[] = "Error writing to server (32) \n";
 
-/// Uses the tables inside each state change: that waits for ever if the thread still holds their lock.
-class AskingCallbacks : public RecordingCallbacks {
+/// An engine whose callbacks use the tables inside each state change. They do not return when the thread still holds
+/// the lock of the tables.
+class FailingEngine : public TestEngine {
   public:
-    explicit AskingCallbacks(ParameterEngine& askedEngine) : engine(askedEngine) {}
-
-    void connectionStateChanged(CSClient::State oldState, CSClient::State newState) override {
-        engine.getNumberOfOutputParameters(false);
-        engine.getNumberOfInputParameters(false);
-        RecordingCallbacks::connectionStateChanged(oldState, newState);
+    explicit FailingEngine(unsigned int options = 0) : TestEngine(1, options) {
+        callbacks.onLine = [this](const std::string&) {
+            getNumberOfOutputParameters(false);
+            getNumberOfInputParameters(false);
+        };
+        addCallbackInterface(&callbacks);
     }
 
-  private:
-    ParameterEngine& engine;
+    RecordingCallbacks callbacks;
 };
 
 struct Operation {
     const char* name;
-    std::function<int(ParameterEngine&)> run;
-    bool isRegistration;
+    std::function<int(TestEngine&)> run;
+    int registered;
 };
 
-std::ostream& operator<<(std::ostream& stream, const Operation& operation) {
-    return stream << operation.name;
-}
+const Operation kOperations[] = {
+    {"RegisterInputs", [](TestEngine& engine) { return engine.registerInputs({input("N")}); }, 1},
+    {"RegisterOutputs", [](TestEngine& engine) { return engine.registerOutputs({output("N")}); }, 1},
+    {"UnregisterInputs", [](TestEngine& engine) { return engine.unregisterInputParameters({"A"}); }, 0},
+    {"UnregisterOutputs", [](TestEngine& engine) { return engine.unregisterOutputParameters({"A"}); }, 0},
+    {"Publish", [](TestEngine& engine) { return engine.publish({parameter("A", 1, 5)}); }, 0},
+};
 
-/// An operation whose request cannot be written. Inputs and outputs A are confirmed as 7, and the connection stands.
+/// An operation whose request cannot be written. The engine is connected. An input A and an output A are confirmed as 7.
 class FailedWrite : public testing::TestWithParam<Operation> {
   protected:
-    static void prepare(ParameterEngine& engine) {
+    static void connect(FailingEngine& engine) {
         engine.connect();
         engine.registerInputs({input("A")});
         engine.registerOutputs({output("A")});
         engine.receive(inputsConfirmed({{7, "A"}}));
         engine.receive(outputsConfirmed({{7, "A"}}));
+        engine.ignoreRequestsSoFar();
     }
 
-    /// What the operation must leave in the tables: everything, with what it registered.
-    static void expectEverythingKept(const ParameterEngine& engine) {
+    /// Expects everything in the tables, with the parameter that the operation registered.
+    static void expectEverythingKept(const TestEngine& engine) {
         EXPECT_TRUE(engine.hasInputParameter("A", true));
         EXPECT_TRUE(engine.hasOutputParameter("A", true));
         EXPECT_EQ(engine.inputIds(), "7=A");
         EXPECT_EQ(engine.outputIds(), "7=A");
         EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation() +
                       engine.getNumberOfOutputParametersWaitingForConfirmation(),
-                  GetParam().isRegistration ? 1 : 0);
+                  GetParam().registered);
+        EXPECT_THAT(engine.requests(), IsEmpty());
     }
 
     CapturedStreams streams;
 };
+INSTANTIATE_TEST_SUITE_P(Operations, FailedWrite, testing::ValuesIn(kOperations),
+                         [](const auto& information) { return information.param.name; });
 
 TEST_P(FailedWrite, GivesTwoAndEndsTheConnectionOnce) {
-    ParameterEngine engine;
-    prepare(engine);
-    AskingCallbacks callbacks(engine);
-    engine.addCallbackInterface(&callbacks);
-    engine.fakeTransport().failWrites(-1, EPIPE);
-    EXPECT_EQ(GetParam().run(engine), 2);
-    EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
-    EXPECT_EQ(callbacks.states(), "4->3");
-    EXPECT_EQ(streams.err(), kBrokenPipe);
-    EXPECT_EQ(streams.errInsertions(), 1);
+    for (const bool isShort : {false, true}) {
+        for (const unsigned int options : {0U, kSilent}) {
+            FailingEngine engine(options);
+            connect(engine);
+            engine.fakeTransport().failWrites(isShort ? 31 : -1, isShort ? EAGAIN : EPIPE);
+            EXPECT_EQ(GetParam().run(engine), 2);
+            EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
+            EXPECT_EQ(engine.callbacks.states(), "1->2 2->4 4->3");
+            expectEverythingKept(engine);
+        }
+    }
+    EXPECT_EQ(streams.err(), std::string(kBrokenPipe) + "Error writing to server (11) \n");
+    EXPECT_EQ(streams.errInsertions(), 2);
     EXPECT_EQ(streams.out(), "");
-    EXPECT_EQ(engine.requests().size(), 2U) << "the two registrations before it";
-    expectEverythingKept(engine);
-}
-
-TEST_P(FailedWrite, IsTheSameForAWriteThatFellShort) {
-    ParameterEngine engine;
-    prepare(engine);
-    engine.fakeTransport().failWrites(31, EAGAIN);
-    EXPECT_EQ(GetParam().run(engine), 2);
-    EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
-    EXPECT_EQ(streams.err(), "Error writing to server (11) \n");
-    expectEverythingKept(engine);
-}
-
-TEST_P(FailedWrite, PrintsNothingWhenSilent) {
-    ParameterEngine engine(1, CSClient::OPTION_SILENT);
-    prepare(engine);
-    engine.fakeTransport().failWrites(-1, EPIPE);
-    EXPECT_EQ(GetParam().run(engine), 2);
-    EXPECT_EQ(streams.out() + streams.err(), "");
-    EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
 }
 
 TEST_P(FailedWrite, WithReconnectingSleepsASecondWithoutALock) {
-    ParameterEngine engine(1, CSClient::OPTION_AUTO_RECONNECT);
-    prepare(engine);
-    AskingCallbacks callbacks(engine);
-    engine.addCallbackInterface(&callbacks);
+    FailingEngine engine(kReconnect);
+    connect(engine);
     engine.fakeTransport().failWrites(-1, EPIPE);
-    const auto begin = std::chrono::steady_clock::now();
+    const Stopwatch stopwatch;
     auto operation = std::async(std::launch::async, [&engine] { return GetParam().run(engine); });
-    ASSERT_TRUE(callbacks.waitFor("state 5->1"));
-    // Meanwhile both locks are to be had, by an operation on parameters and by one on the connection.
+    ASSERT_TRUE(engine.callbacks.waitFor("state 5->1"));
+    // Both locks are free: an operation on parameters and one on the connection return.
     engine.getNumberOfInputParameters(false);
     FakeTransport refused;
     EXPECT_FALSE(engine.changeCommsInterface(&refused));
     EXPECT_EQ(operation.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
     EXPECT_EQ(operation.get(), 2);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(990));
+    EXPECT_GE(stopwatch.seconds(), 0.99);
     EXPECT_EQ(engine.getState(), CSClient::STATE_CONNECTING);
-    EXPECT_EQ(callbacks.states(), "4->5 5->1");
+    EXPECT_EQ(engine.callbacks.states(), "1->2 2->4 4->5 5->1");
     EXPECT_EQ(streams.err(), kBrokenPipe);
     EXPECT_EQ(streams.out(), "Attempting to reconnect...\n");
     expectEverythingKept(engine);
 }
 
-const Operation kOperations[] = {
-    {"RegisterInputs", [](ParameterEngine& engine) { return engine.registerInputs({input("N")}); }, true},
-    {"RegisterOutputs", [](ParameterEngine& engine) { return engine.registerOutputs({output("N")}); }, true},
-    {"UnregisterInputs", [](ParameterEngine& engine) { return engine.unregisterInputParameters({"A"}); }, false},
-    {"UnregisterOutputs", [](ParameterEngine& engine) { return engine.unregisterOutputParameters({"A"}); }, false},
-    {"Publish", [](ParameterEngine& engine) { return engine.publish({record("A", 1, 5)}); }, false},
-};
-
-INSTANTIATE_TEST_SUITE_P(Operations, FailedWrite, testing::ValuesIn(kOperations),
-                         [](const auto& information) { return information.param.name; });
-
-class AfterAFailedWrite : public testing::Test {
-  protected:
-    CapturedStreams streams;
-    ParameterEngine engine;
-};
-
-TEST_F(AfterAFailedWrite, WhatWasToBeRegisteredReachesTheNextConnection) {
+TEST(AfterAFailedWrite, TheNextConnectionSendsRegistrationsAndValues) {
+    TestEngine engine(1, kSilent);
     engine.connect();
     engine.fakeTransport().failWrites(-1, EPIPE);
     EXPECT_EQ(engine.registerInputs({input("A")}), 2);
     EXPECT_EQ(engine.registerOutputs({output("X")}), 0) << "there is no connection any more";
     engine.connect();
-    EXPECT_THAT(engine.requests(), ElementsAre(frame("04 02 7F FF 00 00 00 40 00 7F 00 01 00 01 00 00 00 00 00 01"
-                                                     "00 00 2E E0 00 00 2E E0 00 00 00 00" +
-                                                     hexField("A")),
-                                               frame("04 02 7F FF 00 00 00 3C 00 7F 00 02 00 01 00 00 00 00 00 01"
-                                                     "00 00 04 B0 00 00 00 00" +
-                                                     hexField("X"))));
-}
-
-TEST_F(AfterAFailedWrite, APublishedValueReachesTheNextConnection) {
-    engine.connect();
-    engine.registerOutputs({output("X")});
     engine.fakeTransport().failWrites(-1, EPIPE);
-    EXPECT_EQ(engine.publish({record("X", 1, 0x3F800000)}), 2);
+    EXPECT_EQ(engine.publish({parameter("X", 1, 0x3F800000)}), 2);
     EXPECT_THAT(engine.outputTable(), ElementsAre("X type 1 waiting published 3F800000"));
     engine.connect();
     engine.receive(outputsConfirmed({{9, "X"}}));
-    EXPECT_EQ(engine.requests().back(), frame("04 02 7F FF 00 00 00 24 00 7F 00 03 00 01 00 00 00 00 00 00 00 00 00 01"
-                                              "00 00 00 09 00 00 00 00 3F 80 00 00"));
+    const Requests both = versionRequest() + inputRequest({input("A")}) + outputRequest({output("X")});
+    EXPECT_EQ(engine.requests(), versionRequest() + both + both + publication({{9, 0, 0x3F800000}}));
 }
 
-TEST_F(AfterAFailedWrite, UnregisteringAllKeepsThemAll) {
-    engine.connect();
-    engine.registerInputs({input("A"), input("B")});
+/// The options, and the number of the write that fails while a new connection registers everything again.
+class FailedReregistration : public testing::TestWithParam<std::tuple<unsigned int, int>> {};
+INSTANTIATE_TEST_SUITE_P(Writes, FailedReregistration,
+                         testing::Combine(testing::Values(0U, kReconnect), testing::Values(1, 2, 3)));
+
+TEST_P(FailedReregistration, EndsTheConnectionAndIsRepeatedOnTheNext) {
+    const auto [options, failing] = GetParam();
+    const Requests all = versionRequest() + inputRequest({input("A")}) + outputRequest({output("X")});
+    const CapturedStreams streams;
+    FailingEngine engine(options);
+    engine.registerInputs({input("A")});
     engine.registerOutputs({output("X")});
-    engine.fakeTransport().failWrites(-1, EPIPE);
-    engine.unregisterAllInputParameters();
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 2U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 1U);
-    EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
+    engine.fakeTransport().onWrite = [&engine, left = failing]() mutable {
+        if (--left == 0) {
+            engine.fakeTransport().failWrites(-1, EPIPE);
+        }
+    };
+    engine.connect();
+    EXPECT_EQ(engine.callbacks.states(), options == 0 ? "1->2 2->4 4->3" : "1->2 2->4 4->5 5->1");
     EXPECT_EQ(streams.err(), kBrokenPipe);
-}
-
-/// The number of a write, from 1, that fails while a new connection registers everything again.
-class FailedReregistration : public testing::TestWithParam<int> {
-  protected:
-    void connectWithFailure(ParameterEngine& engine) {
-        engine.registerInputs({input("A")});
-        engine.registerOutputs({output("X")});
-        int writes = 0;
-        engine.fakeTransport().onWrite = [&engine, &writes] {
-            if (++writes == GetParam()) {
-                engine.fakeTransport().failWrites(-1, EPIPE);
-            }
-        };
-        engine.connect();
-        engine.fakeTransport().onWrite = nullptr;
-    }
-
-    CapturedStreams streams;
-};
-
-TEST_P(FailedReregistration, EndsTheConnectionOnceAndWritesNothingMore) {
-    ParameterEngine engine;
-    AskingCallbacks callbacks(engine);
-    engine.addCallbackInterface(&callbacks);
-    connectWithFailure(engine);
-    EXPECT_EQ(callbacks.states(), "1->2 2->4 4->3");
-    EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
-    EXPECT_EQ(streams.err(), kBrokenPipe);
-    EXPECT_EQ(engine.fakeTransport().written().size(), static_cast<std::size_t>(GetParam() - 1));
-    EXPECT_TRUE(engine.hasInputParameter("A", false));
-    EXPECT_TRUE(engine.hasOutputParameter("X", false));
-}
-
-TEST_P(FailedReregistration, WithReconnectingRunsAgainOnTheNextConnection) {
-    ParameterEngine engine(1, CSClient::OPTION_AUTO_RECONNECT);
-    AskingCallbacks callbacks(engine);
-    engine.addCallbackInterface(&callbacks);
-    connectWithFailure(engine);
-    EXPECT_EQ(callbacks.states(), "1->2 2->4 4->5 5->1");
-    const std::size_t before = engine.fakeTransport().written().size();
+    EXPECT_EQ(engine.requests(), Requests(all.begin(), all.begin() + failing - 1)) << "nothing after the failure";
+    engine.ignoreRequestsSoFar();
     engine.connect();
     EXPECT_EQ(engine.getState(), CSClient::STATE_READY);
-    EXPECT_EQ(engine.fakeTransport().written().size(), before + 3) << "version, inputs, outputs";
+    EXPECT_EQ(engine.requests(), all);
     EXPECT_EQ(streams.err(), kBrokenPipe);
 }
-
-INSTANTIATE_TEST_SUITE_P(Writes, FailedReregistration, testing::Values(1, 2, 3));
 
 }  // namespace
 }  // namespace com_tesk::test

@@ -1,166 +1,116 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <new>
 
 #include "tests/engine/parameters/Allocations.h"
-#include "tests/engine/parameters/ParameterEngine.h"
+#include "tests/engine/parameters/ParameterTest.h"
 
 namespace com_tesk::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 // Longer than what a string keeps without an allocation.
-const std::string kNameA = std::string(30, 'n') + "A";
-const std::string kNameB = std::string(30, 'n') + "B";
-const std::string kNameC = std::string(30, 'n') + "C";
+const std::string kNameA = longName('A');
+const std::string kNameB = longName('B');
+const std::string kNameC = longName('C');
 
-/// Lets every allocation of an operation fail once, with or without all those after it, and looks at what is left.
-class LackOfMemory : public testing::TestWithParam<FailingAllocations::Kind> {
+/// Lets each allocation of an operation fail, once alone and once with all after it, and checks what is left.
+template <typename Kind>
+class LackOfMemory : public testing::Test {
   protected:
-    using Step = std::function<void(ParameterEngine&)>;
-
-    /// @param prepare    brings a fresh engine to where the operation begins.
+    /// @param prepare    prepares a new engine for the operation.
     /// @param operation  allocates nothing itself.
     /// @param check      is called after each failure.
-    void failEverywhere(const Step& prepare, const Step& operation, const Step& check) {
-        // Far more than any of the operations needs.
-        constexpr int kBound = 2'000;
-        int granted = 0;
-        for (; granted < kBound; ++granted) {
-            SCOPED_TRACE(granted);
-            ParameterEngine engine(1, CSClient::OPTION_SILENT);
-            engine.pretendState(CSClient::STATE_READY);
-            prepare(engine);
-            bool haveFailed = false;
-            {
-                const FailingAllocations allocations(granted, GetParam());
-                try {
-                    operation(engine);
-                } catch (const std::bad_alloc&) {
+    template <typename Prepare, typename Operation, typename Check>
+    static void failEverywhere(const Prepare& prepare, const Operation& operation, const Check& check) {
+        for (const auto kind : {FailingAllocations::ONE, FailingAllocations::ALL}) {
+            // Far more than any of the operations needs.
+            constexpr int kMaxAllocations = 2'000;
+            bool haveFailed = true;
+            int granted = 0;
+            for (; haveFailed && granted < kMaxAllocations; ++granted) {
+                SCOPED_TRACE(granted);
+                EngineOf<Kind> engine(kSilent);
+                prepare(engine);
+                {
+                    const FailingAllocations allocations(granted, kind);
+                    try {
+                        operation(engine);
+                    } catch (const std::bad_alloc&) {
+                    }
+                    haveFailed = allocations.haveFailed();
                 }
-                haveFailed = allocations.haveFailed();
+                if (haveFailed) {
+                    check(engine);
+                }
             }
-            if (!haveFailed) {
-                break;
-            }
-            check(engine);
+            EXPECT_GT(granted, 1) << "the operation allocates nothing";
+            EXPECT_LT(granted, kMaxAllocations);
         }
-        EXPECT_GT(granted, 0) << "the operation allocates nothing";
-        EXPECT_LT(granted, kBound);
     }
 
-    const std::vector<CSClient::InputDef> inputs = {input(kNameC, 1, 3), input(kNameA, 2, 1), input(kNameB, 5, 9)};
-    const std::vector<CSClient::OutputDef> outputs = {output(kNameC, 1), output(kNameA, 2), output(kNameB, 5)};
+    /// Lets `operation` fail everywhere and checks that all entries are left.
+    template <typename Operation>
+    void expectAllKept(const Operation& operation) {
+        failEverywhere([this](EngineOf<Kind>& engine) { engine.add(definitions); }, operation,
+                       [](EngineOf<Kind>& engine) { EXPECT_EQ(engine.number(false), 3U); });
+    }
+
+    const std::vector<Definition> definitions = {{kNameC, 1}, {kNameA, 2}, {kNameB, 5}};
     const std::vector<std::string> names = {kNameC, kNameA, kNameB};
 };
+TYPED_TEST_SUITE(LackOfMemory, Kinds, KindNames);
 
-TEST_P(LackOfMemory, InReregistrationLosesNoInput) {
-    failEverywhere(
-        [this](ParameterEngine& engine) {
-            engine.registerInputs(inputs);
-            engine.receive(inputsConfirmed({{7, kNameA}, {8, kNameB}, {9, kNameC}}));
+TYPED_TEST(LackOfMemory, InReregistrationKeepsAllEntries) {
+    using Engine = EngineOf<TypeParam>;
+    this->failEverywhere(
+        [this](Engine& engine) {
+            engine.add(this->definitions);
+            engine.confirm({{7, kNameA}, {8, kNameB}, {9, kNameC}});
         },
-        [](ParameterEngine& engine) { engine.reregisterAllInputParameters(); },
-        [](ParameterEngine& engine) {
-            // Either nothing had happened yet or all of it.
-            if (engine.getNumberOfInputParameters(true) == 0) {
-                EXPECT_THAT(engine.inputTable(),
-                            ElementsAre(kNameA + " type 2 mode 1 waiting", kNameB + " type 5 mode 9 waiting",
-                                        kNameC + " type 1 mode 3 waiting"));
-            } else {
-                EXPECT_THAT(engine.inputTable(),
-                            ElementsAre(kNameA + " type 2 mode 1 id 7", kNameB + " type 5 mode 9 id 8",
-                                        kNameC + " type 1 mode 3 id 9"));
-                EXPECT_EQ(engine.inputIds(), "7=" + kNameA + " 8=" + kNameB + " 9=" + kNameC);
-            }
-            engine.unregisterAllInputParameters();
-            EXPECT_THAT(engine.inputTable(), IsEmpty());
-            EXPECT_EQ(engine.inputIds(), "");
+        [](Engine& engine) { engine.reregister(); },
+        [](Engine& engine) {
+            // Either nothing had happened yet, or all inputs are unconfirmed.
+            const bool isConfirmed = engine.number(true) != 0;
+            EXPECT_TRUE(isConfirmed || Outputs::kWord != TypeParam::kWord);
+            EXPECT_THAT(engine.table(), ElementsAre(TypeParam::row(kNameA, isConfirmed ? "id 7" : "waiting", 2),
+                                                    TypeParam::row(kNameB, isConfirmed ? "id 8" : "waiting", 5),
+                                                    TypeParam::row(kNameC, isConfirmed ? "id 9" : "waiting", 1)));
+            EXPECT_EQ(engine.ids(), isConfirmed ? "7=" + kNameA + " 8=" + kNameB + " 9=" + kNameC : "");
+            engine.removeAll();
+            EXPECT_THAT(engine.table(), IsEmpty());
+            EXPECT_EQ(engine.ids(), "");
         });
 }
 
-TEST_P(LackOfMemory, InReregistrationChangesNoOutput) {
-    failEverywhere(
-        [this](ParameterEngine& engine) {
-            engine.registerOutputs(outputs);
-            engine.receive(outputsConfirmed({{7, kNameA}}));
-        },
-        [](ParameterEngine& engine) { engine.reregisterAllOutputParameters(); },
-        [](ParameterEngine& engine) {
-            EXPECT_THAT(engine.outputTable(),
-                        ElementsAre(kNameA + " type 2 id 7 00000000", kNameB + " type 5 waiting 00000000",
-                                    kNameC + " type 1 waiting 00000000"));
-            EXPECT_EQ(engine.outputIds(), "7=" + kNameA);
-        });
+TYPED_TEST(LackOfMemory, InRegistrationKeepsTheEntriesBefore) {
+    using Engine = EngineOf<TypeParam>;
+    const auto registered = Engine::registered(this->definitions);
+    this->failEverywhere([](Engine&) {}, [&registered](Engine& engine) { (engine.*TypeParam::kRegister)(registered); },
+                         [this](Engine& engine) {
+                             const std::size_t kept = engine.number(false);
+                             ASSERT_LE(kept, 3U);
+                             for (std::size_t i = 0; i < 3; ++i) {
+                                 EXPECT_EQ(engine.has(this->names[i], false), i < kept);
+                             }
+                             engine.remove(this->names);
+                             EXPECT_EQ(engine.add(this->definitions), 0);
+                         });
 }
 
-TEST_P(LackOfMemory, WhileRegisteringInputsKeepsThoseBeforeIt) {
-    failEverywhere([](ParameterEngine&) {},
-                   [this](ParameterEngine& engine) { engine.registerInputParameters(inputs.data(), 3); },
-                   [this](ParameterEngine& engine) {
-                       const std::size_t kept = engine.inputTable().size();
-                       ASSERT_LE(kept, 3U);
-                       for (std::size_t i = 0; i < 3; ++i) {
-                           EXPECT_EQ(engine.hasInputParameter(names[i], false), i < kept);
-                       }
-                       engine.unregisterInputParameters(names);
-                       EXPECT_EQ(engine.registerInputs(inputs), 0);
-                   });
+TYPED_TEST(LackOfMemory, InUnregistrationKeepsAllEntries) {
+    this->expectAllKept([this](EngineOf<TypeParam>& engine) { engine.remove(this->names); });
+    this->expectAllKept([](EngineOf<TypeParam>& engine) { engine.removeAll(); });
 }
 
-TEST_P(LackOfMemory, WhileRegisteringOutputsKeepsThoseBeforeIt) {
-    failEverywhere([](ParameterEngine&) {},
-                   [this](ParameterEngine& engine) { engine.registerOutputParameters(outputs.data(), 3); },
-                   [this](ParameterEngine& engine) {
-                       const std::size_t kept = engine.outputTable().size();
-                       ASSERT_LE(kept, 3U);
-                       for (std::size_t i = 0; i < 3; ++i) {
-                           EXPECT_EQ(engine.hasOutputParameter(names[i], false), i < kept);
-                       }
-                       engine.unregisterOutputParameters(names);
-                       EXPECT_EQ(engine.registerOutputs(outputs), 0);
-                   });
-}
+using LackOfMemoryForValues = LackOfMemory<Outputs>;
 
-TEST_P(LackOfMemory, WhileUnregisteringInputsKeepsThemAll) {
-    failEverywhere([this](ParameterEngine& engine) { engine.registerInputs(inputs); },
-                   [this](ParameterEngine& engine) { engine.unregisterInputParameters(names); },
-                   [](ParameterEngine& engine) { EXPECT_EQ(engine.getNumberOfInputParameters(false), 3U); });
-}
-
-TEST_P(LackOfMemory, WhileUnregisteringOutputsKeepsThemAll) {
-    failEverywhere([this](ParameterEngine& engine) { engine.registerOutputs(outputs); },
-                   [this](ParameterEngine& engine) { engine.unregisterOutputParameters(names); },
-                   [](ParameterEngine& engine) { EXPECT_EQ(engine.getNumberOfOutputParameters(false), 3U); });
-}
-
-TEST_P(LackOfMemory, WhileUnregisteringAllInputsKeepsThemAll) {
-    failEverywhere([this](ParameterEngine& engine) { engine.registerInputs(inputs); },
-                   [](ParameterEngine& engine) { engine.unregisterAllInputParameters(); },
-                   [](ParameterEngine& engine) { EXPECT_EQ(engine.getNumberOfInputParameters(false), 3U); });
-}
-
-TEST_P(LackOfMemory, WhileUnregisteringAllOutputsKeepsThemAll) {
-    failEverywhere([this](ParameterEngine& engine) { engine.registerOutputs(outputs); },
-                   [](ParameterEngine& engine) { engine.unregisterAllOutputParameters(); },
-                   [](ParameterEngine& engine) { EXPECT_EQ(engine.getNumberOfOutputParameters(false), 3U); });
-}
-
-TEST_P(LackOfMemory, WhilePublishingStoresAllValuesOrNone) {
-    const std::vector<CSClient::Parameter> parameters = {record(kNameA, 2, 1), record(kNameC, 1, 2)};
-    failEverywhere([this](ParameterEngine& engine) { engine.registerOutputs(outputs); },
-                   [&parameters](ParameterEngine& engine) {
-                       engine.publishParameters(parameters.data(), 2, CSClientProtocol::PUBLISH_DEFAULT);
-                   },
-                   [](ParameterEngine& engine) {
-                       const std::vector<std::string> table = engine.outputTable();
+TEST_F(LackOfMemoryForValues, InPublicationStoresAllOrNone) {
+    const std::vector<CSClient::Parameter> parameters = {parameter(kNameA, 2, 1), parameter(kNameC, 1, 2)};
+    failEverywhere([this](EngineOf<Outputs>& engine) { engine.add(definitions); },
+                   [&parameters](TestEngine& engine) { engine.publish(parameters); },
+                   [](TestEngine& engine) {
+                       std::vector<std::string> table = engine.outputTable();
                        ASSERT_EQ(table.size(), 3U);
-                       if (table[0] == kNameA + " type 2 waiting 00000000") {
-                           EXPECT_EQ(table[2], kNameC + " type 1 waiting 00000000");
+                       if (table[0] == Outputs::row(kNameA, "waiting", 2)) {
+                           EXPECT_EQ(table[2], Outputs::row(kNameC));
                        } else {
                            EXPECT_EQ(table[0], kNameA + " type 2 waiting published 00000001");
                            EXPECT_EQ(table[2], kNameC + " type 1 waiting published 00000002");
@@ -168,45 +118,11 @@ TEST_P(LackOfMemory, WhilePublishingStoresAllValuesOrNone) {
                    });
 }
 
-TEST_P(LackOfMemory, WhileListingPublishedValuesLeavesTheEngineUsable) {
-    failEverywhere([this](ParameterEngine& engine) { engine.registerOutputs(outputs); },
-                   [](ParameterEngine& engine) {
-                       std::vector<CSClient::Parameter> all;
-                       engine.getAllPublishedParameters(all);
-                   },
-                   [](ParameterEngine& engine) { EXPECT_EQ(engine.getNumberOfOutputParameters(false), 3U); });
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, LackOfMemory, testing::Values(FailingAllocations::ONE, FailingAllocations::ALL));
-
-class ThrowingSender : public testing::Test {
-  protected:
-    ThrowingSender() {
-        engine.registerInputs({input("A")});
-        engine.registerOutputs({output("A")});
-        engine.onSend = [] { throw std::bad_alloc(); };
-    }
-
-    SenderEngine engine;
-};
-
-TEST_F(ThrowingSender, LeavesTheNewEntriesAndNoLock) {
-    EXPECT_THROW(engine.registerInputs({input("B")}), std::bad_alloc);
-    EXPECT_THROW(engine.registerOutputs({output("B")}), std::bad_alloc);
-    EXPECT_TRUE(engine.hasInputParameter("B", false));
-    EXPECT_TRUE(engine.hasOutputParameter("B", false));
-}
-
-TEST_F(ThrowingSender, LetsNothingGoThatWasToBeUnregistered) {
-    EXPECT_THROW(engine.unregisterInputParameters({"A"}), std::bad_alloc);
-    EXPECT_THROW(engine.unregisterOutputParameters({"A"}), std::bad_alloc);
-    EXPECT_TRUE(engine.hasInputParameter("A", false));
-    EXPECT_TRUE(engine.hasOutputParameter("A", false));
-}
-
-TEST_F(ThrowingSender, KeepsThePublishedValue) {
-    EXPECT_THROW(engine.publish({record("A", 1, 5)}), std::bad_alloc);
-    EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 waiting published 00000005"));
+TEST_F(LackOfMemoryForValues, InTheListOfValuesKeepsAllEntries) {
+    expectAllKept([](TestEngine& engine) {
+        std::vector<CSClient::Parameter> all;
+        engine.getAllPublishedParameters(all);
+    });
 }
 
 }  // namespace

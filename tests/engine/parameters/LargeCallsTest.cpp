@@ -1,178 +1,103 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/engine/parameters/ParameterEngine.h"
-#include "tests/support/CapturedStreams.h"
+#include "tests/engine/parameters/ParameterTest.h"
 
 namespace com_tesk::test {
 namespace {
 
 constexpr unsigned int kCount = 10'000;
 
-/// "P10000" to "P19999": in name order as in number order.
-std::string name(unsigned int index) {
+/// "P10000" to "P19999": in name order and in number order.
+std::string numberedName(unsigned int index) {
     return "P" + std::to_string(10'000 + index);
 }
 
-std::vector<CSClient::OutputDef> manyOutputs() {
-    std::vector<CSClient::OutputDef> outputs;
-    for (unsigned int i = 0; i < kCount; ++i) {
-        outputs.push_back(output(name(i)));
-    }
-    return outputs;
-}
-
-std::vector<CSClient::InputDef> manyInputs() {
-    std::vector<CSClient::InputDef> inputs;
-    for (unsigned int i = 0; i < kCount; ++i) {
-        inputs.push_back(input(name(i)));
-    }
-    return inputs;
-}
-
-std::vector<std::string> manyNames() {
-    std::vector<std::string> names;
-    for (unsigned int i = 0; i < kCount; ++i) {
-        names.push_back(name(i));
-    }
-    return names;
-}
-
-class LargeCalls : public testing::Test {
+template <typename Kind>
+class LargeCalls : public ParameterTest<Kind> {
   protected:
-    LargeCalls() { engine.pretendState(CSClient::STATE_READY); }
+    LargeCalls() {
+        for (unsigned int i = 0; i < kCount; ++i) {
+            names.push_back(numberedName(i));
+            definitions.push_back({names.back()});
+        }
+    }
 
-    CapturedStreams streams;
-    ParameterEngine engine;
+    /// The requests are not printed, because they are long.
+    void expectRequests(const Requests& expected) const { EXPECT_TRUE(this->engine.requests() == expected); }
+
+    std::vector<std::string> names;
+    std::vector<Definition> definitions;
 };
+TYPED_TEST_SUITE(LargeCalls, Kinds, KindNames);
 
-TEST_F(LargeCalls, TenThousandOutputsGoOutInOneRequest) {
-    EXPECT_EQ(engine.registerOutputs(manyOutputs()), 0);
-    std::string body = "04 02 7F FF 00 06 1A 94 00 7F 00 02 00 01 00 00 00 00 27 10";
-    for (const std::string& each : manyNames()) {
-        body += "00 00 04 B0 00 00 00 00" + hexField(each);
+TYPED_TEST(LargeCalls, RegisterInOneRequestAndAgainInOne) {
+    EXPECT_EQ(this->engine.add(this->definitions), 0);
+    EXPECT_EQ(this->engine.unconfirmed(), 10'000);
+    const Requests request = this->engine.request(this->definitions);
+    this->expectRequests(request);
+    this->engine.reregister();
+    this->expectRequests(request + request);
+    EXPECT_EQ(this->engine.unconfirmed(), 10'000);
+}
+
+TYPED_TEST(LargeCalls, AreRefusedAtTheirLastDefinitions) {
+    struct Row {
+        Definition last;
+        std::string line;
+        unsigned int kept;
+    };
+    const Row rows[] = {
+        {{"P10000"}, "Parameter 'P10000' is requested more than once in the same subscription call.\n", 0},
+        {{"P19998"}, "Parameter 'P19998' is requested more than once in the same subscription call.\n", 9'998},
+        {{"P19999", 0}, TypeParam::invalidType("P19999"), 9'999},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.last.name);
+        const CapturedStreams captured;
+        EngineOf<TypeParam> fresh;
+        this->definitions.back() = row.last;
+        EXPECT_EQ(fresh.add(this->definitions), 3);
+        EXPECT_EQ(captured.err(), row.line);
+        EXPECT_EQ(fresh.number(false), row.kept);
+        EXPECT_THAT(fresh.requests(), IsEmpty());
     }
-    ASSERT_EQ(engine.requests().size(), 1U);
-    EXPECT_TRUE(engine.requests()[0] == frame(body));
-    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), 10'000);
 }
 
-TEST_F(LargeCalls, TenThousandInputsGoOutInOneRequest) {
-    EXPECT_EQ(engine.registerInputs(manyInputs()), 0);
-    std::string body = "04 02 7F FF 00 06 B6 D4 00 7F 00 01 00 01 00 00 00 00 27 10";
-    for (const std::string& each : manyNames()) {
-        body += "00 00 2E E0 00 00 2E E0 00 00 00 00" + hexField(each);
-    }
-    ASSERT_EQ(engine.requests().size(), 1U);
-    EXPECT_TRUE(engine.requests()[0] == frame(body));
-    EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation(), 10'000);
+TYPED_TEST(LargeCalls, UnregisterInOneRequest) {
+    this->engine.add(this->definitions);
+    EXPECT_EQ(this->engine.remove(this->names), 0);
+    EXPECT_EQ(this->engine.number(false), 0U);
+    this->engine.add(this->definitions);
+    this->engine.removeAll();
+    EXPECT_EQ(this->engine.number(false), 0U);
+    this->engine.add(this->definitions);
+    EXPECT_EQ(this->engine.remove(std::vector<std::string>(kCount, "P10000")), 0);
+    EXPECT_EQ(this->engine.number(false), kCount - 1);
+    const Requests each =
+        this->engine.request(this->definitions) + TypeParam::kEnd(std::vector<unsigned int>(kCount, kUnassigned));
+    this->expectRequests(each + each + each);
 }
 
-TEST_F(LargeCalls, ADoubleOfTheFirstOutputAtTheFarEndIsFoundBeforeAnythingIsCreated) {
-    auto outputs = manyOutputs();
-    outputs.back().name = "P10000";
-    EXPECT_EQ(engine.registerOutputs(outputs), 3);
-    EXPECT_EQ(streams.err(), "Parameter 'P10000' is requested more than once in the same subscription call.\n");
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 0U);
-    EXPECT_TRUE(engine.requests().empty());
-}
+using LargePublication = LargeCalls<Outputs>;
 
-TEST_F(LargeCalls, ADoubleOfTheFirstInputAtTheFarEndIsFoundBeforeAnythingIsCreated) {
-    auto inputs = manyInputs();
-    inputs.back().name = "P10000";
-    EXPECT_EQ(engine.registerInputs(inputs), 3);
-    EXPECT_EQ(streams.err(), "Parameter 'P10000' is requested more than once in the same subscription call.\n");
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 0U);
-}
-
-TEST_F(LargeCalls, ADoubleAmongTheLastTwoOutputsKeepsAllBeforeThem) {
-    auto outputs = manyOutputs();
-    outputs.back().name = "P19998";
-    EXPECT_EQ(engine.registerOutputs(outputs), 3);
-    EXPECT_EQ(streams.err(), "Parameter 'P19998' is requested more than once in the same subscription call.\n");
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 9'998U);
-    EXPECT_TRUE(engine.requests().empty());
-}
-
-TEST_F(LargeCalls, ADoubleAmongTheLastTwoInputsKeepsAllBeforeThem) {
-    auto inputs = manyInputs();
-    inputs.back().name = "P19998";
-    EXPECT_EQ(engine.registerInputs(inputs), 3);
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 9'998U);
-    EXPECT_TRUE(engine.requests().empty());
-}
-
-TEST_F(LargeCalls, AnInvalidLastOutputKeepsAllBeforeIt) {
-    auto outputs = manyOutputs();
-    outputs.back().type = 0;
-    EXPECT_EQ(engine.registerOutputs(outputs), 3);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 9'999U);
-    EXPECT_TRUE(engine.requests().empty());
-}
-
-TEST_F(LargeCalls, TenThousandValuesGoOutInOneRequest) {
-    engine.registerOutputs(manyOutputs());
+TEST_F(LargePublication, IsOneRequestOrNone) {
+    engine.add(definitions);
+    engine.ignoreRequestsSoFar();
     std::vector<CSClient::Parameter> parameters;
-    std::string body = "04 02 7F FF 00 01 D4 D8 00 7F 00 03 00 01 00 00 00 00 00 00 00 00 27 10";
+    std::vector<SentValue> values;
     for (unsigned int i = 0; i < kCount; ++i) {
-        parameters.push_back(record(name(i), 1, i));
-        body += "00 0F FF FF 00 00 00 00" + hexWord(i);
+        parameters.push_back(parameter(names[i], 1, i));
+        values.push_back({kUnassigned, 0, i});
     }
     EXPECT_EQ(engine.publish(parameters), 0);
-    ASSERT_EQ(engine.requests().size(), 2U);
-    EXPECT_TRUE(engine.requests()[1] == frame(body));
-}
-
-TEST_F(LargeCalls, AnUnknownNameAtTheFarEndOfAPublicationChangesNothing) {
-    engine.registerOutputs(manyOutputs());
-    std::vector<CSClient::Parameter> parameters;
-    for (unsigned int i = 0; i < kCount; ++i) {
-        parameters.push_back(record(name(i), 1, 1));
+    expectRequests(publication(values));
+    const std::vector<std::string> table = engine.outputTable();
+    for (CSClient::Parameter& each : parameters) {
+        each = parameter(each.name, 1, 7);
     }
     parameters.back().name = "X";
     EXPECT_EQ(engine.publish(parameters), 3);
     EXPECT_EQ(streams.err(), "Unknown parameter ID: X\n");
-    EXPECT_EQ(engine.requests().size(), 1U);
-    for (const std::string& line : engine.outputTable()) {
-        ASSERT_EQ(line.substr(6), " type 1 waiting 00000000");
-    }
-}
-
-TEST_F(LargeCalls, TenThousandOutputsAreUnregisteredInOneRequest) {
-    engine.registerOutputs(manyOutputs());
-    EXPECT_EQ(engine.unregisterOutputParameters(manyNames()), 0);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 0U);
-    std::string body = "04 02 7F FF 00 00 9C 54 00 7F 00 05 00 01 00 00 00 00 27 10";
-    for (unsigned int i = 0; i < kCount; ++i) {
-        body += "00 0F FF FF";
-    }
-    ASSERT_EQ(engine.requests().size(), 2U);
-    EXPECT_TRUE(engine.requests()[1] == frame(body));
-}
-
-TEST_F(LargeCalls, OneNameTenThousandTimesIsUnregisteredOnce) {
-    engine.registerInputs({input("A"), input("B")});
-    EXPECT_EQ(engine.unregisterInputParameters(std::vector<std::string>(kCount, "A")), 0);
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 1U);
-    EXPECT_EQ(engine.requests().back().size(), (32U + 20U + 4U * kCount) * 3U - 1U);
-}
-
-TEST_F(LargeCalls, AllOfTenThousandAreUnregisteredAtOnce) {
-    engine.registerInputs(manyInputs());
-    engine.registerOutputs(manyOutputs());
-    engine.unregisterAllInputParameters();
-    engine.unregisterAllOutputParameters();
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 0U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 0U);
-    EXPECT_EQ(engine.requests().size(), 4U);
-}
-
-TEST_F(LargeCalls, TenThousandInputsAreRegisteredAgainInOneRequest) {
-    engine.registerInputs(manyInputs());
-    engine.reregisterAllInputParameters();
-    ASSERT_EQ(engine.requests().size(), 2U);
-    EXPECT_TRUE(engine.requests()[0] == engine.requests()[1]);
-    EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation(), 10'000);
+    expectRequests(publication(values));
+    EXPECT_TRUE(engine.outputTable() == table);
 }
 
 }  // namespace

@@ -1,192 +1,117 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/engine/parameters/ParameterEngine.h"
-#include "tests/support/CapturedStreams.h"
+#include "tests/engine/parameters/ParameterTest.h"
 
 namespace com_tesk::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
+template <typename Kind>
+class ParameterTable : public ParameterTest<Kind> {
+  protected:
+    void expectNumbers(unsigned int all, unsigned int confirmed, int unconfirmed) const {
+        EXPECT_EQ(this->engine.number(false), all);
+        EXPECT_EQ(this->engine.number(true), confirmed);
+        EXPECT_EQ(this->engine.unconfirmed(), unconfirmed);
+    }
+    void expectFound(const std::string& name, bool isRegistered, bool isConfirmed) const {
+        EXPECT_EQ(this->engine.has(name, false), isRegistered) << name;
+        EXPECT_EQ(this->engine.has(name, true), isConfirmed) << name;
+    }
+};
+TYPED_TEST_SUITE(ParameterTable, Kinds, KindNames);
 
+TYPED_TEST(ParameterTable, IsEmptyAtFirst) {
+    this->expectNumbers(0, 0, 0);
+    this->expectFound("A", false, false);
+    this->expectFound("", false, false);
+}
+
+TYPED_TEST(ParameterTable, HoldsUnconfirmedAndConfirmedNames) {
+    this->engine.add({{"A"}, {"B"}, {"C"}});
+    this->expectNumbers(3, 0, 3);
+    this->expectFound("B", true, false);
+    this->engine.confirm({{7, "B"}});
+    this->expectNumbers(3, 1, 2);
+    this->expectFound("B", true, true);
+    this->expectFound("A", true, false);
+    this->expectFound("b", false, false);
+}
+
+TYPED_TEST(ParameterTable, CountsTheUnassignedIdButShowsNoConfirmation) {
+    this->engine.add({{"A"}, {"B"}, {"C"}});
+    this->engine.confirm({{1048574, "A"}, {1048575, "B"}, {1048576, "C"}});
+    this->expectNumbers(3, 3, 0);
+    this->expectFound("A", true, true);
+    this->expectFound("B", true, false);
+    this->expectFound("C", true, true);
+}
+
+TYPED_TEST(ParameterTable, CountsFreshIdsBelowZero) {
+    this->engine.add({{"A"}, {"B"}, {"C"}});
+    this->engine.confirm({{1, "A"}, {2, "B"}, {3, "C"}});
+    this->engine.confirm({{11, "A"}});
+    this->engine.confirm({{12, "B"}});
+    EXPECT_EQ(this->engine.ids(), "1=A 2=B 3=C 11=A 12=B");
+    this->expectNumbers(3, 5, -2);
+}
+
+/// Inputs A and B, of which A is confirmed, and outputs C and D, of which C has two ids.
 class ParameterTables : public testing::Test {
   protected:
+    ParameterTables() {
+        engine.registerInputs({input("A"), input("B")});
+        engine.registerOutputs({output("C"), output("D")});
+        engine.receive(inputsConfirmed({{1, "A"}}));
+        engine.receive(outputsConfirmed({{2, "C"}, {3, "C"}}));
+    }
+
+    void expectEmpty() const {
+        EXPECT_THAT(engine.inputTable(), IsEmpty());
+        EXPECT_EQ(engine.inputIds(), "");
+        EXPECT_THAT(engine.outputTable(), IsEmpty());
+        EXPECT_EQ(engine.outputIds(), "");
+    }
+
     CapturedStreams streams;
-    ParameterEngine engine;
+    TestEngine engine;
 };
 
-TEST_F(ParameterTables, ANewEngineCountsNothing) {
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 0U);
-    EXPECT_EQ(engine.getNumberOfInputParameters(true), 0U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 0U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(true), 0U);
-    EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation(), 0);
-    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), 0);
-}
-
-TEST_F(ParameterTables, ANewEngineKnowsNoName) {
-    for (const std::string& name : {std::string("A"), std::string()}) {
-        EXPECT_FALSE(engine.hasInputParameter(name, false));
-        EXPECT_FALSE(engine.hasInputParameter(name, true));
-        EXPECT_FALSE(engine.hasOutputParameter(name, false));
-        EXPECT_FALSE(engine.hasOutputParameter(name, true));
-    }
-}
-
-TEST_F(ParameterTables, RegisteredOutputsWaitUntilTheHostConfirmsThem) {
-    engine.registerOutputs({output("A"), output("B"), output("C")});
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 3U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(true), 0U);
-    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), 3);
-    engine.receive(outputsConfirmed({{7, "B"}}));
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 3U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(true), 1U);
-    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), 2);
-}
-
-TEST_F(ParameterTables, RegisteredInputsWaitUntilTheHostConfirmsThem) {
-    engine.registerInputs({input("A"), input("B"), input("C")});
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 3U);
-    EXPECT_EQ(engine.getNumberOfInputParameters(true), 0U);
-    EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation(), 3);
-    engine.receive(inputsConfirmed({{7, "B"}}));
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 3U);
+TEST_F(ParameterTables, AreSeparateAndErasedSilently) {
     EXPECT_EQ(engine.getNumberOfInputParameters(true), 1U);
-    EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation(), 2);
-}
-
-TEST_F(ParameterTables, InputsAndOutputsAreCountedApart) {
-    engine.registerInputs({input("A")});
-    engine.registerOutputs({output("B"), output("C")});
-    engine.receive(outputsConfirmed({{7, "B"}}));
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 1U);
-    EXPECT_EQ(engine.getNumberOfInputParameters(true), 0U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 2U);
-    EXPECT_FALSE(engine.hasInputParameter("B", false));
+    EXPECT_EQ(engine.getNumberOfOutputParameters(true), 2U);
+    EXPECT_FALSE(engine.hasInputParameter("C", false));
     EXPECT_FALSE(engine.hasOutputParameter("A", false));
-}
-
-TEST_F(ParameterTables, AWaitingOutputIsFoundButNotAsConfirmed) {
-    engine.registerOutputs({output("A")});
-    EXPECT_TRUE(engine.hasOutputParameter("A", false));
-    EXPECT_FALSE(engine.hasOutputParameter("A", true));
-    engine.receive(outputsConfirmed({{7, "A"}}));
-    EXPECT_TRUE(engine.hasOutputParameter("A", false));
-    EXPECT_TRUE(engine.hasOutputParameter("A", true));
-}
-
-TEST_F(ParameterTables, AWaitingInputIsFoundButNotAsConfirmed) {
-    engine.registerInputs({input("A")});
-    EXPECT_TRUE(engine.hasInputParameter("A", false));
-    EXPECT_FALSE(engine.hasInputParameter("A", true));
-    engine.receive(inputsConfirmed({{7, "A"}}));
-    EXPECT_TRUE(engine.hasInputParameter("A", false));
-    EXPECT_TRUE(engine.hasInputParameter("A", true));
-}
-
-TEST_F(ParameterTables, LetterCaseCountsWhenLookingUp) {
-    engine.registerOutputs({output("Speed")});
-    engine.registerInputs({input("Speed")});
-    EXPECT_FALSE(engine.hasOutputParameter("speed", false));
-    EXPECT_FALSE(engine.hasInputParameter("SPEED", false));
-}
-
-TEST_F(ParameterTables, AnIdLikeTheUnassignedOneCountsButDoesNotShow) {
-    engine.registerInputs({input("A")});
-    engine.registerOutputs({output("A")});
-    engine.receive(inputsConfirmed({{1048575, "A"}}));
-    engine.receive(outputsConfirmed({{1048575, "A"}}));
-    EXPECT_EQ(engine.getNumberOfInputParameters(true), 1U);
-    EXPECT_FALSE(engine.hasInputParameter("A", true));
-    EXPECT_EQ(engine.getNumberOfOutputParameters(true), 1U);
-    EXPECT_FALSE(engine.hasOutputParameter("A", true));
-}
-
-TEST_F(ParameterTables, IdsOnBothSidesOfTheUnassignedOneShow) {
-    engine.registerOutputs({output("A"), output("B")});
-    engine.receive(outputsConfirmed({{1048574, "A"}, {1048576, "B"}}));
-    EXPECT_TRUE(engine.hasOutputParameter("A", true));
-    EXPECT_TRUE(engine.hasOutputParameter("B", true));
-}
-
-TEST_F(ParameterTables, FreshIdsOfTheSameOutputsMakeTheWaitingCountNegative) {
-    engine.registerOutputs({output("A"), output("B"), output("C")});
-    engine.receive(outputsConfirmed({{1, "A"}, {2, "B"}, {3, "C"}}));
-    engine.receive(outputsConfirmed({{11, "A"}, {12, "B"}}));
-    EXPECT_EQ(engine.outputIds(), "1=A 2=B 3=C 11=A 12=B");
-    EXPECT_EQ(engine.getNumberOfOutputParameters(true), 5U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 3U);
-    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), -2);
-}
-
-TEST_F(ParameterTables, FreshIdsOfTheSameInputsMakeTheWaitingCountNegative) {
-    engine.registerInputs({input("A")});
-    engine.receive(inputsConfirmed({{1, "A"}}));
-    engine.receive(inputsConfirmed({{2, "A"}}));
-    engine.receive(inputsConfirmed({{3, "A"}}));
-    EXPECT_EQ(engine.getNumberOfInputParametersWaitingForConfirmation(), -2);
-}
-
-TEST_F(ParameterTables, ForgettingAllEmptiesEverythingSilently) {
-    engine.registerInputs({input("A"), input("B")});
-    engine.registerOutputs({output("C"), output("D")});
-    engine.receive(inputsConfirmed({{1, "A"}}));
-    engine.receive(outputsConfirmed({{2, "C"}, {3, "C"}}));
     engine.pretendState(CSClient::STATE_READY);
     engine.unregisterAllLocalParameters();
-    EXPECT_THAT(engine.inputTable(), IsEmpty());
-    EXPECT_EQ(engine.inputIds(), "");
-    EXPECT_THAT(engine.outputTable(), IsEmpty());
-    EXPECT_EQ(engine.outputIds(), "");
+    expectEmpty();
     EXPECT_THAT(engine.requests(), IsEmpty());
     EXPECT_EQ(streams.out() + streams.err(), "");
-}
-
-TEST_F(ParameterTables, ForgettingAllRemovesIdsOfUnregisteredOutputsToo) {
-    engine.registerOutputs({output("A")});
-    engine.receive(outputsConfirmed({{1, "A"}, {2, "A"}}));
-    engine.unregisterOutputParameters({"A"});
-    EXPECT_EQ(engine.outputIds(), "1=gone");
-    engine.unregisterAllLocalParameters();
-    EXPECT_EQ(engine.outputIds(), "");
-    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), 0);
-}
-
-TEST_F(ParameterTables, ForgettingAllTwiceIsHarmless) {
-    engine.registerOutputs({output("A")});
-    engine.unregisterAllLocalParameters();
     engine.unregisterAllLocalParameters();
     EXPECT_EQ(engine.registerOutputs({output("A")}), 0);
     EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 waiting 00000000"));
 }
 
-TEST_F(ParameterTables, TheEndOfTheConnectionForgetsEverything) {
-    engine.connect();
-    engine.registerInputs({input("A")});
-    engine.registerOutputs({output("B")});
-    engine.receive(inputsConfirmed({{1, "A"}}));
-    engine.receive(outputsConfirmed({{2, "B"}}));
-    engine.forceCloseConnection();
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 1U) << "not before the state is 0";
-    engine.changeState(CSClient::STATE_DISCONNECTED);
-    EXPECT_THAT(engine.inputTable(), IsEmpty());
-    EXPECT_EQ(engine.inputIds(), "");
-    EXPECT_THAT(engine.outputTable(), IsEmpty());
-    EXPECT_EQ(engine.outputIds(), "");
-    EXPECT_EQ(engine.requests().size(), 2U) << "the two registrations";
+TEST_F(ParameterTables, AreErasedWithTheIdsOfUnregisteredOutputs) {
+    engine.unregisterOutputParameters({"C"});
+    EXPECT_EQ(engine.outputIds(), "2=gone");
+    engine.unregisterAllLocalParameters();
+    expectEmpty();
+    EXPECT_EQ(engine.getNumberOfOutputParametersWaitingForConfirmation(), 0);
 }
 
-TEST_F(ParameterTables, EveryOtherStateKeepsTheTables) {
-    engine.registerInputs({input("A")});
-    engine.registerOutputs({output("B")});
+TEST_F(ParameterTables, AreErasedWhenTheConnectionHasEnded) {
     for (const CSClient::State state :
          {CSClient::STATE_CONNECTING, CSClient::STATE_CONNECTED, CSClient::STATE_RECONNECTING,
-          CSClient::STATE_CONNECTING, CSClient::STATE_DISCONNECTING}) {
+          CSClient::STATE_CONNECTING, CSClient::STATE_CONNECTED}) {
         engine.changeState(state);
-        EXPECT_EQ(engine.getNumberOfInputParameters(false), 1U) << state;
-        EXPECT_EQ(engine.getNumberOfOutputParameters(false), 1U) << state;
+        EXPECT_EQ(engine.getNumberOfInputParameters(false), 2U) << state;
+        EXPECT_EQ(engine.getNumberOfOutputParameters(false), 2U) << state;
     }
+    engine.ignoreRequestsSoFar();
+    engine.forceCloseConnection();
+    EXPECT_EQ(engine.getState(), CSClient::STATE_DISCONNECTING);
+    EXPECT_EQ(engine.getNumberOfInputParameters(false), 2U) << "not before the state is 0";
+    engine.changeState(CSClient::STATE_DISCONNECTED);
+    expectEmpty();
+    EXPECT_THAT(engine.requests(), IsEmpty());
 }
 
 }  // namespace

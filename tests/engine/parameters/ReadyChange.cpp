@@ -6,119 +6,33 @@ namespace com_tesk::test {
 
 namespace {
 
-/// Whether this thread makes a change that is reported.
+/// True when this thread makes a change.
 thread_local bool isChanging = false;
-
-constexpr std::size_t kHeaderText = 32 * 3;
-
-/// A word for the count of few names.
-std::string countWord(std::size_t count) {
-    return " 00 00 00 0" + std::to_string(count);
-}
+thread_local int writes = 0;
 
 }  // namespace
 
-std::string placeName(Place place) {
-    switch (place) {
-        case Place::NOWHERE:
-            return "Nowhere";
-        case Place::CONNECTED_CALLBACK:
-            return "ConnectedCallback";
-        case Place::READY_CALLBACK:
-            return "ReadyCallback";
-        case Place::VERSION_WRITE:
-            return "VersionWrite";
-        case Place::AFTER_VERSION:
-            return "AfterVersion";
-        case Place::AFTER_SNAPSHOT:
-            return "AfterSnapshot";
-        case Place::INPUT_WRITE:
-            return "InputWrite";
-        case Place::BETWEEN:
-            return "Between";
-        case Place::OUTPUT_WRITE:
-            return "OutputWrite";
-        case Place::AFTER_REREGISTRATION:
-            return "AfterReregistration";
-    }
-    return "";
-}
-
-ChangingEngine::ChangingEngine() : ParameterEngine(1, CSClient::OPTION_SILENT | CSClient::OPTION_AUTO_RECONNECT) {
-    fakeTransport().onWrite = [this] {
-        if (isChanging) {
-            reach(std::exchange(nextWrite, Place::NOWHERE));
+ReadyChange::ReadyChange() {
+    callbacks.onLine = [this](const std::string& line) {
+        if (line == "state 1->2" || line == "state 2->4") {
+            reach(line == "state 1->2" ? kConnectedCallback : kReadyCallback);
         }
     };
-}
-
-void ChangingEngine::reach(Place place) {
-    if (isChanging && place != Place::NOWHERE && onPlace) {
-        onPlace(place);
-    }
-}
-
-std::thread ChangingEngine::startChange(std::function<void()> work) {
-    return std::thread([work = std::move(work)] {
-        isChanging = true;
-        work();
-    });
-}
-
-int ChangingEngine::requestSimulatorVersion() {
-    nextWrite = Place::VERSION_WRITE;
-    const int result = ParameterEngine::requestSimulatorVersion();
-    reach(Place::AFTER_VERSION);
-    return result;
-}
-
-int ChangingEngine::registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) {
-    reach(Place::AFTER_SNAPSHOT);
-    const int result = ParameterEngine::registerInputParameters(definitions, count);
-    reach(Place::BETWEEN);
-    return result;
-}
-
-int ChangingEngine::sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) {
-    if (isChanging) {
-        nextWrite = Place::INPUT_WRITE;
-    }
-    return ParameterEngine::sendInputSubscriptionRequest(entries);
-}
-
-int ChangingEngine::sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) {
-    if (isChanging) {
-        nextWrite = Place::OUTPUT_WRITE;
-    }
-    return ParameterEngine::sendOutputSubscriptionRequest(entries);
-}
-
-void ChangingEngine::handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) {
-    ParameterEngine::handleConnectionStateChange(oldState, newState);
-    if (newState == CSClient::STATE_READY) {
-        reach(Place::AFTER_REREGISTRATION);
-    }
-}
-
-class ReadyChange::Callbacks : public RecordingCallbacks {
-  public:
-    explicit Callbacks(ChangingEngine& changingEngine) : engine(changingEngine) {}
-
-    void connectionStateChanged(CSClient::State oldState, CSClient::State newState) override {
-        RecordingCallbacks::connectionStateChanged(oldState, newState);
-        if (newState == CSClient::STATE_CONNECTED) {
-            engine.reach(Place::CONNECTED_CALLBACK);
-        } else if (newState == CSClient::STATE_READY) {
-            engine.reach(Place::READY_CALLBACK);
+    engine.fakeTransport().onWrite = [this] { reach("Write" + std::to_string(++writes)); };
+    engine.onVersionRequested = [this] { reach(kAfterVersion); };
+    engine.onRegisterInputs = [this](const std::vector<CSClient::InputDef>& definitions) {
+        reach(kAfterSnapshot);
+        const int result = engine.registerAsTheEngine(definitions);
+        reach(kBetween);
+        return result;
+    };
+    engine.onState = [this](CSClient::State newState, const std::function<void()>& handle) {
+        handle();
+        if (newState == CSClient::STATE_READY) {
+            reach(kAfterReregistration);
         }
-    }
-
-  private:
-    ChangingEngine& engine;
-};
-
-ReadyChange::ReadyChange() : callbacks(std::make_unique<Callbacks>(engine)) {
-    engine.addCallbackInterface(callbacks.get());
+    };
+    engine.addCallbackInterface(&callbacks);
     engine.skipPauses();
 }
 
@@ -127,24 +41,54 @@ ReadyChange::~ReadyChange() {
     engine.pretendState(CSClient::STATE_DISCONNECTED);
 }
 
-void ReadyChange::registerInputBefore() {
-    ASSERT_EQ(engine.registerInputs({input("I")}), 0);
-    engine.receive(inputsConfirmed({{9, "I"}}));
+void ReadyChange::reach(const std::string& place) const {
+    if (isChanging && onPlace) {
+        onPlace(place);
+    }
 }
 
-void ReadyChange::registerOutputBefore() {
-    ASSERT_EQ(engine.registerOutputs({output("O")}), 0);
-    engine.receive(outputsConfirmed({{7, "O"}}));
+void ReadyChange::registerBefore(bool hasInput, bool hasOutput) {
+    if (hasInput) {
+        EXPECT_EQ(engine.registerInputs({input("I")}), 0);
+        engine.receive(inputsConfirmed({{9, "I"}}));
+    }
+    if (hasOutput) {
+        EXPECT_EQ(engine.registerOutputs({output("O")}), 0);
+        engine.receive(outputsConfirmed({{7, "O"}}));
+    }
 }
 
-void ReadyChange::holdAt(Place place) {
-    engine.onPlace = [this, place](Place reached) {
+void ReadyChange::registerBoth() {
+    EXPECT_EQ(engine.registerInputs({input("X")}), 0);
+    EXPECT_EQ(engine.registerOutputs({output("Y")}), 0);
+}
+
+void ReadyChange::begin() {
+    changer = std::thread([this] {
+        isChanging = true;
+        engine.connect();
+    });
+}
+
+void ReadyChange::stopAt(const std::string& place) {
+    onPlace = [this, place](const std::string& reached) {
         if (reached == place) {
             gate.pass();
         }
     };
-    changer = engine.startChange([this] { engine.connect(); });
+    begin();
     ASSERT_TRUE(gate.waitUntilReached());
+}
+
+void ReadyChange::actAt(const std::string& place, std::function<void()> action) {
+    onPlace = [place, action = std::move(action)](const std::string& reached) mutable {
+        if (reached == place && action) {
+            // Once, because the action reaches some of the places too.
+            std::exchange(action, nullptr)();
+        }
+    };
+    begin();
+    finish();
 }
 
 void ReadyChange::finish() {
@@ -154,65 +98,12 @@ void ReadyChange::finish() {
     }
 }
 
-void ReadyChange::actAt(Place place, std::function<void()> action) {
-    engine.onPlace = [place, action = std::move(action)](Place reached) mutable {
-        if (reached == place && action) {
-            // Once: what it registers passes through some of the places too.
-            std::exchange(action, nullptr)();
-        }
-    };
-    changer = engine.startChange([this] { engine.connect(); });
-    finish();
+int publishO(TestEngine& engine) {
+    return engine.publish({floatParameter("O", 1.5F)});
 }
 
-std::vector<std::string> ReadyChange::bodies() {
-    std::vector<std::string> found;
-    for (const std::string& frame : engine.fakeTransport().written()) {
-        found.push_back(frame.substr(kHeaderText));
-    }
-    return found;
-}
-
-Bodies operator+(Bodies first, const Bodies& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-Bodies versionRequest() {
-    return {"04 02 7F FF 00 00 00 14 00 7F 00 06 00 01 00 00 00 00 00 00"};
-}
-
-Bodies inputRequest(const std::vector<std::string>& names) {
-    static constexpr const char* kLengths[] = {"", "40", "6C", "98"};
-    std::string body = std::string("04 02 7F FF 00 00 00 ") + kLengths[names.size()] + " 00 7F 00 01 00 01 00 00" +
-                       countWord(names.size());
-    for (const std::string& name : names) {
-        body += " 00 00 2E E0 00 00 2E E0 00 00 00 00 " + hexField(name);
-    }
-    return names.empty() ? Bodies() : Bodies{body};
-}
-
-Bodies outputRequest(const std::vector<std::string>& names) {
-    static constexpr const char* kLengths[] = {"", "3C", "64", "8C"};
-    std::string body = std::string("04 02 7F FF 00 00 00 ") + kLengths[names.size()] + " 00 7F 00 02 00 01 00 00" +
-                       countWord(names.size());
-    for (const std::string& name : names) {
-        body += " 00 00 04 B0 00 00 00 00 " + hexField(name);
-    }
-    return names.empty() ? Bodies() : Bodies{body};
-}
-
-Bodies inputEnd(const std::string& idHex) {
-    return {"04 02 7F FF 00 00 00 18 00 7F 00 04 00 01 00 00 00 00 00 01 " + idHex};
-}
-
-Bodies outputEnd(const std::string& idHex) {
-    return {"04 02 7F FF 00 00 00 18 00 7F 00 05 00 01 00 00 00 00 00 01 " + idHex};
-}
-
-Bodies publication(const std::string& idHex) {
-    return {"04 02 7F FF 00 00 00 24 00 7F 00 03 00 01 00 00 00 00 00 00 00 00 00 01 " + idHex +
-            " 00 00 00 00 3F C0 00 00"};
+Requests publicationOf(unsigned int id) {
+    return publication({{id, 0, 0x3FC00000}});
 }
 
 }  // namespace com_tesk::test

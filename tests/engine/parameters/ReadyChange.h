@@ -1,100 +1,63 @@
 #pragma once
 
-#include <functional>
-#include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "tests/support/Waiting.h"
-#include "tests/engine/parameters/ParameterEngine.h"
+#include "tests/engine/parameters/ParameterTest.h"
 #include "tests/support/RecordingCallbacks.h"
+#include "tests/support/Waiting.h"
 
 namespace com_tesk::test {
 
-/// A point of the change to `STATE_READY` at which a test can hold it up.
-enum class Place {
-    NOWHERE,
-    CONNECTED_CALLBACK,    ///< In the callback of the change from 1 to 2.
-    READY_CALLBACK,        ///< In the callback of the change from 2 to 4.
-    VERSION_WRITE,         ///< In the write of the version request.
-    AFTER_VERSION,         ///< After it, before the engine counts what is registered.
-    AFTER_SNAPSHOT,        ///< The inputs to register again are collected, and not yet written.
-    INPUT_WRITE,           ///< In the write of the input re-registration, with `parameterMutex` held.
-    BETWEEN,               ///< The inputs are written, the outputs not yet collected.
-    OUTPUT_WRITE,          ///< In the write of the output re-registration, with `parameterMutex` held.
-    AFTER_REREGISTRATION,  ///< Both are written.
-};
+/// @name Places
+/// Points of the change to `STATE_READY` at which a test can act.
+/// @{
+constexpr const char* kConnectedCallback = "ConnectedCallback";      ///< In the callback of the change from 1 to 2.
+constexpr const char* kReadyCallback = "ReadyCallback";              ///< In the callback of the change from 2 to 4.
+constexpr const char* kVersionWrite = "Write1";                      ///< In the write of the version request.
+constexpr const char* kAfterVersion = "AfterVersion";                ///< Before the engine counts what is registered.
+constexpr const char* kAfterSnapshot = "AfterSnapshot";              ///< The inputs are collected but not written.
+constexpr const char* kSecondWrite = "Write2";                       ///< In the next write, with `parameterMutex` held.
+constexpr const char* kBetween = "Between";                          ///< The inputs are written, the outputs are not.
+constexpr const char* kThirdWrite = "Write3";                        ///< In the next write, with `parameterMutex` held.
+constexpr const char* kAfterReregistration = "AfterReregistration";  ///< Both are written.
+/// @}
 
-std::string placeName(Place place);
-
-/// An engine that tells the test when the thread that makes a change reaches a place.
-class ChangingEngine : public ParameterEngine {
-  public:
-    ChangingEngine();
-
-    /// Called on the thread that makes the change, at each place. Set it before the change begins.
-    std::function<void(Place)> onPlace;
-
-    int requestSimulatorVersion() override;
-    int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) override;
-    int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
-    int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override;
-
-    void reach(Place place);
-
-    /// `work`, on a thread of its own whose changes are reported.
-    std::thread startChange(std::function<void()> work);
-
-  private:
-    Place nextWrite = Place::NOWHERE;
-};
-
-/// A change to `STATE_READY`, as the worker makes it, on a thread of its own that the test can hold up at a place. The
-/// test's thread is another thread of the application.
+/// A change to `STATE_READY`, as the worker makes it, on a separate thread. The thread of the test is another thread of
+/// the application.
 class ReadyChange : public testing::Test {
   protected:
     ReadyChange();
     ~ReadyChange() override;
 
-    /// The input I, which a host has confirmed as 9.
-    void registerInputBefore();
-    /// The output O, which a host has confirmed as 7.
-    void registerOutputBefore();
+    /// Registers the input I, which a host confirms as 9, and the output O, which it confirms as 7.
+    void registerBefore(bool hasInput, bool hasOutput);
 
     /// Begins the change and returns when it has reached `place`.
-    void holdAt(Place place);
-    /// Lets the change go on, and returns when it is complete.
+    void stopAt(const std::string& place);
+    /// Makes the whole change. Its thread runs `action` at `place`.
+    void actAt(const std::string& place, std::function<void()> action);
+    void begin();
+    /// Lets the change continue, and returns when it is complete.
     void finish();
-    /// Makes the whole change; its thread runs `action` at `place`.
-    void actAt(Place place, std::function<void()> action);
 
-    /// The bodies that the host has received, in order.
-    std::vector<std::string> bodies();
+    /// Registers the input X and the output Y.
+    void registerBoth();
 
-    class Callbacks;
+    /// Called on the thread that makes the change. Set it before the change begins.
+    std::function<void(const std::string& place)> onPlace;
 
-    std::unique_ptr<Callbacks> callbacks;
-    ChangingEngine engine;
+    RecordingCallbacks callbacks;
+    DerivedEngine engine{1, kSilent | kReconnect};
     Gate gate;
     std::thread changer;
+
+  private:
+    void reach(const std::string& place) const;
 };
 
-using Bodies = std::vector<std::string>;
-
-/// The joined list.
-Bodies operator+(Bodies first, const Bodies& second);
-
-// Requests of simulator 1, as a host receives them.
-
-Bodies versionRequest();
-/// One request for all the names; without names there is none.
-Bodies inputRequest(const std::vector<std::string>& names);
-Bodies outputRequest(const std::vector<std::string>& names);
-Bodies inputEnd(const std::string& idHex);
-Bodies outputEnd(const std::string& idHex);
-/// The float 1.5.
-Bodies publication(const std::string& idHex);
+/// Publishes 1.5 as O.
+int publishO(TestEngine& engine);
+Requests publicationOf(unsigned int id);
 
 }  // namespace com_tesk::test

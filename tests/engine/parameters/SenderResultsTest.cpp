@@ -1,145 +1,110 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <limits>
+#include <new>
 
-#include "tests/engine/parameters/ParameterEngine.h"
-#include "tests/support/CapturedStreams.h"
+#include "tests/engine/parameters/ParameterTest.h"
 
 namespace com_tesk::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-/// A derived protocol's senders may give any number.
-class SenderResults : public testing::TestWithParam<int> {
-  protected:
-    /// A is confirmed, B waits; of inputs and outputs alike.
-    void registerAll() {
-        engine.registerInputs({input("A"), input("B")});
-        engine.registerOutputs({output("A"), output("B")});
-        engine.receive(inputsConfirmed({{7, "A"}}));
-        engine.receive(outputsConfirmed({{8, "A"}}));
-        engine.calls.clear();
-        engine.result = GetParam();
-    }
-
-    SenderEngine engine;
+constexpr int kResults[] = {
+    0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 0x104, -1, -4, std::numeric_limits<int>::min(),
 };
 
-TEST_P(SenderResults, RegisteringInputsGivesTheResultAndKeepsTheEntries) {
-    engine.result = GetParam();
-    EXPECT_EQ(engine.registerInputs({input("B"), input("A")}), GetParam());
-    EXPECT_THAT(engine.inputTable(), ElementsAre("A type 1 mode 1 waiting", "B type 1 mode 1 waiting"));
-    EXPECT_THAT(engine.calls, ElementsAre("register inputs B A"));
+/// The senders of a derived protocol may return any number. A is confirmed as 7, and B is unconfirmed.
+template <typename Kind>
+class SenderResult : public testing::Test {
+  protected:
+    void prepare(EngineOf<Kind>& engine, int result) {
+        engine.add({{"A"}, {"B"}});
+        engine.confirm({{7, "A"}});
+        calls.clear();
+        engine.onSend = [this, result](const std::string& call) {
+            calls.push_back(call);
+            return result;
+        };
+    }
+
+    const std::string suffix = Kind::kWord + std::string("s");
+    const std::vector<std::string> rows = {Kind::row("A", "id 7"), Kind::row("B")};
+    std::vector<std::string> calls;
+};
+TYPED_TEST_SUITE(SenderResult, Kinds, KindNames);
+
+TYPED_TEST(SenderResult, IsReturnedByRegistrationAndUnregistration) {
+    for (const int result : kResults) {
+        EngineOf<TypeParam> engine(kSilent);
+        this->prepare(engine, result);
+        EXPECT_EQ(engine.add({{"D"}, {"C"}}), result);
+        EXPECT_EQ(engine.remove({"X"}), result);
+        engine.reregister();
+        EXPECT_THAT(this->calls, ElementsAre("register " + this->suffix + " D C", "unregister " + this->suffix,
+                                             "register " + this->suffix + " A B C D"));
+        EXPECT_EQ(engine.number(false), 4U) << "no result erases new entries";
+    }
 }
 
-TEST_P(SenderResults, RegisteringOutputsGivesTheResultAndKeepsTheEntries) {
-    engine.result = GetParam();
-    EXPECT_EQ(engine.registerOutputs({output("B"), output("A")}), GetParam());
-    EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 waiting 00000000", "B type 1 waiting 00000000"));
-    EXPECT_THAT(engine.calls, ElementsAre("register outputs B A"));
+TYPED_TEST(SenderResult, OfZeroOrFourErasesTheEntries) {
+    for (const int result : kResults) {
+        SCOPED_TRACE(result);
+        EngineOf<TypeParam> engine;
+        this->prepare(engine, result);
+        EXPECT_EQ(engine.remove({"B", "A"}), result);
+        EXPECT_THAT(this->calls, ElementsAre("unregister " + this->suffix + " B A"));
+        if (result == 0 || result == 4) {
+            EXPECT_THAT(engine.table(), IsEmpty());
+            EXPECT_EQ(engine.ids(), "");
+        } else {
+            EXPECT_EQ(engine.table(), this->rows);
+            EXPECT_EQ(engine.ids(), "7=A");
+            this->calls.clear();
+            engine.removeAll();
+            EXPECT_THAT(this->calls, ElementsAre("unregister " + this->suffix + " A B"));
+            EXPECT_EQ(engine.table(), this->rows);
+        }
+    }
 }
 
-TEST_P(SenderResults, PublishingGivesTheResultAndKeepsTheValues) {
-    registerAll();
-    EXPECT_EQ(engine.publish({record("B", 1, 2), record("A", 1, 1)}), GetParam());
-    EXPECT_THAT(engine.outputTable(),
-                ElementsAre("A type 1 id 8 published 00000001", "B type 1 waiting published 00000002"));
-    EXPECT_THAT(engine.calls, ElementsAre("publish mode 0 B A"));
+TYPED_TEST(SenderResult, IsNotRequestedByEmptyOrRefusedCalls) {
+    EngineOf<TypeParam> engine(kSilent);
+    this->prepare(engine, 5);
+    EXPECT_EQ(engine.add({}), 0);
+    EXPECT_EQ(engine.remove({}), 0);
+    EXPECT_EQ(engine.publish({}), 0);
+    EXPECT_EQ(engine.add({{"C"}, {"C"}}), 3);
+    EXPECT_EQ(engine.add({{"C"}, {"A"}}), 3);
+    EXPECT_EQ(engine.publish({parameter("X", 1, 1)}), 3);
+    EXPECT_THAT(this->calls, IsEmpty());
 }
 
-TEST_P(SenderResults, UnregisteringOnlyUnknownInputsStillAsksTheSender) {
-    registerAll();
-    EXPECT_EQ(engine.unregisterInputParameters({"X"}), GetParam());
-    EXPECT_THAT(engine.calls, ElementsAre("unregister inputs"));
+TYPED_TEST(SenderResult, MayBeAnException) {
+    EngineOf<TypeParam> engine;
+    this->prepare(engine, 0);
+    engine.onSend = [](const std::string&) -> int { throw std::bad_alloc(); };
+    EXPECT_THROW(engine.add({{"C"}}), std::bad_alloc);
+    EXPECT_THROW(engine.remove({"A"}), std::bad_alloc);
+    EXPECT_THAT(engine.table(), ElementsAre(this->rows[0], this->rows[1], TypeParam::row("C")));
 }
 
-TEST_P(SenderResults, UnregisteringOnlyUnknownOutputsStillAsksTheSender) {
-    registerAll();
-    EXPECT_EQ(engine.unregisterOutputParameters({"X"}), GetParam());
-    EXPECT_THAT(engine.calls, ElementsAre("unregister outputs"));
+using PublicationResult = SenderResult<Outputs>;
+
+TEST_F(PublicationResult, IsReturnedAndKeepsTheValues) {
+    for (const int result : kResults) {
+        EngineOf<Outputs> engine;
+        prepare(engine, result);
+        EXPECT_EQ(engine.publish({parameter("B", 1, 2), parameter("A", 1, 1)}), result);
+        EXPECT_THAT(calls, ElementsAre("publish mode 0 B A"));
+        EXPECT_THAT(engine.outputTable(),
+                    ElementsAre("A type 1 id 7 published 00000001", "B type 1 waiting published 00000002"));
+    }
 }
 
-TEST_P(SenderResults, CallsThatSayNothingAskNoSender) {
-    registerAll();
-    EXPECT_EQ(engine.registerInputParameters(nullptr, 0), 0);
-    EXPECT_EQ(engine.registerOutputParameters(nullptr, 0), 0);
-    EXPECT_EQ(engine.unregisterInputParameters({}), 0);
-    EXPECT_EQ(engine.unregisterOutputParameters({}), 0);
-    EXPECT_EQ(engine.publishParameters(nullptr, 0, CSClientProtocol::PUBLISH_DEFAULT), 0);
-    EXPECT_THAT(engine.calls, IsEmpty());
+TEST_F(PublicationResult, MayBeAnException) {
+    EngineOf<Outputs> engine;
+    prepare(engine, 0);
+    engine.onSend = [](const std::string&) -> int { throw std::bad_alloc(); };
+    EXPECT_THROW(engine.publish({parameter("B", 1, 5)}), std::bad_alloc);
+    EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 id 7 00000000", "B type 1 waiting published 00000005"));
 }
-
-TEST_P(SenderResults, RefusedCallsAskNoSender) {
-    const CapturedStreams streams;
-    registerAll();
-    EXPECT_EQ(engine.registerInputs({input("C"), input("C")}), 3);
-    EXPECT_EQ(engine.registerOutputs({output("C"), output("A")}), 3);
-    EXPECT_EQ(engine.publish({record("A", 1, 1), record("X", 1, 1)}), 3);
-    EXPECT_THAT(engine.calls, IsEmpty());
-}
-
-TEST_P(SenderResults, ReregistrationIgnoresTheResult) {
-    const CapturedStreams streams;
-    registerAll();
-    engine.reregisterAllInputParameters();
-    engine.reregisterAllOutputParameters();
-    EXPECT_THAT(engine.calls, ElementsAre("register inputs A B", "register outputs A B"));
-    EXPECT_THAT(engine.inputTable(), ElementsAre("A type 1 mode 1 waiting", "B type 1 mode 1 waiting"));
-    EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 id 8 00000000", "B type 1 waiting 00000000"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Numbers, SenderResults, testing::Values(0, 1, 2, 3, 4, 5, -1));
-
-using UnregistrationSuccess = SenderResults;
-
-TEST_P(UnregistrationSuccess, LetsInputsGo) {
-    registerAll();
-    EXPECT_EQ(engine.unregisterInputParameters({"B", "A"}), GetParam());
-    EXPECT_THAT(engine.calls, ElementsAre("unregister inputs B A"));
-    EXPECT_THAT(engine.inputTable(), IsEmpty());
-    EXPECT_EQ(engine.inputIds(), "");
-}
-
-TEST_P(UnregistrationSuccess, LetsOutputsGo) {
-    registerAll();
-    EXPECT_EQ(engine.unregisterOutputParameters({"B", "A"}), GetParam());
-    EXPECT_THAT(engine.calls, ElementsAre("unregister outputs B A"));
-    EXPECT_THAT(engine.outputTable(), IsEmpty());
-    EXPECT_EQ(engine.outputIds(), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(Numbers, UnregistrationSuccess, testing::Values(0, 4));
-
-using UnregistrationFailure = SenderResults;
-
-TEST_P(UnregistrationFailure, KeepsInputs) {
-    registerAll();
-    EXPECT_EQ(engine.unregisterInputParameters({"B", "A"}), GetParam());
-    EXPECT_THAT(engine.inputTable(), ElementsAre("A type 1 mode 1 id 7", "B type 1 mode 1 waiting"));
-    EXPECT_EQ(engine.inputIds(), "7=A");
-}
-
-TEST_P(UnregistrationFailure, KeepsOutputs) {
-    registerAll();
-    EXPECT_EQ(engine.unregisterOutputParameters({"B", "A"}), GetParam());
-    EXPECT_THAT(engine.outputTable(), ElementsAre("A type 1 id 8 00000000", "B type 1 waiting 00000000"));
-    EXPECT_EQ(engine.outputIds(), "8=A");
-}
-
-TEST_P(UnregistrationFailure, KeepsAllWhenAllAreUnregistered) {
-    registerAll();
-    engine.unregisterAllInputParameters();
-    engine.unregisterAllOutputParameters();
-    EXPECT_THAT(engine.calls, ElementsAre("unregister inputs A B", "unregister outputs A B"));
-    EXPECT_EQ(engine.getNumberOfInputParameters(false), 2U);
-    EXPECT_EQ(engine.getNumberOfOutputParameters(false), 2U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Numbers, UnregistrationFailure,
-                         testing::Values(1, 2, 3, 5, 6, 7, 8, 12, 0x104, -1, -4, std::numeric_limits<int>::min()));
 
 }  // namespace
 }  // namespace com_tesk::test

@@ -10,9 +10,7 @@
 namespace com_tesk::test {
 namespace {
 
-constexpr unsigned int kReconnect = CSClient::OPTION_AUTO_RECONNECT | CSClient::OPTION_SILENT;
-
-/// Records what it is notified of: "4->3", "interrupted", "goes on".
+/// Records its notifications: "4->3", "interrupted", "goes on".
 class RecordingObserver : public ConnectionState::Observer {
   public:
     std::string log;
@@ -41,17 +39,14 @@ class ConnectionStateAlone : public testing::Test {
 
 class ReconnectingStateAlone : public ConnectionStateAlone {
   protected:
-    ReconnectingStateAlone() : ConnectionStateAlone(kReconnect) {}
+    ReconnectingStateAlone() : ConnectionStateAlone(CSClient::OPTION_AUTO_RECONNECT | CSClient::OPTION_SILENT) {}
 };
 
-TEST_F(ConnectionStateAlone, BeginsDisconnectedWithANumber) {
+TEST_F(ConnectionStateAlone, NotifiesOnceOfAChange) {
     EXPECT_EQ(connection.current(), CSClient::STATE_DISCONNECTED);
     EXPECT_NE(connection.number(), kNoConnection);
     EXPECT_FALSE(connection.isConnected());
     EXPECT_EQ(observer.log, "");
-}
-
-TEST_F(ConnectionStateAlone, NotifiesOnceOfAChangeAndNeverOfNone) {
     connection.underLock([this] {
         PartAccess::change(connection, CSClient::STATE_CONNECTING);
         PartAccess::change(connection, CSClient::STATE_CONNECTING);
@@ -59,7 +54,7 @@ TEST_F(ConnectionStateAlone, NotifiesOnceOfAChangeAndNeverOfNone) {
     EXPECT_EQ(observer.log, "0->1 ");
 }
 
-TEST_F(ConnectionStateAlone, ClosesFromEveryStateButTheLastTwo) {
+TEST_F(ConnectionStateAlone, ClosesUnlessItIsClosedOrClosing) {
     for (const CSClient::State state :
          {CSClient::STATE_CONNECTING, CSClient::STATE_CONNECTED, CSClient::STATE_READY, CSClient::STATE_RECONNECTING}) {
         change(state);
@@ -92,32 +87,25 @@ TEST_F(ReconnectingStateAlone, AFailureBeginsTheNextAttemptAndKeepsTheAddress) {
     change(CSClient::STATE_CONNECTED);
     connection.closeOrReconnect();
     EXPECT_EQ(observer.log, "2->1 ");
-}
-
-TEST_F(ReconnectingStateAlone, AFailureOfAnotherConnectionChangesNothing) {
     change(CSClient::STATE_READY);
     connection.closeOrReconnect(connection.number() + 1);
     EXPECT_EQ(observer.log, "");
 }
 
-TEST_F(ConnectionStateAlone, NumbersConnectionsAndNeverUsesTheNumberOfNone) {
+TEST_F(ConnectionStateAlone, NumbersEachConnectionButNoAttempt) {
     PartAccess::connectionNumber(connection) = 0xFFFFFFFF;
-    change(CSClient::STATE_CONNECTING);
-    EXPECT_TRUE(connection.enterConnected());
-    EXPECT_EQ(connection.number(), kNoConnection + 1);
-    EXPECT_EQ(observer.log, "1->2 ");
-}
-
-TEST_F(ConnectionStateAlone, AnAttemptThatWasGivenUpDoesNotEnter) {
-    const std::uint32_t number = connection.number();
     ConnectionState::Attempt attempt;
     change(CSClient::STATE_DISCONNECTING);
     EXPECT_FALSE(connection.isAttemptWanted(attempt));
     EXPECT_FALSE(connection.enterConnected());
-    EXPECT_EQ(connection.number(), number);
+    EXPECT_EQ(connection.number(), 0xFFFFFFFF);
+    change(CSClient::STATE_CONNECTING);
+    EXPECT_TRUE(connection.enterConnected());
+    EXPECT_EQ(connection.number(), kNoConnection + 1) << "never the number of none";
+    EXPECT_EQ(observer.log, "1->2 ");
 }
 
-TEST_F(ConnectionStateAlone, ClosesAfterTheLockWhatItsHolderHasDeferred) {
+TEST_F(ConnectionStateAlone, ClosesAfterTheLockWhenItsHolderHasDeferredIt) {
     change(CSClient::STATE_READY);
     EXPECT_FALSE(connection.deferClose(connection.number())) << "without the lock";
     connection.underLock([this] {
@@ -129,7 +117,7 @@ TEST_F(ConnectionStateAlone, ClosesAfterTheLockWhatItsHolderHasDeferred) {
     EXPECT_FALSE(connection.hasDeferredClose());
 }
 
-TEST_F(ConnectionStateAlone, LeavesADeferredCloseToTheWorkerWhenAnExceptionEndsTheStep) {
+TEST_F(ConnectionStateAlone, LeavesADeferredCloseToTheWorkerAfterAnException) {
     change(CSClient::STATE_READY);
     EXPECT_THROW(connection.underLock([this] {
         connection.deferClose(connection.number());
@@ -143,7 +131,7 @@ TEST_F(ConnectionStateAlone, LeavesADeferredCloseToTheWorkerWhenAnExceptionEndsT
     EXPECT_FALSE(connection.isAbandoned(connection.number()));
 }
 
-TEST_F(ConnectionStateAlone, CarriesOutARequestAfterTheChangeThatWasInProgress) {
+TEST_F(ConnectionStateAlone, ClosesAfterTheChangeInProgressOnRequest) {
     change(CSClient::STATE_CONNECTED);
     connection.underLock([this] {
         connection.requestClose();

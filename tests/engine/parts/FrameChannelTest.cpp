@@ -15,7 +15,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// Says what the test has set, and records what it is notified of.
+/// Returns the members that the test sets, and records its notifications.
 class RecordingOwner : public FrameChannel::Owner {
   public:
     bool mayThreadSend = true;
@@ -54,7 +54,7 @@ class FrameChannelAlone : public testing::Test {
     FrameChannel channel{owner, transport};
 };
 
-TEST_F(FrameChannelAlone, PutsAMessageIntoOneFrame) {
+TEST_F(FrameChannelAlone, SendsAMessageInOneFrame) {
     EXPECT_EQ(channel.send(messageOf(RawMessage::CONTROL, "01 02")), 0U);
     EXPECT_THAT(
         transport->written(),
@@ -62,7 +62,8 @@ TEST_F(FrameChannelAlone, PutsAMessageIntoOneFrame) {
                     "FE 01 02"));
 }
 
-TEST_F(FrameChannelAlone, SendsNothingWhenTheThreadMayNotOrNoConnectionStands) {
+TEST_F(FrameChannelAlone, RefusesToSend) {
+    EXPECT_EQ(channel.send(messageOf(RawMessage::INVALID, "01")), 3U);
     owner.mayThreadSend = false;
     EXPECT_EQ(channel.send(messageOf(RawMessage::DATA, "01")), 1U);
     owner.mayThreadSend = true;
@@ -71,30 +72,22 @@ TEST_F(FrameChannelAlone, SendsNothingWhenTheThreadMayNotOrNoConnectionStands) {
     EXPECT_TRUE(transport->written().empty());
 }
 
-TEST_F(FrameChannelAlone, RefusesAnInvalidMessage) {
-    EXPECT_EQ(channel.send(messageOf(RawMessage::INVALID, "01")), 3U);
-    EXPECT_TRUE(transport->written().empty());
-}
-
-TEST_F(FrameChannelAlone, NotifiesItsOwnerOfTheConnectionWhoseWriteFailed) {
+TEST_F(FrameChannelAlone, NotifiesItsOwnerOfAFailedWrite) {
     transport->failWrites(-1, EPIPE);
     EXPECT_EQ(channel.send(messageOf(RawMessage::DATA, "01")), 2U);
     EXPECT_THAT(owner.log, ElementsAre("failed 7 with 32"));
 }
 
-TEST_F(FrameChannelAlone, HandsOverABody) {
+TEST_F(FrameChannelAlone, PassesABodyAndTheEndOfTheStreamToItsOwner) {
     transport->queueFrame("0A 0B");
     channel.receive();
-    EXPECT_THAT(owner.log, ElementsAre("1: 0A 0B"));
-}
-
-TEST_F(FrameChannelAlone, ReportsTheEndOfTheStreamBetweenFramesAndInsideOne) {
     transport->queueRead(0);
     channel.receive();
     transport->queueRead(32, "00 00 00 22 00 00 00 20" + hexText(Bytes(24)));
     transport->queueRead(0);
     channel.receive();
-    EXPECT_THAT(owner.log, ElementsAre("Connection closed by server.", "EXIT: Connection closed by server."));
+    EXPECT_THAT(owner.log,
+                ElementsAre("1: 0A 0B", "Connection closed by server.", "EXIT: Connection closed by server."));
 }
 
 TEST_F(FrameChannelAlone, ReplacesItsTransport) {

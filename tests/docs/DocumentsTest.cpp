@@ -1,0 +1,123 @@
+// Compares the examples, declarations and limits in the documents with the code.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "client/SimClient.h"
+#include "comms/CSCommsInterfaceTCPBuffered.h"
+#include "host/LoopbackHost.h"
+#include "message/FrameLayout.h"
+#include "simulator/MessageLayout.h"
+#include "tests/docs/ManualPage.h"
+
+// Never called: there is no such host.
+[[maybe_unused]] static void example() {
+    com_tesk::SimClient client(1, com_tesk::CSClient::OPTION_AUTO_RECONNECT);
+    client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);
+    client.registerOutputParameter({"altitude", com_tesk::CSClient::TYPE_FLOAT});
+    client.open("192.168.1.20", 55580, nullptr);
+    if (client.waitForOutputsToBeRegistered(5)) {
+        client.publishParameter({"altitude", {1234.5F}, com_tesk::CSClient::TYPE_FLOAT});
+    }
+    client.close();
+}
+
+namespace com_tesk::test {
+namespace {
+
+const std::string kThisFile = "tests/docs/DocumentsTest.cpp";
+
+TEST(HostExample, StoresTheValueThatTheClientPublishes) {
+    LoopbackHost host({});  // On 127.0.0.1, on a port that the system picks.
+    SimClient client(1, CSClient::OPTION_SILENT);
+    client.registerOutputParameter({"ALT", CSClient::TYPE_FLOAT});
+    client.open("127.0.0.1", host.port(), nullptr);
+    client.waitForOutputsToBeRegistered(5);
+    client.publishParameter({"ALT", {12.5F}, CSClient::TYPE_FLOAT});
+    const bool isStored = host.waitForValue("ALT", HostValue::real(12.5F), std::chrono::seconds(5));
+
+    EXPECT_TRUE(isStored);
+}
+
+/// The lines of the only indented block in the header's comment, without blanks.
+std::string exampleInTheHeader() {
+    const std::string indented = "///     ";
+    std::istringstream lines(sourceFile("host/LoopbackHost.h"));
+    std::string example;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, indented.size(), indented) == 0) {
+            example += line.substr(indented.size());
+        }
+    }
+    return withoutBlanks(example);
+}
+
+TEST(HostExample, InTheHeaderConsistsOfTheLinesOfThisTest) {
+    const std::string example = exampleInTheHeader();
+    EXPECT_GT(example.size(), 200U);
+    EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find("{" + example + "EXPECT_TRUE"), std::string::npos) << example;
+}
+
+/// The literal block of a section of csclient(3), without blanks.
+std::string blockUnder(const std::string& section) {
+    const std::string page = sourceFile("man/csclient.3");
+    const std::string beginning = ".Bd -literal\n";
+    const std::size_t begin = page.find(beginning, page.find("\n.Sh " + section + "\n"));
+    const std::size_t end = page.find("\n.Ed", begin);
+    EXPECT_NE(end, std::string::npos) << section;
+    return withoutBlanks(page.substr(begin + beginning.size(), end - begin - beginning.size()));
+}
+
+TEST(ManPage, HasTheExampleThatIsCompiledHere) {
+    const std::string example = blockUnder("EXAMPLES");
+    EXPECT_GT(example.size(), 200U);
+    EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find("voidexample(){" + example + "}"), std::string::npos)
+        << example;
+}
+
+TEST(ManPage, HasASynopsisOfDeclarationsInTheHeaders) {
+    const std::string headers =
+        withoutBlanks(sourceFile("include/client/CSClient.h") + sourceFile("include/client/SimClient.h"));
+    std::istringstream synopsis(blockUnder("SYNOPSIS"));
+    int declarations = 0;
+    for (std::string declaration; std::getline(synopsis, declaration, ';'); ++declarations) {
+        EXPECT_NE(headers.find(declaration + ";"), std::string::npos) << declaration;
+    }
+    EXPECT_GT(declarations, 8);
+}
+
+TEST(Limits, AreInTheCodeWhereThePageSays) {
+    int limits = 0;
+    for (const ManualSection& section : manualPage("limits.md")) {
+        for (const ManualTable& table : section.tables()) {
+            ASSERT_EQ(table.columns.back(), "In code") << section.heading;
+            for (const std::vector<std::string>& row : table.rows) {
+                const std::vector<std::string> spans = codeSpans(row.back());
+                ASSERT_FALSE(spans.empty()) << row.front();
+                ASSERT_EQ(spans.size() % 2, 0U) << row.front() << ": a file and the words in it, or several of both";
+                for (std::size_t i = 0; i < spans.size(); i += 2) {
+                    EXPECT_NE(sourceFile(spans[i]).find(spans[i + 1]), std::string::npos)
+                        << row.front() << ": " << spans[i] << " does not hold: " << spans[i + 1];
+                }
+                ++limits;
+            }
+        }
+    }
+    EXPECT_GT(limits, 30);
+}
+
+TEST(Limits, NameTheMaximumOfInputsInOneConfirmation) {
+    const std::size_t largestFrame = CSCommsInterfaceTCPBuffered::Bounds().largestFrame;
+    const std::size_t records = largestFrame - frame::kHeaderLength - layout::kRecordsOffset;
+    EXPECT_EQ(records / layout::input_confirmation::kRecordLength, 322'637U);
+    EXPECT_NE(sourceFile("docs/manual/limits.md").find("| 322,637 with the default largest frame |"),
+              std::string::npos);
+}
+
+}  // namespace
+}  // namespace com_tesk::test

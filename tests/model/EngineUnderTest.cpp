@@ -1,0 +1,333 @@
+#include "tests/model/EngineUnderTest.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <future>
+#include <iostream>
+#include <thread>
+
+#include "tests/model/EventSources.h"
+
+namespace com_tesk::test {
+
+namespace {
+
+std::uint32_t bitsOf(const CSClient::Value& value) {
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+CSClient::Value valueOf(std::uint32_t bits) {
+    CSClient::Value value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
+std::string frameHeader(std::uint32_t frameLength, std::uint32_t headerLength = 32) {
+    return wireField(wireWord(frameLength) + wireWord(headerLength), 32);
+}
+
+template <typename Record>
+unsigned int sizeOf(const std::vector<Record>& records) {
+    return static_cast<unsigned int>(records.size());
+}
+
+RawMessage messageOf(RawMessage::Type type, const std::string& body) {
+    RawMessage message(type);
+    message.insert(message.end(), body.begin(), body.end());
+    return message;
+}
+
+}  // namespace
+
+class EngineUnderTest::Client : public CSClient {
+  public:
+    Client(unsigned int id, unsigned int optionFlags) : CSClient(optionFlags), made(new Engine(id, optionFlags)) {
+        engine = made;
+    }
+    ~Client() override { made->pretendState(STATE_DISCONNECTED); }
+
+    /// Owned by the base class.
+    Engine* const made;
+};
+
+/// Logs every callback, and performs the steps that wait for it.
+class EngineUnderTest::Recorder : public CSClient::CallbackIface {
+  public:
+    Recorder(EngineUnderTest& calledOwner, std::uint32_t ownNumber) : owner(calledOwner), number(ownNumber) {}
+
+    void connectionStateChanged(CSClient::State oldState, CSClient::State newState) override {
+        if (!owner.engine->holdsConnectionMutex() || owner.engine->holdsOtherLock()) {
+            owner.log.emplace_back("not only the connection's lock is held");
+        }
+        owner.callBack(number, Step::STATE_CHANGED,
+                       "state " + std::to_string(oldState) + "->" + std::to_string(newState));
+    }
+
+    void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
+        std::string what = "updated";
+        for (const CSClient::Parameter& parameter : parameters) {
+            appendItem(what += ' ', parameter.name, {parameter.type, bitsOf(parameter.value), parameter.reserved});
+        }
+        callBack(Step::INPUTS_UPDATED, what);
+    }
+
+    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
+        std::string what = "outputs confirmed";
+        for (const CSClient::OutputDef& output : outputs) {
+            appendItem(what += ' ', output.name, {output.type});
+        }
+        callBack(Step::OUTPUTS_CONFIRMED, what);
+    }
+
+    void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
+        std::string what = "inputs confirmed";
+        for (const CSClient::InputDef& input : inputs) {
+            appendItem(what += ' ', input.name, {input.type, input.subscriptionMode});
+        }
+        callBack(Step::INPUTS_CONFIRMED, what);
+    }
+
+  private:
+    void callBack(Step::Event event, const std::string& what) {
+        if (owner.engine->holdsAnyLock()) {
+            owner.log.emplace_back("a lock is held");
+        }
+        owner.callBack(number, event, what);
+    }
+
+    EngineUnderTest& owner;
+    const std::uint32_t number;
+};
+
+EngineUnderTest::EngineUnderTest(std::uint32_t simulatorId, std::uint32_t options)
+    : client(std::make_unique<Client>(simulatorId, options)),
+      engine(client->made),
+      transport(new LoggingTransport(log)),
+      outLog(std::make_unique<LineLog>(std::cout, "out", log)),
+      errLog(std::make_unique<LineLog>(std::cerr, "err", log)) {
+    transport->onWrite = [this] { happen(Step::WRITING, 0); };
+    // The close after a failed write would wait for the change of a thread that waits for this one.
+    transport->mayFail = [this] { return !doOthersHoldChange(); };
+    engine->changeCommsInterface(transport);
+    recorders.reserve(Step::kInterfaces);
+    for (std::uint32_t i = 0; i < Step::kInterfaces; ++i) {
+        recorders.emplace_back(*this, i);
+    }
+}
+
+EngineUnderTest::~EngineUnderTest() = default;
+
+CSClient::CallbackIface* EngineUnderTest::interfaceAt(std::uint32_t number) {
+    return number < Step::kInterfaces ? &recorders[number] : nullptr;
+}
+
+void EngineUnderTest::applyAll(const std::vector<Step>& steps) {
+    const auto sleep = [this] {
+        log.emplace_back("sleep");
+        happen(Step::SLEEPING, 0);
+    };
+    runWithoutSleeping(
+        sleep, [this] { log.emplace_back("polls for a lock"); },
+        [this, &steps] { std::for_each(steps.begin(), steps.end(), [this](const Step& step) { apply(step); }); });
+}
+
+void EngineUnderTest::performOnAnotherThread(const std::vector<Step>& steps) {
+    // Only ends a test that has failed already: the two threads wait for each other.
+    constexpr std::chrono::seconds kBound{60};
+    std::promise<void> over;
+    std::thread another([this, &steps, &over] {
+        applyAll(steps);
+        over.set_value();
+    });
+    if (over.get_future().wait_for(kBound) != std::future_status::ready) {
+        std::fprintf(stderr, "another thread is blocked in: %s ...\n", textOf(steps.front()).c_str());
+        std::_Exit(EXIT_FAILURE);
+    }
+    another.join();
+}
+
+std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
+    const std::uint32_t number = step.numbers[0];
+    switch (step.kind) {
+        case Step::REGISTER_INPUTS: {
+            std::vector<CSClient::InputDef> definitions;
+            for (const Step::Record& record : step.records) {
+                definitions.push_back({record.name, record.values[0], record.values[1]});
+            }
+            // No definitions: a null pointer.
+            return engine->registerInputParameters(definitions.data(), sizeOf(definitions));
+        }
+        case Step::REGISTER_OUTPUTS: {
+            std::vector<CSClient::OutputDef> definitions;
+            for (const Step::Record& record : step.records) {
+                definitions.push_back({record.name, record.values[0]});
+            }
+            return engine->registerOutputParameters(definitions.data(), sizeOf(definitions));
+        }
+        case Step::UNREGISTER_INPUTS:
+            return engine->unregisterInputParameters(namesOf(step.records));
+        case Step::UNREGISTER_OUTPUTS:
+            return engine->unregisterOutputParameters(namesOf(step.records));
+        case Step::UNREGISTER_ALL_INPUTS:
+            engine->unregisterAllInputParameters();
+            break;
+        case Step::UNREGISTER_ALL_OUTPUTS:
+            engine->unregisterAllOutputParameters();
+            break;
+        case Step::PUBLISH: {
+            std::vector<CSClient::Parameter> parameters;
+            for (const Step::Record& record : step.records) {
+                parameters.push_back({record.name, valueOf(record.values[1]), record.values[0], 77});
+            }
+            return engine->publishParameters(parameters.data(), sizeOf(parameters),
+                                             static_cast<CSClientProtocol::PublishMode>(number));
+        }
+        case Step::REREGISTER:
+            engine->reregisterAllInputParameters();
+            engine->reregisterAllOutputParameters();
+            break;
+        case Step::CONFIRM_INPUTS:
+        case Step::CONFIRM_OUTPUTS:
+        case Step::UPDATE:
+        case Step::VERSION:
+        case Step::BODY:
+            receive(hostMessage(step));
+            break;
+        case Step::DISPATCH:
+            engine->handleReceivedMessage(messageOf(RawMessage::DATA, hostMessage(step)));
+            break;
+        case Step::LOSE:
+            lose(number);
+            break;
+        case Step::OPEN:
+            if (engine->getState() != CSClient::STATE_DISCONNECTED) {
+                return engine->openConnection(1, 1, nullptr);
+            }
+            engine->beginConnecting(0x0100007F, 55580);
+            break;
+        case Step::CONNECT:
+        case Step::REFUSE:
+            transport->accepts = step.kind == Step::CONNECT;
+            if (engine->getState() == CSClient::STATE_CONNECTING) {
+                engine->runOnce();
+            }
+            break;
+        case Step::FORCE_CLOSE:
+            doOthersHoldChange() ? engine->closeAfterTheChange() : engine->forceCloseConnection();
+            break;
+        case Step::END:
+            if (engine->getState() == CSClient::STATE_DISCONNECTING) {
+                CSClientProtocol::mainThread(engine);
+            }
+            break;
+        case Step::FAIL_WRITE:
+            transport->writeFailures.emplace_back(static_cast<int>(number), static_cast<int>(step.numbers[1]));
+            break;
+        case Step::SEND:
+            return engine->sendMessage(messageOf(static_cast<RawMessage::Type>(number), hostMessage(step)));
+        case Step::SET_SIMULATOR_ID:
+            return engine->setSimulatorId(number);
+        case Step::ADD:
+            return engine->addCallbackInterface(interfaceAt(number));
+        case Step::REMOVE:
+            return engine->removeCallbackInterface(interfaceAt(number));
+        case Step::WAIT:
+            return client->waitForConnectionState(static_cast<CSClient::State>(number), step.numbers[1]) ? 1 : 0;
+        case Step::QUERY:
+        case Step::DURING:
+        case Step::MEANWHILE:
+            break;
+    }
+    return std::nullopt;
+}
+
+bool EngineUnderTest::isConnected() const {
+    return engine->getState() == CSClient::STATE_CONNECTED || engine->getState() == CSClient::STATE_READY;
+}
+
+void EngineUnderTest::receive(const std::string& body) {
+    if (!isConnected() || body.empty()) {
+        return;
+    }
+    const auto size = static_cast<unsigned int>(body.size());
+    transport->reads = {{32, frameHeader(size + 32)}, {static_cast<int>(size), body}};
+    engine->runOnce();
+    if (!transport->reads.empty()) {
+        log.emplace_back("read too little");
+        transport->reads.clear();
+    }
+}
+
+void EngineUnderTest::lose(std::uint32_t loss) {
+    using Reads = std::deque<LoggingTransport::Read>;
+    // By `Step::Loss`.
+    const Reads reads[] = {
+        {{0, ""}},
+        {{-1, "", ECONNRESET}},
+        {{10, frameHeader(40).substr(0, 10)}},
+        {{32, frameHeader(40, 31)}},
+        {{32, frameHeader(32)}},
+        {{32, frameHeader(40)}, {0, ""}},
+        {{32, frameHeader(40)}, {-1, "", ECONNRESET}},
+    };
+    if (isConnected()) {
+        transport->reads = reads[loss];
+        engine->runOnce();
+    }
+}
+
+std::string EngineUnderTest::answers(const std::vector<std::string>& names) const {
+    std::string text;
+    appendItem(text, "\ncounts",
+               {engine->getNumberOfInputParameters(false), engine->getNumberOfInputParameters(true),
+                static_cast<std::uint32_t>(engine->getNumberOfInputParametersWaitingForConfirmation())});
+    appendItem(text, "\ncounts",
+               {engine->getNumberOfOutputParameters(false), engine->getNumberOfOutputParameters(true),
+                static_cast<std::uint32_t>(engine->getNumberOfOutputParametersWaitingForConfirmation())});
+    appendItem(text, "\nhost " + engine->getServerVersion(),
+               {engine->getProtocolVersion(), engine->getSimulatorId(), engine->getState(), engine->getServerPort(),
+                static_cast<std::uint32_t>(engine->getNumCallbackInterfaces())});
+    text += '\n' + engine->getServerIPAddress();
+    for (const std::string& name : names) {
+        appendItem(text, "\nhas ", {engine->hasInputParameter(name, false), engine->hasInputParameter(name, true)});
+        appendItem(text, "\nhas ", {engine->hasOutputParameter(name, false), engine->hasOutputParameter(name, true)});
+        for (std::uint32_t type = 0; type <= 3; ++type) {
+            CSClient::Parameter parameter{"old", valueOf(5), type, 99};
+            const bool isFound = engine->findPublishedParameter(name, parameter);
+            appendItem(text, parameter.name, {isFound, parameter.type, bitsOf(parameter.value), parameter.reserved});
+        }
+    }
+    return text;
+}
+
+std::string EngineUnderTest::tables() const {
+    std::string text;
+    for (const auto& nameAndEntry : engine->inputsByName()) {
+        const CSClientProtocol::InputParameterEntry& entry = *nameAndEntry.second;
+        appendItem(text += "\ninput ", entry.name, {entry.type, entry.subscriptionMode, entry.serverId});
+    }
+    for (const auto& [id, name] : engine->inputNamesById()) {
+        appendItem(text += "\ninput id ", name, {id});
+    }
+    for (const auto& nameAndEntry : engine->outputsByName()) {
+        const CSClientProtocol::OutputParameterEntry& entry = *nameAndEntry.second;
+        appendItem(text += "\noutput ", entry.name, {entry.type, entry.serverId, entry.published, bitsOf(entry.value)});
+    }
+    for (const auto& idAndEntry : engine->outputsById()) {
+        appendItem(text, "\noutput id", {idAndEntry.first});
+    }
+    std::vector<CSClient::Parameter> published(1);
+    engine->getAllPublishedParameters(published);
+    for (std::size_t i = 1; i < published.size(); ++i) {  // Appended to the one before.
+        appendItem(text += "\npublished ", published[i].name,
+                   {published[i].type, bitsOf(published[i].value), published[i].reserved});
+    }
+    return text;
+}
+
+}  // namespace com_tesk::test

@@ -1,0 +1,253 @@
+#include "tests/reliability/CancellationPoints.h"
+
+#include <dlfcn.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <tuple>
+#include <utility>
+
+#include "comms/CancellationDisabled.h"
+#include "tests/support/Sanitizers.h"
+
+namespace com_tesk::test {
+
+namespace {
+
+thread_local ThreadScript* current = nullptr;
+
+/// Replaces whole seconds.
+constexpr long kShortNanoseconds = 5'000'000;
+
+/// The function that a function of this program replaces. On a scripted thread it is that of the C library: the function of
+/// the thread sanitizer does not survive a cancellation.
+template <typename Signature>
+class SystemFunction;
+
+template <typename Result, typename... Arguments>
+class SystemFunction<Result(Arguments...)> {
+  public:
+    explicit SystemFunction(const char* name) : next(reinterpret_cast<Function>(dlsym(RTLD_NEXT, name))) {
+        void* const cLibrary = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+        void* const found = cLibrary != nullptr ? dlsym(cLibrary, name) : nullptr;
+        last = found != nullptr ? reinterpret_cast<Function>(found) : next;
+    }
+
+    Result operator()(Arguments... arguments) const { return (current != nullptr ? last : next)(arguments...); }
+
+  private:
+    using Function = Result (*)(Arguments...);
+
+    Function next;
+    Function last;
+};
+
+timespec shortTime() {
+    return {0, kShortNanoseconds};
+}
+
+/// Returns the earlier of a time of the monotonic clock and the end of a short pause that begins now.
+timespec shortened(const timespec& deadline) {
+    timespec early{};
+    clock_gettime(CLOCK_MONOTONIC, &early);
+    early.tv_nsec += kShortNanoseconds;
+    if (early.tv_nsec >= 1'000'000'000) {
+        early.tv_nsec -= 1'000'000'000;
+        ++early.tv_sec;
+    }
+    return std::tie(deadline.tv_sec, deadline.tv_nsec) < std::tie(early.tv_sec, early.tv_nsec) ? deadline : early;
+}
+
+bool areWrites(ThreadScript::Writes writes) {
+    return current != nullptr && current->writes == writes;
+}
+
+/// Returns true when the pause that begins now must not be shortened.
+bool beginPause() {
+    if (current == nullptr || !current->hasLongPauses) {
+        return false;
+    }
+    current->isInPause = true;
+    return true;
+}
+
+}  // namespace
+
+ScriptedThread::ScriptedThread(ThreadScript& script) {
+    current = &script;
+}
+
+ScriptedThread::~ScriptedThread() {
+    current = nullptr;
+}
+
+void passCancellationPoint(const char* name) {
+    ThreadScript* const script = current;
+    if (script == nullptr) {
+        return;
+    }
+    ++script->points;
+    script->lastPoint = name;
+    if (script->points == script->cancelAt) {
+        pthread_cancel(pthread_self());
+    }
+    // Takes effect here, because some functions of the sanitizers do not survive a cancellation.
+    pthread_testcancel();
+}
+
+}  // namespace com_tesk::test
+
+using com_tesk::test::areWrites;
+using com_tesk::test::beginPause;
+using com_tesk::test::current;
+using com_tesk::test::kUnderThreadSanitizer;
+using com_tesk::test::passCancellationPoint;
+using com_tesk::test::shortened;
+using com_tesk::test::shortTime;
+using com_tesk::test::SystemFunction;
+using com_tesk::test::ThreadScript;
+
+#define CSCLIENT_PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
+
+CSCLIENT_PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
+    static const SystemFunction<int(clockid_t, int, const timespec*, timespec*)> real("clock_nanosleep");
+    const bool isLong = beginPause();
+    passCancellationPoint("clock_nanosleep");
+    if (isLong) {
+        return real(clock, flags, duration, left);
+    }
+    const timespec pause = shortTime();
+    real(CLOCK_MONOTONIC, 0, &pause, nullptr);
+    return 0;
+}
+
+CSCLIENT_PROGRAM_WIDE int nanosleep(const timespec* duration, timespec* left) {
+    static const SystemFunction<int(const timespec*, timespec*)> real("nanosleep");
+    passCancellationPoint("nanosleep");
+    return real(duration, left);
+}
+
+CSCLIENT_PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                                 const timespec* deadline) {
+    using Wait = decltype(&pthread_cond_timedwait);
+    // Without a version the older function is found, which takes another condition. The thread sanitizer's function has no
+    // version, and must see that the mutex is released.
+    static void* const newer =
+        kUnderThreadSanitizer ? nullptr : dlvsym(RTLD_NEXT, "pthread_cond_timedwait", "GLIBC_2.3.2");
+    static const auto real =
+        reinterpret_cast<Wait>(newer != nullptr ? newer : dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
+    const bool isLong = beginPause();
+    passCancellationPoint("pthread_cond_timedwait");
+    if (isLong && kUnderThreadSanitizer) {
+        // Not cancelled inside the sanitizer's function, as above.
+        for (;;) {
+            {
+                const com_tesk::CancellationDisabled whileUnlocked;
+                pthread_mutex_unlock(mutex);
+                const timespec pause = shortTime();
+                clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
+                pthread_mutex_lock(mutex);
+            }
+            pthread_testcancel();
+        }
+    }
+    const timespec early = shortened(*deadline);
+    return real(condition, mutex, isLong ? deadline : &early);
+}
+
+CSCLIENT_PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
+    static const SystemFunction<ssize_t(int, void*, size_t)> real("read");
+    passCancellationPoint("read");
+    return real(descriptor, buffer, count);
+}
+
+CSCLIENT_PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
+    static const SystemFunction<ssize_t(int, void*, size_t, int)> real("recv");
+    passCancellationPoint("recv");
+    return real(descriptor, buffer, count, flags);
+}
+
+CSCLIENT_PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
+    static const SystemFunction<ssize_t(int, const void*, size_t)> real("write");
+    if (current != nullptr) {
+        ++current->writeCalls;
+    }
+    passCancellationPoint("write");
+    if (areWrites(ThreadScript::Writes::FAILING)) {
+        errno = EPIPE;
+        return -1;
+    }
+    if (areWrites(ThreadScript::Writes::HALVED) && count > 1) {
+        const ssize_t first = real(descriptor, buffer, count / 2);
+        if (first < 0) {
+            return first;
+        }
+        // The system waits for space here, inside the one call.
+        passCancellationPoint("write");
+        const ssize_t rest =
+            real(descriptor, static_cast<const char*>(buffer) + first, count - static_cast<size_t>(first));
+        return rest < 0 ? first : first + rest;
+    }
+    return real(descriptor, buffer, count);
+}
+
+CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
+    static const SystemFunction<ssize_t(int, const void*, size_t, int)> real("send");
+    const int call = current == nullptr ? 0 : current->writeCalls++;
+    passCancellationPoint("send");
+    if (areWrites(ThreadScript::Writes::FAILING)) {
+        errno = EPIPE;
+        return -1;
+    }
+    if (areWrites(ThreadScript::Writes::HALVED)) {
+        if (call % 3 == 0 && count > 1) {
+            return real(descriptor, buffer, count / 2, flags);
+        }
+        if (call % 3 == 1) {
+            errno = EAGAIN;
+            return -1;
+        }
+    }
+    return real(descriptor, buffer, count, flags);
+}
+
+CSCLIENT_PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
+    static const SystemFunction<int(pollfd*, nfds_t, int)> real("poll");
+    passCancellationPoint("poll");
+    if (current != nullptr && current->duringPoll) {
+        // The function of the test is not part of the operation.
+        ThreadScript* const script = std::exchange(current, nullptr);
+        std::exchange(script->duringPoll, nullptr)();
+        current = script;
+        // Its effect is found before the send buffer has space.
+        descriptors->events = static_cast<short>(descriptors->events & ~POLLOUT);
+    }
+    return real(descriptors, count, timeout);
+}
+
+CSCLIENT_PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
+    static const SystemFunction<int(int, const sockaddr*, socklen_t)> real("connect");
+    passCancellationPoint("connect");
+    return real(descriptor, address, length);
+}
+
+CSCLIENT_PROGRAM_WIDE int close(int descriptor) {
+    static const SystemFunction<int(int)> real("close");
+    passCancellationPoint("close");
+    return real(descriptor);
+}
+
+CSCLIENT_PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value,
+                                     socklen_t length) noexcept {
+    static const SystemFunction<int(int, int, int, const void*, socklen_t)> real("setsockopt");
+    if (level == SOL_SOCKET && option == SO_RCVTIMEO) {
+        const timeval early{0, com_tesk::test::kShortNanoseconds / 1'000};
+        return real(descriptor, level, option, &early, sizeof early);
+    }
+    return real(descriptor, level, option, value, length);
+}

@@ -1,0 +1,208 @@
+// Cuts the first connection of a client after each byte.
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "tests/reliability/AnsweringHost.h"
+#include "tests/reliability/ClientUnderTest.h"
+#include "tests/reliability/SideBySide.h"
+#include "tests/support/Emulator.h"
+
+namespace com_tesk::test {
+namespace {
+
+using View = AnsweringHost::View;
+using Names = std::set<std::string>;
+
+/// Many tests with hundreds of threads run at the same time.
+constexpr std::chrono::seconds kBound{40};
+
+/// The bytes of the whole session. To the host: the version request 52, two inputs 140, three outputs 172, three values
+/// 92, one value 68, one unregistration 56. To the client: the version 184, two inputs 156, three outputs 196, three
+/// updates of 80 each.
+constexpr std::size_t kBytesToHost = 580;
+constexpr std::size_t kBytesToClient = 776;
+
+/// One operation of the application.
+struct Operation {
+    std::function<int(CSClient& client, unsigned int port)> call;
+    std::function<bool(const View&)> isAtHost;
+    std::string callback;  ///< that the client then gets
+};
+
+std::function<bool(const View&)> hasValues(const std::map<std::string, float>& values) {
+    return [values](const View& view) {
+        return std::all_of(values.begin(), values.end(), [&view](const auto& value) {
+            const auto found = view.values.find(value.first);
+            return found != view.values.end() && found->second == HostValue::real(value.second);
+        });
+    };
+}
+
+bool isComplete(const View& view) {
+    return view.inputs == Names{"IN1", "IN2"} && view.outputs == Names{"A", "B"} &&
+           hasValues({{"A", 1.0F}, {"B", 20.0F}})(view);
+}
+
+/// Each operation waits for the one before, so no request crosses a cut: the host keeps an output that is unregistered
+/// before it is confirmed.
+const std::vector<Operation>& session() {
+    static const std::vector<Operation> operations = {
+        {[](CSClient& client, unsigned int port) { return client.open(kHostAddress, port, nullptr); },
+         [](const View& view) { return view.hasAnsweredVersion; }, "state 2->4"},
+        {[](CSClient& client, unsigned int /*port*/) {
+             return client.registerInputParameters(
+                 {{"IN1", CSClient::TYPE_FLOAT, 1}, {"IN2", CSClient::TYPE_FLOAT, 2}});
+         },
+         [](const View& view) { return view.inputs.size() == 2; }, "inputs confirmed IN1 IN2"},
+        {[](CSClient& client, unsigned int /*port*/) {
+             return client.registerOutputParameters(
+                 {{"A", CSClient::TYPE_FLOAT}, {"B", CSClient::TYPE_FLOAT}, {"C", CSClient::TYPE_FLOAT}});
+         },
+         [](const View& view) { return view.outputs.size() == 3; }, "outputs confirmed A B C"},
+        {[](CSClient& client, unsigned int /*port*/) {
+             return client.publishParameters({floatValue("A", 1.0F), floatValue("B", 2.0F), floatValue("C", 3.0F)});
+         },
+         hasValues({{"A", 1.0F}, {"B", 2.0F}, {"C", 3.0F}}), ""},
+        {[](CSClient& client, unsigned int /*port*/) { return client.publishParameter(floatValue("B", 20.0F)); },
+         hasValues({{"A", 1.0F}, {"B", 20.0F}, {"C", 3.0F}}), ""},
+        {[](CSClient& client, unsigned int /*port*/) { return client.unregisterOutputParameter("C"); }, isComplete, ""},
+    };
+    return operations;
+}
+
+/// Runs the session against a host, until the cut when `endsAtCut`.
+/// @return what went wrong; empty when nothing did.
+std::string runSession(const ClientUnderTest& client, const AnsweringHost& host, bool endsAtCut) {
+    for (std::size_t i = 0; i < session().size(); ++i) {
+        const Operation& operation = session()[i];
+        const std::string text = "operation " + std::to_string(i);
+        const int result = operation.call(*client, host.port());
+        if (result != 0 && result != 2) {
+            return text + " returned " + std::to_string(result);
+        }
+        const auto isCut = [endsAtCut](const View& view) { return endsAtCut && view.isCut; };
+        if (!host.waitUntil([&](const View& view) { return isCut(view) || operation.isAtHost(view); }, kBound)) {
+            return text + " has not reached the host: " + host.view().text();
+        }
+        if (isCut(host.view())) {
+            break;
+        }
+        if (!operation.callback.empty() && !client.callbacks.waitFor(operation.callback, 1, kBound)) {
+            return text + ": no callback " + operation.callback;
+        }
+        // Becoming ready includes registering everything again. Parameters registered meanwhile would be sent twice.
+        client->waitForConnectionState(CSClient::STATE_READY, 0);
+    }
+    return "";
+}
+
+/// A reset before the first byte can overtake the client's connect, which then counts as a failed attempt.
+bool mayFailToConnect(const AnsweringHost::Cut& cut) {
+    return cut.afterBytes == 0 && cut.isReset;
+}
+
+/// The second connection must end with everything in place.
+std::string cutWithReconnect(const TransportKind& kind, const AnsweringHost::Cut& cut) {
+    const AnsweringHost host({cut});
+    const ClientUnderTest client(kind, kAutoReconnect);
+    std::string complaint = runSession(client, host, false);
+    if (!complaint.empty()) {
+        return complaint;
+    }
+    if (!host.waitUntil([](const View& view) { return view.connections == 2 && isComplete(view); }, kBound)) {
+        return "the second connection ends with " + host.view().text();
+    }
+    const auto areInputsConfirmed = [&client] {
+        return client->getNumberOfUnregisteredInputParameters() == 0 && client->isInputParameterRegistered("IN1") &&
+               client->isInputParameterRegistered("IN2");
+    };
+    if (!waitUntil(areInputsConfirmed, kBound)) {
+        return "inputs are not confirmed again";
+    }
+    if (!client->isOutputParameterRegistered("A") || !client->isOutputParameterRegistered("B") ||
+        client->isOutputParameterRegistered("C")) {
+        return "the outputs are not A and B";
+    }
+    const std::string states = client.callbacks.states();
+    return states == "0->1 1->2 2->4 4->5 5->1 1->2 2->4" || (mayFailToConnect(cut) && states == "0->1 1->2 2->4")
+               ? ""
+               : "states " + states;
+}
+
+/// The end of the connection must leave nothing.
+std::string cutWithoutReconnect(const TransportKind& kind, const AnsweringHost::Cut& cut) {
+    const AnsweringHost host({cut});
+    const ClientUnderTest client(kind);
+    std::string complaint = runSession(client, host, true);
+    if (!complaint.empty()) {
+        return complaint;
+    }
+    if (!host.waitUntil([](const View& view) { return view.isCut; }, kBound)) {
+        return "never cut";
+    }
+    if (!waitUntil([&client] { return client->getConnectionState() == CSClient::STATE_DISCONNECTED; }, kBound)) {
+        return "never ends; states " + client.callbacks.states();
+    }
+    const std::string states = client.callbacks.states();
+    if (states != kStatesOfOneConnection && !(mayFailToConnect(cut) && states == "0->1 1->3 3->0")) {
+        return "states " + states;
+    }
+    if (!client.isEmpty()) {
+        return "parameters remain";
+    }
+    return client->getServerPort() == 0 ? "" : "a port remains";
+}
+
+class UncutSession : public testing::TestWithParam<TransportKind> {};
+
+TEST_P(UncutSession, HasTheBytesThatTheOtherTestsCutAt) {
+    const AnsweringHost host({});
+    const ClientUnderTest client(GetParam());
+    EXPECT_EQ(runSession(client, host, false), "");
+    EXPECT_EQ(host.view().received, kBytesToHost);
+    EXPECT_EQ(host.view().sent, kBytesToClient);
+    EXPECT_TRUE(client.callbacks.waitFor("updated IN1=float:3 IN2=float:3"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Client, UncutSession, testing::Values(kStandard, kBuffered), nameOf<TransportKind>);
+
+/// Transport, whether the bytes to the host are counted, whether the connection is reset.
+class CutAtEveryByte : public testing::TestWithParam<std::tuple<TransportKind, bool, bool>> {
+  protected:
+    using Session = std::string (*)(const TransportKind& kind, const AnsweringHost::Cut& cut);
+
+    /// One session for each number of bytes, from none to all.
+    static std::string cutEverywhere(std::size_t sessionsAtATime, Session session) {
+        const auto [kind, isToHost, isReset] = GetParam();
+        return sideBySide(1 + (isToHost ? kBytesToHost : kBytesToClient), sessionsAtATime,
+                          [session, kind = kind, isToHost = isToHost, isReset = isReset](std::size_t index) {
+                              return session(kind, {isToHost, isReset, index});
+                          });
+    }
+};
+
+TEST_P(CutAtEveryByte, WithReconnectTheNextConnectionEndsWithEverythingInPlace) {
+    // Reconnecting sleeps for seconds. An emulator starts threads one at a time.
+    EXPECT_EQ(cutEverywhere(isEmulated() ? 40 : 64, &cutWithReconnect), "");
+}
+
+TEST_P(CutAtEveryByte, WithoutReconnectTheConnectionEndsAndNothingIsKept) {
+    EXPECT_EQ(cutEverywhere(8, &cutWithoutReconnect), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Client, CutAtEveryByte,
+                         testing::Combine(testing::Values(kStandard, kBuffered), testing::Bool(), testing::Bool()),
+                         [](const auto& tested) {
+                             return std::string(std::get<0>(tested.param).name) +
+                                    (std::get<1>(tested.param) ? "ToHost" : "ToClient") +
+                                    (std::get<2>(tested.param) ? "Reset" : "InOrder");
+                         });
+
+}  // namespace
+}  // namespace com_tesk::test
