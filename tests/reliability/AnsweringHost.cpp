@@ -97,7 +97,8 @@ class AnsweringHost::Session {
 
     void operator()(const host::Publish& request) {
         for (const auto& record : request.values) {
-            if (const host::Registration* const output = outputs.byId(record.id)) {
+            const host::Registration* const output = owner.settings.hasView ? outputs.byId(record.id) : nullptr;
+            if (output != nullptr) {
                 view.values.insert_or_assign(output->name, HostValue::fromBits(record.bits, output->isInteger));
             }
         }
