@@ -2,6 +2,9 @@
 # project's own targets, so they never reach a consumer.
 
 option(CSCLIENT_WERROR "Full warnings, as errors" OFF)
+# Saves two fifths of the work of compiling all tests, and costs more when one file has changed. The preset `debug` does not use
+# it, so that every file is also compiled by itself while one works on it.
+option(CSCLIENT_UNITY "Compile several files of the tests and of the host as one" OFF)
 option(CSCLIENT_COVERAGE "Instrument for line coverage" OFF)
 set(CSCLIENT_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined or thread")
 
@@ -27,6 +30,12 @@ if(CSCLIENT_BUILD_FUZZERS)
     endif()
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+function(csclient_unity target)
+    if(CSCLIENT_UNITY)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
+    endif()
+endfunction()
 
 function(csclient_developer_flags target)
     if(CSCLIENT_WERROR)
