@@ -15,7 +15,7 @@
 #include "fuzz/Fuzzing.h"
 #include "host/FrameReader.h"
 #include "host/Requests.h"
-#include "tests/model/Comparison.h"
+#include "tests/model/StepRunner.h"
 #include "tests/model/EngineUnderTest.h"
 #include "tests/model/Step.h"
 

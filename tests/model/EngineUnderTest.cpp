@@ -10,22 +10,11 @@
 #include <thread>
 
 #include "tests/model/EventSources.h"
+#include "tests/support/Parameters.h"
 
 namespace com_tesk::test {
 
 namespace {
-
-std::uint32_t bitsOf(const CSClient::Value& value) {
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
-CSClient::Value valueOf(std::uint32_t bits) {
-    CSClient::Value value;
-    std::memcpy(&value, &bits, sizeof value);
-    return value;
-}
 
 std::string frameHeader(std::uint32_t frameLength, std::uint32_t headerLength = 32) {
     return wireField(wireWord(frameLength) + wireWord(headerLength), 32);
@@ -122,10 +111,6 @@ EngineUnderTest::EngineUnderTest(std::uint32_t simulatorId, std::uint32_t option
 
 EngineUnderTest::~EngineUnderTest() = default;
 
-CSClient::CallbackIface* EngineUnderTest::interfaceAt(std::uint32_t number) {
-    return number < Step::kInterfaces ? &recorders[number] : nullptr;
-}
-
 void EngineUnderTest::applyAll(const std::vector<Step>& steps) {
     const auto sleep = [this] {
         log.emplace_back("sleep");
@@ -153,19 +138,20 @@ void EngineUnderTest::performOnAnotherThread(const std::vector<Step>& steps) {
 
 std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
     const std::uint32_t number = step.numbers[0];
+    Recorder* const callbacks = number < recorders.size() ? &recorders[number] : nullptr;
     switch (step.kind) {
         case Step::REGISTER_INPUTS: {
             std::vector<CSClient::InputDef> definitions;
-            for (const Step::Record& record : step.records) {
-                definitions.push_back({record.name, record.values[0], record.values[1]});
+            for (const auto& [name, values] : step.records) {
+                definitions.push_back({name, values[0], values[1]});
             }
             // No definitions: a null pointer.
             return engine->registerInputParameters(definitions.data(), sizeOf(definitions));
         }
         case Step::REGISTER_OUTPUTS: {
             std::vector<CSClient::OutputDef> definitions;
-            for (const Step::Record& record : step.records) {
-                definitions.push_back({record.name, record.values[0]});
+            for (const auto& [name, values] : step.records) {
+                definitions.push_back({name, values[0]});
             }
             return engine->registerOutputParameters(definitions.data(), sizeOf(definitions));
         }
@@ -181,8 +167,9 @@ std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
             break;
         case Step::PUBLISH: {
             std::vector<CSClient::Parameter> parameters;
-            for (const Step::Record& record : step.records) {
-                parameters.push_back({record.name, valueOf(record.values[1]), record.values[0], 77});
+            for (const auto& [name, values] : step.records) {
+                parameters.push_back(parameter(name, values[0], values[1]));
+                parameters.back().reserved = 77;
             }
             return engine->publishParameters(parameters.data(), sizeOf(parameters),
                                              static_cast<CSClientProtocol::PublishMode>(number));
@@ -233,9 +220,9 @@ std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
         case Step::SET_SIMULATOR_ID:
             return engine->setSimulatorId(number);
         case Step::ADD:
-            return engine->addCallbackInterface(interfaceAt(number));
+            return engine->addCallbackInterface(callbacks);
         case Step::REMOVE:
-            return engine->removeCallbackInterface(interfaceAt(number));
+            return engine->removeCallbackInterface(callbacks);
         case Step::WAIT:
             return client->waitForConnectionState(static_cast<CSClient::State>(number), step.numbers[1]) ? 1 : 0;
         case Step::QUERY:
@@ -297,9 +284,10 @@ std::string EngineUnderTest::answers(const std::vector<std::string>& names) cons
         appendItem(text, "\nhas ", {engine->hasInputParameter(name, false), engine->hasInputParameter(name, true)});
         appendItem(text, "\nhas ", {engine->hasOutputParameter(name, false), engine->hasOutputParameter(name, true)});
         for (std::uint32_t type = 0; type <= 3; ++type) {
-            CSClient::Parameter parameter{"old", valueOf(5), type, 99};
-            const bool isFound = engine->findPublishedParameter(name, parameter);
-            appendItem(text, parameter.name, {isFound, parameter.type, bitsOf(parameter.value), parameter.reserved});
+            CSClient::Parameter found = parameter("old", type, 5);
+            found.reserved = 99;
+            const bool isFound = engine->findPublishedParameter(name, found);
+            appendItem(text, found.name, {isFound, found.type, bitsOf(found.value), found.reserved});
         }
     }
     return text;

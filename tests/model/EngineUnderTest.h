@@ -48,7 +48,6 @@ class EngineUnderTest : public StepRunner {
         }
     };
 
-    CSClient::CallbackIface* interfaceAt(std::uint32_t number);
     bool isConnected() const;
     void receive(const std::string& body);
     void lose(std::uint32_t loss);

@@ -175,11 +175,9 @@ std::optional<std::uint32_t> Model::perform(const Step& step) {
             simulatorId = number < 32768 ? number : simulatorId;
             return number < 32768 ? 0 : kRefused;
         case Step::ADD:
-            return number < Step::kInterfaces && !std::exchange(interfaces[number], true) ? 1 : 0;
+            return number < Step::kInterfaces && interfaces.insert(number).second ? 1 : 0;
         case Step::REMOVE:
-            if (number < Step::kInterfaces) {
-                interfaces[number] = false;
-            }
+            interfaces.erase(number);
             return 0;
         case Step::WAIT:
             return wait(number, step.numbers[1]);
@@ -208,8 +206,8 @@ std::string Model::answers(const std::vector<std::string>& names) const {
         const auto confirmed = static_cast<std::uint32_t>(table->ids.size());
         appendItem(text, "\ncounts", {all, confirmed, all - confirmed});
     }
-    const auto callbacks = static_cast<std::uint32_t>(interfacesNow().size());
-    appendItem(text, "\nhost " + versionText, {protocolVersion, simulatorId, seenState(), port, callbacks});
+    appendItem(text, "\nhost " + versionText,
+               {protocolVersion, simulatorId, seenState(), port, static_cast<std::uint32_t>(interfaces.size())});
     text += port == 0 ? "\n0.0.0.0" : "\n127.0.0.1";
     for (const std::string& name : names) {
         for (const Table* const table : {&inputs, &outputs}) {
@@ -253,18 +251,9 @@ void Model::print(const char* stream, const std::string& line) {
     }
 }
 
-std::vector<std::uint32_t> Model::interfacesNow() const {
-    std::vector<std::uint32_t> now;
-    for (std::uint32_t i = 0; i < Step::kInterfaces; ++i) {
-        if (interfaces[i]) {
-            now.push_back(i);
-        }
-    }
-    return now;
-}
-
 void Model::notify(Step::Event event, const std::string& what) {
-    for (const std::uint32_t callback : interfacesNow()) {
+    // A callback that adds or removes others does so for the next event.
+    for (const std::uint32_t callback : std::set<std::uint32_t>(interfaces)) {
         callBack(callback, event, what);
     }
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -90,7 +91,6 @@ class Model : public StepRunner {
     void print(const char* stream, const std::string& line);
     bool isConnected() const;
     std::uint32_t seenState() const;
-    std::vector<std::uint32_t> interfacesNow() const;
     void notify(Step::Event event, const std::string& what);
 
     // A close that a failed write requests while a table or the state is being changed comes after the change.
@@ -117,7 +117,7 @@ class Model : public StepRunner {
     std::uint32_t simulatorId;
     std::string versionText = "UNKNOWN";
     std::uint32_t protocolVersion = 0;
-    bool interfaces[Step::kInterfaces] = {};
+    std::set<std::uint32_t> interfaces;
     const std::uint32_t options;
     std::deque<WriteFailure> writeFailures;
     ThreadState own;

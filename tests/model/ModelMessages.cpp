@@ -100,7 +100,7 @@ void Model::confirm(Side side, const std::string& body) {
         notify(Step::OUTPUTS_CONFIRMED, confirmed);
         return publishAgain(toPublishAgain);
     }
-    for (const std::uint32_t callback : interfacesNow()) {
+    for (const std::uint32_t callback : std::set<std::uint32_t>(interfaces)) {
         callBack(callback, Step::INPUTS_CONFIRMED, confirmed);
         callBack(callback, Step::INPUTS_UPDATED, values);
     }

@@ -90,9 +90,9 @@ struct StepSequence {
     std::vector<Step> steps;
 };
 
-/// The text form of a sequence: first "engine <simulator id> <options>", then a line for each step. Numbers at the end
-/// that are missing are 0. In names and bytes, most characters but letters, digits and "_.-" are a percent sign and two
-/// hex digits; an empty name is two quotation marks.
+/// The text form of a sequence: first "engine <simulator id> <options>", then a line for each step, with all its numbers.
+/// In names and bytes, most characters but letters, digits and "_.-" are a percent sign and two hex digits; an empty name
+/// is two quotation marks.
 ///
 ///     registerInputs     name,type,mode ...
 ///     registerOutputs    name,type ...
@@ -120,7 +120,7 @@ std::string textOf(const StepSequence& sequence);
 std::string textOf(const Step& step);
 
 /// The reverse. Empty lines and what follows a '#' are skipped.
-/// @throw std::invalid_argument
+/// @throw std::logic_error  when a step is unknown, or a number is missing, surplus or too large.
 StepSequence sequenceFrom(const std::string& text);
 
 /// A name as it stands in the text form.

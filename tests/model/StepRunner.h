@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -47,7 +49,6 @@ class StepRunner {
     /// Logs a callback, and performs the steps that wait for it.
     void callBack(std::uint32_t callback, Step::Event event, const std::string& what);
 
-    bool doOthersHoldTables() const { return othersHoldTables; }
     bool doOthersHoldChange() const { return othersHoldChange; }
 
   private:
@@ -57,5 +58,18 @@ class StepRunner {
     bool othersHoldTables = false;
     bool othersHoldChange = false;
 };
+
+/// Where the engine and the model first differ.
+struct Difference {
+    std::size_t step = 0;
+    std::string what;
+};
+
+/// Performs a sequence with the engine and with the model. Compares after each step what has happened, the four tables, and
+/// the answers of queries about one name; of all names every now and then and at the end.
+/// @param onFrame  called with each frame that the engine has sent.
+std::optional<Difference> firstDifference(
+    const StepSequence& sequence,
+    const std::function<void(const std::string& frame)>& onFrame = [](const std::string&) {});
 
 }  // namespace com_tesk::test
