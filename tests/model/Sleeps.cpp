@@ -1,9 +1,8 @@
-#include <dlfcn.h>
-
 #include <ctime>
 
 #include "tests/model/EngineUnderTest.h"
 #include "tests/support/CountedSleeps.h"
+#include "tests/support/SystemFunctions.h"
 
 namespace com_tesk::test {
 
@@ -21,14 +20,13 @@ void runWithoutSleeping(const std::function<void()>& onSleep, const std::functio
     pollOfThisThread = nullptr;
 }
 
-}  // namespace com_tesk::test
-
 /// The engine sleeps with this call between two attempts to get a lock that another thread holds.
-extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* duration, timespec* left) {
-    if (com_tesk::test::pollOfThisThread != nullptr) {
-        (*com_tesk::test::pollOfThisThread)();
+CSCLIENT_TEST_REPLACES int nanosleep(const timespec* duration, timespec* left) {
+    if (pollOfThisThread != nullptr) {
+        (*pollOfThisThread)();
     }
-    using Sleep = int (*)(const timespec*, timespec*);
-    static const auto systemSleep = reinterpret_cast<Sleep>(dlsym(RTLD_NEXT, "nanosleep"));
+    static const auto systemSleep = systemFunction<int(const timespec*, timespec*)>("nanosleep");
     return systemSleep(duration, left);
 }
+
+}  // namespace com_tesk::test

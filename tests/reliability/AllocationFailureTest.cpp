@@ -62,7 +62,7 @@ void expectWorkingEngine(MemoryEngine& engine) {
     ASSERT_TRUE(engine.waitForStateChange());
     const CSClient::InputDef input{"probe", CSClient::TYPE_INT, 1};
     const CSClient::OutputDef output{"probe", CSClient::TYPE_INT};
-    const CSClient::Parameter value = intValue("probe", 0);
+    const CSClient::Parameter value = intParameter("probe", 0);
     EXPECT_EQ(engine.registerInputParameters(&input, 1), 0);
     EXPECT_EQ(engine.registerOutputParameters(&output, 1), 0);
     EXPECT_EQ(engine.publishParameters(&value, 1, CSClientProtocol::PUBLISH_DEFAULT), 0);
@@ -77,15 +77,13 @@ void expectWorkingEngine(MemoryEngine& engine) {
 
 /// Expects that each registered interface is notified once, and no other one.
 void expectOneNotification(MemoryFixture& fixture) {
-    const std::string body = fixture.confirmation(ParameterKind::OUTPUTS, 0);
     std::set<CSClient::CallbackIface*> registered;
     fixture.engine.getCallbackInterfaces(registered);
     EXPECT_EQ(static_cast<std::size_t>(fixture.engine.getNumCallbackInterfaces()), registered.size());
     for (CountingCallbacks& each : fixture.callbacks) {
         each.outputConfirmations = 0;
     }
-    fixture.engine.handleReceivedMessage(
-        RawMessage(body.data(), static_cast<unsigned int>(body.size()), RawMessage::DATA));
+    fixture.handle(fixture.confirmation(ParameterKind::OUTPUTS, 0));
     for (CountingCallbacks& each : fixture.callbacks) {
         EXPECT_EQ(each.outputConfirmations, registered.count(&each));
     }

@@ -73,7 +73,7 @@ TEST_P(HostThatNeverReads, ClosingEndsABlockedPublish) {
     auto writing = std::async(std::launch::async, [&] {
         int result = 0;
         while (result == 0 && client->getConnectionState() == CSClient::STATE_READY) {
-            result = client->publishParameter(floatValue("OUT", 1.5F));
+            result = client->publishParameter(floatParameter("OUT", 1.5F));
             ++published;
         }
         return result;
@@ -98,7 +98,7 @@ TEST_P(HostThatNeverReads, APublishFailsAfterThirtySecondsAndEndsTheConnection) 
     int result = 0;
     double seconds = 0;
     while (result == 0 && seconds < 1.0) {
-        seconds = secondsOf([&] { result = client->publishParameter(floatValue("OUT", 1.5F)); });
+        seconds = secondsOf([&] { result = client->publishParameter(floatParameter("OUT", 1.5F)); });
     }
     EXPECT_EQ(result, 2);
     EXPECT_GT(seconds, 29.0);
@@ -169,7 +169,7 @@ TEST(HostThatAnswersFirst, DoesNotStopALoopOfPublications) {
     ASSERT_EQ(client->registerOutputParameter({"OUT", CSClient::TYPE_FLOAT}), 0);
     ASSERT_TRUE(client->waitForInputsToBeRegistered(10));
     ASSERT_TRUE(client->waitForOutputsToBeRegistered(10));
-    const std::vector<CSClient::Parameter> values(kValues, floatValue("OUT", 1.5F));
+    const std::vector<CSClient::Parameter> values(kValues, floatParameter("OUT", 1.5F));
     std::atomic<bool> isOver{false};
     auto publishing = std::async(std::launch::async, [&] {
         int result = 0;

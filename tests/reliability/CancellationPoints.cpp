@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "comms/CancellationDisabled.h"
-#include "tests/support/Sanitizers.h"
+#include "tests/support/SystemFunctions.h"
 
 namespace com_tesk::test {
 
@@ -26,25 +26,20 @@ constexpr long kShortNanoseconds = 5'000'000;
 
 /// The function that a function of this program replaces. On a scripted thread it is that of the C library: the function of
 /// the thread sanitizer does not survive a cancellation.
-template <typename Signature>
-class SystemFunction;
-
-template <typename Result, typename... Arguments>
-class SystemFunction<Result(Arguments...)> {
+template <typename Function>
+class SystemFunction {
   public:
-    explicit SystemFunction(const char* name) : next(reinterpret_cast<Function>(dlsym(RTLD_NEXT, name))) {
+    explicit SystemFunction(const char* name) : next(systemFunction<Function>(name)) {
         void* const cLibrary = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
         void* const found = cLibrary != nullptr ? dlsym(cLibrary, name) : nullptr;
-        last = found != nullptr ? reinterpret_cast<Function>(found) : next;
+        last = found != nullptr ? reinterpret_cast<Function*>(found) : next;
     }
 
-    Result operator()(Arguments... arguments) const { return (current != nullptr ? last : next)(arguments...); }
+    operator Function*() const { return current != nullptr ? last : next; }
 
   private:
-    using Function = Result (*)(Arguments...);
-
-    Function next;
-    Function last;
+    Function* next;
+    Function* last;
 };
 
 timespec shortTime() {
@@ -100,21 +95,24 @@ void passCancellationPoint(const char* name) {
     pthread_testcancel();
 }
 
-}  // namespace com_tesk::test
+/// A function that only passes a cancellation point.
+#define CSCLIENT_TEST_CANCELLATION_POINT(result, name, parameters, arguments) \
+    CSCLIENT_TEST_REPLACES result name parameters {                           \
+        static const SystemFunction<result parameters> real(#name);           \
+        passCancellationPoint(#name);                                         \
+        return real arguments;                                                \
+    }
 
-using com_tesk::test::areWrites;
-using com_tesk::test::beginPause;
-using com_tesk::test::current;
-using com_tesk::test::kUnderThreadSanitizer;
-using com_tesk::test::passCancellationPoint;
-using com_tesk::test::shortened;
-using com_tesk::test::shortTime;
-using com_tesk::test::SystemFunction;
-using com_tesk::test::ThreadScript;
+CSCLIENT_TEST_CANCELLATION_POINT(int, nanosleep, (const timespec* duration, timespec* left), (duration, left))
+CSCLIENT_TEST_CANCELLATION_POINT(ssize_t, read, (int descriptor, void* buffer, size_t count),
+                                 (descriptor, buffer, count))
+CSCLIENT_TEST_CANCELLATION_POINT(ssize_t, recv, (int descriptor, void* buffer, size_t count, int flags),
+                                 (descriptor, buffer, count, flags))
+CSCLIENT_TEST_CANCELLATION_POINT(int, connect, (int descriptor, const sockaddr* address, socklen_t length),
+                                 (descriptor, address, length))
+CSCLIENT_TEST_CANCELLATION_POINT(int, close, (int descriptor), (descriptor))
 
-#define CSCLIENT_PROGRAM_WIDE extern "C" __attribute__((visibility("default")))
-
-CSCLIENT_PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
+CSCLIENT_TEST_REPLACES int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
     static const SystemFunction<int(clockid_t, int, const timespec*, timespec*)> real("clock_nanosleep");
     const bool isLong = beginPause();
     passCancellationPoint("clock_nanosleep");
@@ -126,28 +124,16 @@ CSCLIENT_PROGRAM_WIDE int clock_nanosleep(clockid_t clock, int flags, const time
     return 0;
 }
 
-CSCLIENT_PROGRAM_WIDE int nanosleep(const timespec* duration, timespec* left) {
-    static const SystemFunction<int(const timespec*, timespec*)> real("nanosleep");
-    passCancellationPoint("nanosleep");
-    return real(duration, left);
-}
-
-CSCLIENT_PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                                 const timespec* deadline) {
-    using Wait = decltype(&pthread_cond_timedwait);
-    // Without a version the older function is found, which takes another condition. The thread sanitizer's function has no
-    // version, and must see that the mutex is released.
-    static void* const newer =
-        kUnderThreadSanitizer ? nullptr : dlvsym(RTLD_NEXT, "pthread_cond_timedwait", "GLIBC_2.3.2");
-    static const auto real =
-        reinterpret_cast<Wait>(newer != nullptr ? newer : dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
+CSCLIENT_TEST_REPLACES int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                                  const timespec* deadline) {
+    static const auto real = systemTimedWait();
     const bool isLong = beginPause();
     passCancellationPoint("pthread_cond_timedwait");
     if (isLong && kUnderThreadSanitizer) {
         // Not cancelled inside the sanitizer's function, as above.
         for (;;) {
             {
-                const com_tesk::CancellationDisabled whileUnlocked;
+                const CancellationDisabled whileUnlocked;
                 pthread_mutex_unlock(mutex);
                 const timespec pause = shortTime();
                 clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
@@ -160,19 +146,7 @@ CSCLIENT_PROGRAM_WIDE int pthread_cond_timedwait(pthread_cond_t* condition, pthr
     return real(condition, mutex, isLong ? deadline : &early);
 }
 
-CSCLIENT_PROGRAM_WIDE ssize_t read(int descriptor, void* buffer, size_t count) {
-    static const SystemFunction<ssize_t(int, void*, size_t)> real("read");
-    passCancellationPoint("read");
-    return real(descriptor, buffer, count);
-}
-
-CSCLIENT_PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, int flags) {
-    static const SystemFunction<ssize_t(int, void*, size_t, int)> real("recv");
-    passCancellationPoint("recv");
-    return real(descriptor, buffer, count, flags);
-}
-
-CSCLIENT_PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t count) {
+CSCLIENT_TEST_REPLACES ssize_t write(int descriptor, const void* buffer, size_t count) {
     static const SystemFunction<ssize_t(int, const void*, size_t)> real("write");
     if (current != nullptr) {
         ++current->writeCalls;
@@ -196,7 +170,7 @@ CSCLIENT_PROGRAM_WIDE ssize_t write(int descriptor, const void* buffer, size_t c
     return real(descriptor, buffer, count);
 }
 
-CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
+CSCLIENT_TEST_REPLACES ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
     static const SystemFunction<ssize_t(int, const void*, size_t, int)> real("send");
     const int call = current == nullptr ? 0 : current->writeCalls++;
     passCancellationPoint("send");
@@ -216,7 +190,7 @@ CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t co
     return real(descriptor, buffer, count, flags);
 }
 
-CSCLIENT_PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
+CSCLIENT_TEST_REPLACES int poll(pollfd* descriptors, nfds_t count, int timeout) {
     static const SystemFunction<int(pollfd*, nfds_t, int)> real("poll");
     passCancellationPoint("poll");
     if (current != nullptr && current->duringPoll) {
@@ -230,24 +204,14 @@ CSCLIENT_PROGRAM_WIDE int poll(pollfd* descriptors, nfds_t count, int timeout) {
     return real(descriptors, count, timeout);
 }
 
-CSCLIENT_PROGRAM_WIDE int connect(int descriptor, const sockaddr* address, socklen_t length) {
-    static const SystemFunction<int(int, const sockaddr*, socklen_t)> real("connect");
-    passCancellationPoint("connect");
-    return real(descriptor, address, length);
-}
-
-CSCLIENT_PROGRAM_WIDE int close(int descriptor) {
-    static const SystemFunction<int(int)> real("close");
-    passCancellationPoint("close");
-    return real(descriptor);
-}
-
-CSCLIENT_PROGRAM_WIDE int setsockopt(int descriptor, int level, int option, const void* value,
-                                     socklen_t length) noexcept {
+CSCLIENT_TEST_REPLACES int setsockopt(int descriptor, int level, int option, const void* value,
+                                      socklen_t length) noexcept {
     static const SystemFunction<int(int, int, int, const void*, socklen_t)> real("setsockopt");
     if (level == SOL_SOCKET && option == SO_RCVTIMEO) {
-        const timeval early{0, com_tesk::test::kShortNanoseconds / 1'000};
+        const timeval early{0, kShortNanoseconds / 1'000};
         return real(descriptor, level, option, &early, sizeof early);
     }
     return real(descriptor, level, option, value, length);
 }
+
+}  // namespace com_tesk::test

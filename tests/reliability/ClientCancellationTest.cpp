@@ -35,6 +35,9 @@ const Situation kConnecting = {"Connecting", Situation::CONNECTING};
 const Situations kWriting = {kReady, kFailingWrites, kHalvedWrites};
 const Situations kAll = {kReady, kFailingWrites, kHalvedWrites, kClosed, kConnecting};
 const Situations kUnwritten = {kReady, kClosed, kConnecting};
+const Situations kOnlyReady = {kReady};
+const Situations kOnlyClosed = {kClosed};
+const Situations kOpened = {kReady, kConnecting};
 
 struct CancelledOperation {
     enum Effect {
@@ -91,46 +94,36 @@ std::vector<CancelledOperation> cancelledOperations() {
     return {
         {"RegisteringInputs", [](Fixture& on) { on.client->registerInputParameters(kInputs, 2); }, kAll},
         {"RegisteringOutputs", [](Fixture& on) { on.client->registerOutputParameters(kOutputs, 2); }, kAll},
-        {"RegisteringTwice",
-         [](Fixture& on) {
-             on.client->registerOutputParameter({"OUT", 1});
-         },
-         {kReady}},
+        {"RegisteringTwice", [](Fixture& on) { on.client->registerOutputParameter(output("OUT")); }, kOnlyReady},
         {"UnregisteringAnInput", [](Fixture& on) { on.client->unregisterInputParameter("IN"); }, kWriting},
         {"UnregisteringAnOutput", [](Fixture& on) { on.client->unregisterOutputParameter("OUT"); }, kWriting},
         {"UnregisteringAllInputs", [](Fixture& on) { on.client->unregisterAllInputParameters(); }, kWriting},
         {"UnregisteringAllOutputs", [](Fixture& on) { on.client->unregisterAllOutputParameters(); }, kWriting},
-        {"Publishing", [](Fixture& on) { on.client->publishParameter(intValue("OUT", 5)); }, kAll},
-        {"PublishingTheUnknown", [](Fixture& on) { on.client->publishParameter(intValue("NONE", 5)); }, {kReady}},
+        {"Publishing", [](Fixture& on) { on.client->publishParameter(intParameter("OUT", 5)); }, kAll},
+        {"PublishingTheUnknown", [](Fixture& on) { on.client->publishParameter(intParameter("NONE", 5)); }, kOnlyReady},
         {"SendingAMessage",
          [](Fixture& on) {
              on.client->sendMessage(messageOf(hex("04 02 7F FF 00 00 00 14 00 7F 00 06 00 01 00 00 00 00 00 00")));
          },
          kAll},
-        {"RequestingTheVersion", [](Fixture& on) { on.client->engineInside().requestSimulatorVersion(); }, kWriting},
-        {"ReregisteringInputs", [](Fixture& on) { on.client->engineInside().reregisterAllInputParameters(); },
-         kWriting},
-        {"ReregisteringOutputs", [](Fixture& on) { on.client->engineInside().reregisterAllOutputParameters(); },
-         kWriting},
+        {"RequestingTheVersion", [](Fixture& on) { on.client->probed->requestSimulatorVersion(); }, kWriting},
+        {"ReregisteringInputs", [](Fixture& on) { on.client->probed->reregisterAllInputParameters(); }, kWriting},
+        {"ReregisteringOutputs", [](Fixture& on) { on.client->probed->reregisterAllOutputParameters(); }, kWriting},
         {"Opening", [](Fixture& on) { on.open(*on.client); }, kUnwritten, CancelledOperation::OPENS},
         {"Closing", [](Fixture& on) { on.client->close(); }, kUnwritten, CancelledOperation::CLOSES},
-        {"RequestingTheEnd",
-         [](Fixture& on) { on.client->engineInside().forceCloseConnection(); },
-         {kReady, kConnecting},
+        {"RequestingTheEnd", [](Fixture& on) { on.client->probed->forceCloseConnection(); }, kOpened,
          CancelledOperation::CLOSES},
-        {"GivingTheConnectionUp",
-         [](Fixture& on) { on.client->engineInside().closeConnection(); },
-         {kReady, kConnecting},
+        {"GivingTheConnectionUp", [](Fixture& on) { on.client->probed->closeConnection(); }, kOpened,
          CancelledOperation::LOSES},
         {"WaitingForAState", [](Fixture& on) { on.client->waitForConnectionState(CSClient::STATE_RECONNECTING, 3); },
          kUnwritten},
-        {"WaitingForOutputs", [](Fixture& on) { on.client->waitForOutputsToBeRegistered(3); }, {kClosed}},
-        {"WaitingForInputs", [](Fixture& on) { on.client->waitForInputsToBeRegistered(3); }, {kClosed}},
+        {"WaitingForOutputs", [](Fixture& on) { on.client->waitForOutputsToBeRegistered(3); }, kOnlyClosed},
+        {"WaitingForInputs", [](Fixture& on) { on.client->waitForInputsToBeRegistered(3); }, kOnlyClosed},
         {"ChangingTheTransport", changeTransport, kUnwritten},
-        {"ChangingInterfaces", changeInterfaces, {kReady}},
-        {"Querying", [](Fixture& on) { callQueries(*on.client); }, {kReady}},
-        {"UsingAnotherClient", useAnotherClient, {kClosed}},
-        {"DestroyingAnotherClient", destroyAnotherClient, {kClosed}},
+        {"ChangingInterfaces", changeInterfaces, kOnlyReady},
+        {"Querying", [](Fixture& on) { callQueries(*on.client); }, kOnlyReady},
+        {"UsingAnotherClient", useAnotherClient, kOnlyClosed},
+        {"DestroyingAnotherClient", destroyAnotherClient, kOnlyClosed},
     };
 }
 

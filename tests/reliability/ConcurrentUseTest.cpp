@@ -11,9 +11,7 @@
 #include <vector>
 
 #include "host/LoopbackHost.h"
-#include "tests/reliability/ClientOperations.h"
-#include "tests/reliability/ResourceUsage.h"
-#include "tests/reliability/SideBySide.h"
+#include "tests/reliability/Stress.h"
 #include "tests/support/Seed.h"
 #include "tests/support/TestSize.h"
 
@@ -146,7 +144,7 @@ TEST_P(ConcurrentUse, LeavesTheClientUsable) {
     ASSERT_EQ(client->registerInputParameter({"END", CSClient::TYPE_INT, 1}), 0);
     ASSERT_TRUE(callbacks.waitFor("outputs confirmed END"));
     ASSERT_TRUE(callbacks.waitFor("inputs confirmed END"));
-    EXPECT_EQ(client->publishParameter(intValue("END", 4711)), 0);
+    EXPECT_EQ(client->publishParameter(intParameter("END", 4711)), 0);
     EXPECT_TRUE(host->waitForValue("END", HostValue::integer(4711), std::chrono::seconds(10)));
     EXPECT_TRUE(callbacks.waitFor("updated END=int:4711"));
     client.reset();  // Before the callbacks.

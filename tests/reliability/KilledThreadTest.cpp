@@ -72,7 +72,7 @@ class KilledThread : public testing::TestWithParam<TransportKind> {
         thread.start();
         ASSERT_TRUE(waitUntil([&isInside] { return isInside.load(); }));
         if (stateWhenClosing) {
-            fixture.client->engineInside().forceCloseConnection();
+            fixture.client->probed->forceCloseConnection();
             EXPECT_EQ(fixture.client->getConnectionState(), *stateWhenClosing) << "the change goes on";
         }
         thread.killAndWait();
@@ -88,7 +88,7 @@ TEST_P(KilledThread, InThePauseAfterAFailedWriteLeavesAWorkingClient) {
     fixture.makeClient();
     fixture.connect();
     const int connections = fixture.connections();
-    ApplicationThread thread([this] { fixture.client->publishParameter(intValue("OUT", 0)); });
+    ApplicationThread thread([this] { fixture.client->publishParameter(intParameter("OUT", 0)); });
     thread.script.writes = ThreadScript::Writes::FAILING;
     thread.script.hasLongPauses = true;
     thread.start();
@@ -104,7 +104,7 @@ TEST_P(KilledThread, InThePauseAfterAFailedWriteLeavesAWorkingClient) {
 TEST_P(KilledThread, InACallbackLeavesARequestToCloseToTheWorker) {
     fixture.makeClient();
     fixture.connect();
-    killInCallback([this] { fixture.client->engineInside().closeConnection(); }, CSClient::STATE_RECONNECTING);
+    killInCallback([this] { fixture.client->probed->closeConnection(); }, CSClient::STATE_RECONNECTING);
     fixture.expectToCloseAndOpenAgain();
 }
 

@@ -7,8 +7,7 @@
 
 #include "host/Replies.h"
 #include "tests/reliability/ClientUnderTest.h"
-#include "tests/reliability/ResourceUsage.h"
-#include "tests/reliability/SideBySide.h"
+#include "tests/reliability/Stress.h"
 #include "tests/support/CapturedStreams.h"
 #include "tests/support/Seed.h"
 #include "tests/support/TestSize.h"
@@ -166,7 +165,7 @@ TEST_P(MisbehavingHost, SendingNothingLeavesParametersUnconfirmed) {
     ASSERT_TRUE(client.callbacks.waitFor("state 2->4"));
     EXPECT_EQ(client->registerInputParameter({"IN", CSClient::TYPE_FLOAT, 1}), 0);
     EXPECT_EQ(client->registerOutputParameter({"KEPT", CSClient::TYPE_FLOAT}), 0);
-    EXPECT_EQ(client->publishParameter(floatValue("KEPT", 2.5F)), 0);
+    EXPECT_EQ(client->publishParameter(floatParameter("KEPT", 2.5F)), 0);
     client.expectPublishingAtOnce();
     EXPECT_FALSE(client->waitForInputsToBeRegistered(1));
     client.expectAllQueriesAtOnce();

@@ -6,8 +6,7 @@
 
 #include "host/LoopbackHost.h"
 #include "tests/reliability/ClientUnderTest.h"
-#include "tests/reliability/ResourceUsage.h"
-#include "tests/reliability/SideBySide.h"
+#include "tests/reliability/Stress.h"
 #include "tests/support/Seed.h"
 #include "tests/support/TestSize.h"
 
@@ -60,7 +59,7 @@ class RepeatedOpening : public testing::TestWithParam<TransportKind> {
         }
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
         if (isOneIn(2)) {
-            client->publishParameter(floatValue("A", 0));
+            client->publishParameter(floatParameter("A", 0));
         }
         const CSClient::State state = isOneIn(2) ? client->close() : CSClient::STATE_DISCONNECTED;
         return state == CSClient::STATE_DISCONNECTED || state == CSClient::STATE_DISCONNECTING

@@ -10,7 +10,7 @@
 #include "message/RawMessage.h"
 #include "tests/reliability/Allocations.h"
 #include "tests/reliability/ClientUnderTest.h"
-#include "tests/reliability/ResourceUsage.h"
+#include "tests/reliability/Stress.h"
 #include "tests/support/Hex.h"
 #include "tests/support/Sanitizers.h"
 

@@ -8,6 +8,7 @@
 #include <atomic>
 
 #include "tests/support/ScriptedHost.h"
+#include "tests/support/SystemFunctions.h"
 #include "tests/support/Waiting.h"
 
 namespace {
@@ -23,24 +24,19 @@ std::atomic<int> heldWorkers{0};
 /// True on a worker that is about to release its engine's lock for the last time.
 thread_local bool isEndingWorker = false;
 
-template <typename Function>
-Function systemFunction(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 // These two replace the system's functions in every module of the process, the library included.
 
-extern "C" __attribute__((visibility("default"))) int pthread_detach(pthread_t thread) {
+CSCLIENT_TEST_REPLACES int pthread_detach(pthread_t thread) {
     // Only a worker detaches itself. Then it releases its engine's lock.
     isEndingWorker = pthread_equal(thread, pthread_self()) != 0;
-    static const auto systemDetach = systemFunction<int (*)(pthread_t)>("pthread_detach");
+    static const auto systemDetach = com_tesk::test::systemFunction<int(pthread_t)>("pthread_detach");
     return systemDetach(thread);
 }
 
-extern "C" __attribute__((visibility("default"))) int pthread_mutex_unlock(pthread_mutex_t* mutex) {
-    static const auto systemUnlock = systemFunction<int (*)(pthread_mutex_t*)>("pthread_mutex_unlock");
+CSCLIENT_TEST_REPLACES int pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    static const auto systemUnlock = com_tesk::test::systemFunction<int(pthread_mutex_t*)>("pthread_mutex_unlock");
     if (!isEndingWorker) {
         return systemUnlock(mutex);
     }

@@ -29,7 +29,6 @@ void connectAndConfirm(Fixture& on) {
 /// Reconnects after a lost connection, and has everything confirmed again.
 void confirmAgain(Fixture& on) {
     on.reconnect();
-    on.transport->dropReads();
     on.confirm(3);
 }
 
@@ -60,21 +59,14 @@ MemoryOperation receivingRecords(const std::string& name, const Step& prepare, c
             runOnce,
             4,
             [bodyOf](Fixture& on, unsigned int number) {
-                const std::string body = bodyOf(on, number);
-                on.engine.handleReceivedMessage(
-                    RawMessage(body.data(), static_cast<unsigned int>(body.size()), RawMessage::DATA));
+                on.handle(bodyOf(on, number));
                 lose(on);
             },
             withMessage(recover, whole)};
 }
 
-void reconnectAndDropReads(Fixture& on) {
-    on.reconnect();
-    on.transport->dropReads();
-}
-
 MemoryOperation receivingConfirmation(const std::string& name, ParameterKind kind) {
-    return receivingRecords(name, connectWithCallbacks, reconnectAndDropReads,
+    return receivingRecords(name, connectWithCallbacks, &Fixture::reconnect,
                             [kind](const Fixture& on, unsigned int count) { return on.confirmation(kind, count); });
 }
 
@@ -85,7 +77,7 @@ void storeVersion(Fixture& on, unsigned int id) {
 }
 
 MemoryOperation receivingVersion(const std::string& name, unsigned int id) {
-    const Body body = [id](const Fixture& /*on*/) { return Fixture::versionResponse(id); };
+    const Body body = [id](const Fixture& /*on*/) { return Fixture::versionOf(id); };
     return {name,
             kAutoReconnect,
             withMessage(connectAndConfirm, body),
@@ -116,10 +108,10 @@ void prepareWholeConnection(Fixture& on) {
     on.publish(0, 2);
     on.callbacks[0].updated = 0;
     on.transport->dropReads();
-    on.transport->queueFrame(Fixture::versionResponse(7));
+    on.transport->queueFrame(Fixture::versionOf(7));
     on.transport->queueFrame(on.confirmation(kInputs, 3));
     on.transport->queueFrame(on.confirmation(kOutputs, 3));
-    on.transport->queueFrame(Fixture::update(3));
+    on.transport->queueFrame(Fixture::updateOf(3));
     on.engine.beginConnecting();
 }
 
@@ -138,16 +130,16 @@ void leaveEndedConnection(Fixture& on, unsigned int number) {
 }  // namespace
 
 std::vector<MemoryOperation> workerOperations() {
-    const Body foreign = [](const Fixture& /*on*/) { return std::string(40, 'x'); };
+    const Body foreign = [](const Fixture& /*on*/) { return hexField(std::string(40, 'x'), 40); };
     return {
         receivingConfirmation("ReceivingASubscriptionResponse", kInputs),
         receivingConfirmation("ReceivingAPublishResponseAndPublishingAgain", kOutputs),
         receivingRecords("ReceivingAnUpdate", connectAndConfirm, confirmAgain,
-                         [](const Fixture& /*on*/, unsigned int count) { return Fixture::update(count); }),
+                         [](const Fixture& /*on*/, unsigned int count) { return Fixture::updateOf(count); }),
         receivingVersion("ReceivingAVersion", 1),
         receivingVersion("ReceivingANewSimulatorId", 7),
         {"ReceivingAForeignMessage", kAutoReconnect, withMessage(connectWithCallbacks, foreign), runOnce, 1,
-         [](Fixture& on, unsigned int /*number*/) { lose(on); }, withMessage(reconnectAndDropReads, foreign)},
+         [](Fixture& on, unsigned int /*number*/) { lose(on); }, withMessage(&Fixture::reconnect, foreign)},
         {"RegisteringEverythingAgain", kAutoReconnect,
          [](Fixture& on) {
              connectAndConfirm(on);

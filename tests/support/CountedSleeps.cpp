@@ -1,6 +1,5 @@
 #include "tests/support/CountedSleeps.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -10,7 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tests/support/Sanitizers.h"
+#include "tests/support/SystemFunctions.h"
 #include "tests/support/Waiting.h"
 
 namespace com_tesk::test {
@@ -32,6 +31,13 @@ timespec lengthened(timespec time) {
         time.tv_sec += kExtraSeconds;
     }
     return time;
+}
+
+/// Returns the seconds that are left until an absolute time of the clock.
+double secondsUntil(clockid_t clock, const timespec& time) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<double>(time.tv_sec - now.tv_sec) + static_cast<double>(time.tv_nsec - now.tv_nsec) / 1e9;
 }
 
 /// A loop without an end must end the test.
@@ -74,22 +80,7 @@ bool LongPauses::waitForOne() {
     return waitUntil([] { return longSleeps > 0; });
 }
 
-}  // namespace com_tesk::test
-
-namespace {
-
-/// Returns the seconds that are left until an absolute time of the clock.
-double secondsUntil(clockid_t clock, const timespec& time) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<double>(time.tv_sec - now.tv_sec) + static_cast<double>(time.tv_nsec - now.tv_nsec) / 1e9;
-}
-
-}  // namespace
-
-extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t clock, int flags,
-                                                                      const timespec* duration, timespec* left) {
-    using com_tesk::test::counting;
+CSCLIENT_TEST_REPLACES int clock_nanosleep(clockid_t clock, int flags, const timespec* duration, timespec* left) {
     if (counting != nullptr) {
         const bool isAbsolute = (flags & TIMER_ABSTIME) != 0;
         counting->sleep(isAbsolute
@@ -97,29 +88,23 @@ extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t 
                             : static_cast<double>(duration->tv_sec) + static_cast<double>(duration->tv_nsec) / 1e9);
         return 0;
     }
-    using Sleep = int (*)(clockid_t, int, const timespec*, timespec*);
-    static const auto systemSleep = reinterpret_cast<Sleep>(dlsym(RTLD_NEXT, "clock_nanosleep"));
-    const timespec lasting = com_tesk::test::lengthened(*duration);
+    using Sleep = int(clockid_t, int, const timespec*, timespec*);
+    static const auto systemSleep = systemFunction<Sleep>("clock_nanosleep");
+    const timespec lasting = lengthened(*duration);
     return systemSleep(clock, flags, &lasting, left);
 }
 
-extern "C" __attribute__((visibility("default"))) int pthread_cond_timedwait(pthread_cond_t* condition,
-                                                                             pthread_mutex_t* mutex,
-                                                                             const timespec* deadline) {
-    using com_tesk::test::counting;
+CSCLIENT_TEST_REPLACES int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                                  const timespec* deadline) {
     if (counting != nullptr) {
         pthread_mutex_unlock(mutex);
         counting->sleep(secondsUntil(CLOCK_MONOTONIC, *deadline));
         pthread_mutex_lock(mutex);
         return ETIMEDOUT;
     }
-    using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-    // Where there are two versions, a lookup without a version finds the older, which takes another type of condition.
-    // The thread sanitizer's function has no version, and has to see that the mutex is released.
-    static void* const newer =
-        com_tesk::test::kUnderThreadSanitizer ? nullptr : dlvsym(RTLD_NEXT, "pthread_cond_timedwait", "GLIBC_2.3.2");
-    static const auto systemWait =
-        reinterpret_cast<Wait>(newer != nullptr ? newer : dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
-    const timespec lasting = com_tesk::test::lengthened(*deadline);
+    static const auto systemWait = systemTimedWait();
+    const timespec lasting = lengthened(*deadline);
     return systemWait(condition, mutex, &lasting);
 }
+
+}  // namespace com_tesk::test

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "engine/EngineParts.h"
 #include "simulator/SimulatorProtocol.h"
@@ -142,6 +143,19 @@ class OpenEngine : public SimulatorProtocol {
         const auto& ids = PartAccess::outputsById(engineParts().tables);
         return {ids.begin(), ids.end()};
     }
+    /// @}
+
+    /// @name The tables as text, in table order
+    /// They take `parameterMutex`.
+    /// @{
+    /// "A type 1 mode 2 waiting", "B type 2 mode 0 id 7"
+    std::vector<std::string> inputTable() const;
+    /// "A type 1 waiting 00000000", "B type 2 id 7 published 00000005"
+    std::vector<std::string> outputTable() const;
+    /// "7=A 9=B"
+    std::string inputIds() const;
+    /// "7=A 9=B"; "7=gone" when the entry is not in the table of outputs.
+    std::string outputIds() const;
     /// @}
 };
 

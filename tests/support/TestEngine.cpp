@@ -1,27 +1,6 @@
 #include "tests/support/TestEngine.h"
 
-#include <cstdio>
-
 namespace com_tesk::test {
-
-namespace {
-
-std::string hexDigits(std::uint32_t bits) {
-    char digits[9];
-    std::snprintf(digits, sizeof digits, "%08X", static_cast<unsigned int>(bits));
-    return digits;
-}
-
-std::string status(std::uint32_t serverId) {
-    return serverId == 0xFFFFF ? "waiting" : "id " + std::to_string(serverId);
-}
-
-/// The name of an entry must be its key in the table.
-std::string title(std::string_view key, const std::string& name) {
-    return key == name ? name : "KEY " + std::string(key) + " NAME " + name;
-}
-
-}  // namespace
 
 TestEngine::TestEngine(unsigned int id, unsigned int optionFlags) : OpenEngine(id, optionFlags) {
     auto* const transport = new FakeTransport;
@@ -55,51 +34,6 @@ std::vector<std::string> TestEngine::requests() const {
 std::vector<std::string> TestEngine::received() const {
     const std::lock_guard<std::mutex> lock(receivedMutex);
     return receivedBodies;
-}
-
-std::vector<std::string> TestEngine::inputTable() const {
-    const CSLockGuard lock(parameterMutex());
-    std::vector<std::string> lines;
-    for (const auto& [key, entry] : inputsByName()) {
-        lines.push_back(title(key, entry->name) + " type " + std::to_string(entry->type) + " mode " +
-                        std::to_string(entry->subscriptionMode) + " " + status(entry->serverId));
-    }
-    return lines;
-}
-
-std::vector<std::string> TestEngine::outputTable() const {
-    const CSLockGuard lock(parameterMutex());
-    std::vector<std::string> lines;
-    for (const auto& [key, entry] : outputsByName()) {
-        lines.push_back(title(key, entry->name) + " type " + std::to_string(entry->type) + " " +
-                        status(entry->serverId) + (entry->published ? " published " : " ") +
-                        hexDigits(bitsOf(entry->value)));
-    }
-    return lines;
-}
-
-std::string TestEngine::inputIds() const {
-    const CSLockGuard lock(parameterMutex());
-    std::string ids;
-    for (const auto& [id, name] : inputNamesById()) {
-        ids += (ids.empty() ? "" : " ") + std::to_string(id) + "=" + name;
-    }
-    return ids;
-}
-
-std::string TestEngine::outputIds() const {
-    const CSLockGuard lock(parameterMutex());
-    std::string ids;
-    for (const auto& idAndEntry : outputsById()) {
-        std::string_view name = "gone";
-        for (const auto& [key, entry] : outputsByName()) {
-            if (entry == idAndEntry.second) {
-                name = key;
-            }
-        }
-        ids += (ids.empty() ? "" : " ") + std::to_string(idAndEntry.first) + "=" + std::string(name);
-    }
-    return ids;
 }
 
 void TestEngine::handleReceivedMessage(const RawMessage& message) {

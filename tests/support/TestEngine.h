@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "comms/CSLockGuard.h"
 #include "message/RawMessage.h"
 #include "tests/support/FakeTransport.h"
 #include "tests/support/Hex.h"
@@ -50,19 +49,6 @@ class TestEngine : public OpenEngine {
     int publish(const std::vector<CSClient::Parameter>& parameters, PublishMode mode = PUBLISH_DEFAULT) {
         return publishParameters(parameters.data(), static_cast<unsigned int>(parameters.size()), mode);
     }
-
-    /// @name The tables as text, in table order
-    /// They take `parameterMutex`.
-    /// @{
-    /// "A type 1 mode 2 waiting", "B type 2 mode 0 id 7"
-    std::vector<std::string> inputTable() const;
-    /// "A type 1 waiting 00000000", "B type 2 id 7 published 00000005"
-    std::vector<std::string> outputTable() const;
-    /// "7=A 9=B"
-    std::string inputIds() const;
-    /// "7=A 9=B"; "7=gone" when the entry is not in the table of outputs.
-    std::string outputIds() const;
-    /// @}
 
     /// @name Hooks
     /// Set them before another thread uses the engine.

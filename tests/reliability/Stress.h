@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace com_tesk::test {
@@ -22,5 +23,10 @@ struct ResourceUsage {
     /// heap may grow by 64 KiB, and the virtual size by 96 MiB: twelve stacks, because the system keeps some.
     std::string growthSince(const ResourceUsage& before) const;
 };
+
+/// Does `work(0)` to `work(count - 1)`, at most `width` of them at a time: each sleeps more than it works. `work` returns
+/// what went wrong, or nothing. After a few complaints nothing new is begun: failures mostly wait for long.
+/// @return the complaints, one per line; empty when all went well.
+std::string sideBySide(std::size_t count, std::size_t width, const std::function<std::string(std::size_t index)>& work);
 
 }  // namespace com_tesk::test
