@@ -15,9 +15,8 @@
 #include "fuzz/Fuzzing.h"
 #include "host/FrameReader.h"
 #include "host/Requests.h"
-#include "tests/model/StepRunner.h"
-#include "tests/model/EngineUnderTest.h"
 #include "tests/model/Step.h"
+#include "tests/model/StepRunner.h"
 
 namespace host = com_tesk::host;
 using com_tesk::fuzz::Bytes;

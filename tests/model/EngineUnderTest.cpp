@@ -1,15 +1,16 @@
-#include "tests/model/EngineUnderTest.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <deque>
 #include <future>
 #include <iostream>
 #include <thread>
 
+#include "client/CSClient.h"
 #include "tests/model/EventSources.h"
+#include "tests/model/StepRunner.h"
+#include "tests/support/OpenEngine.h"
 #include "tests/support/Parameters.h"
 
 namespace com_tesk::test {
@@ -31,9 +32,17 @@ RawMessage messageOf(RawMessage::Type type, const std::string& body) {
     return message;
 }
 
-}  // namespace
+struct Engine : public OpenEngine {
+    using OpenEngine::OpenEngine;
 
-class EngineUnderTest::Client : public CSClient {
+    /// What `forceCloseConnection` does when the change of another thread takes too long.
+    void closeAfterTheChange() {
+        engineParts().connection.requestClose();
+        engineParts().connection.closeIfRequested();
+    }
+};
+
+class Client : public CSClient {
   public:
     Client(unsigned int id, unsigned int optionFlags) : CSClient(optionFlags), made(new Engine(id, optionFlags)) {
         engine = made;
@@ -44,97 +53,197 @@ class EngineUnderTest::Client : public CSClient {
     Engine* const made;
 };
 
-/// Logs every callback, and performs the steps that wait for it.
-class EngineUnderTest::Recorder : public CSClient::CallbackIface {
+/// Performs steps with the real engine, and logs what happens in the words of the model. The calling thread is application
+/// and worker in one. Another thread performs the steps of a `MEANWHILE`, and the calling thread waits for it, so that
+/// the order is always the same. Standard output and error are caught.
+class EngineUnderTest : public StepRunner {
   public:
-    Recorder(EngineUnderTest& calledOwner, std::uint32_t ownNumber) : owner(calledOwner), number(ownNumber) {}
-
-    void connectionStateChanged(CSClient::State oldState, CSClient::State newState) override {
-        if (!owner.engine->holdsConnectionMutex() || owner.engine->holdsOtherLock()) {
-            owner.log.emplace_back("not only the connection's lock is held");
+    EngineUnderTest(std::uint32_t simulatorId, std::uint32_t options) : client(simulatorId, options) {
+        transport->onWrite = [this] { happen(Step::WRITING, 0); };
+        // The close after a failed write would wait for the change of a thread that waits for this one.
+        transport->mayFail = [this] { return !doOthersHoldChange(); };
+        engine->changeCommsInterface(transport);
+        recorders.reserve(Step::kInterfaces);
+        for (std::uint32_t i = 0; i < Step::kInterfaces; ++i) {
+            recorders.emplace_back(*this, i);
         }
-        owner.callBack(number, Step::STATE_CHANGED,
-                       "state " + std::to_string(oldState) + "->" + std::to_string(newState));
     }
 
-    void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
-        std::string what = "updated";
-        for (const CSClient::Parameter& parameter : parameters) {
-            appendItem(what += ' ', parameter.name, {parameter.type, bitsOf(parameter.value), parameter.reserved});
-        }
-        callBack(Step::INPUTS_UPDATED, what);
+    /// Applies the steps on this thread. Its sleeps take no time.
+    void applyAll(const std::vector<Step>& steps) override {
+        const auto sleep = [this] {
+            log.emplace_back("sleep");
+            happen(Step::SLEEPING, 0);
+        };
+        runWithoutSleeping(
+            sleep, [this] { log.emplace_back("polls for a lock"); }, [this, &steps] { StepRunner::applyAll(steps); });
     }
 
-    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
-        std::string what = "outputs confirmed";
-        for (const CSClient::OutputDef& output : outputs) {
-            appendItem(what += ' ', output.name, {output.type});
+    std::string answers(const std::vector<std::string>& names) const override {
+        std::string text;
+        appendItem(text, "\ncounts",
+                   {engine->getNumberOfInputParameters(false), engine->getNumberOfInputParameters(true),
+                    static_cast<std::uint32_t>(engine->getNumberOfInputParametersWaitingForConfirmation())});
+        appendItem(text, "\ncounts",
+                   {engine->getNumberOfOutputParameters(false), engine->getNumberOfOutputParameters(true),
+                    static_cast<std::uint32_t>(engine->getNumberOfOutputParametersWaitingForConfirmation())});
+        appendItem(text, "\nhost " + engine->getServerVersion(),
+                   {engine->getProtocolVersion(), engine->getSimulatorId(), engine->getState(), engine->getServerPort(),
+                    static_cast<std::uint32_t>(engine->getNumCallbackInterfaces())});
+        text += '\n' + engine->getServerIPAddress();
+        for (const std::string& name : names) {
+            appendItem(text, "\nhas ", {engine->hasInputParameter(name, false), engine->hasInputParameter(name, true)});
+            appendItem(text, "\nhas ",
+                       {engine->hasOutputParameter(name, false), engine->hasOutputParameter(name, true)});
+            for (std::uint32_t type = 0; type <= 3; ++type) {
+                CSClient::Parameter found = parameter("old", type, 5);
+                found.reserved = 99;
+                const bool isFound = engine->findPublishedParameter(name, found);
+                appendItem(text, found.name, {isFound, found.type, bitsOf(found.value), found.reserved});
+            }
         }
-        callBack(Step::OUTPUTS_CONFIRMED, what);
+        return text;
     }
 
-    void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
-        std::string what = "inputs confirmed";
-        for (const CSClient::InputDef& input : inputs) {
-            appendItem(what += ' ', input.name, {input.type, input.subscriptionMode});
+    std::string tables() const override {
+        std::string text;
+        for (const auto& [name, entry] : engine->inputsByName()) {
+            appendItem(text += "\ninput ", entry->name, {entry->type, entry->subscriptionMode, entry->serverId});
         }
-        callBack(Step::INPUTS_CONFIRMED, what);
+        for (const auto& [id, name] : engine->inputNamesById()) {
+            appendItem(text += "\ninput id ", name, {id});
+        }
+        for (const auto& [name, entry] : engine->outputsByName()) {
+            appendItem(text += "\noutput ", entry->name,
+                       {entry->type, entry->serverId, entry->published, bitsOf(entry->value)});
+        }
+        for (const auto& idAndEntry : engine->outputsById()) {
+            appendItem(text, "\noutput id", {idAndEntry.first});
+        }
+        std::vector<CSClient::Parameter> published(1);
+        engine->getAllPublishedParameters(published);
+        for (std::size_t i = 1; i < published.size(); ++i) {  // Appended to the one before.
+            appendItem(text += "\npublished ", published[i].name,
+                       {published[i].type, bitsOf(published[i].value), published[i].reserved});
+        }
+        return text;
     }
+
+    bool holdsAnyLock() const override { return engine->holdsAnyLock(); }
+
+  protected:
+    std::optional<std::uint32_t> perform(const Step& step) override;
+
+    void performOnAnotherThread(const std::vector<Step>& steps) override {
+        // Only ends a test that has failed already: the two threads wait for each other.
+        constexpr std::chrono::seconds kBound{60};
+        std::promise<void> over;
+        std::thread another([this, &steps, &over] {
+            applyAll(steps);
+            over.set_value();
+        });
+        if (over.get_future().wait_for(kBound) != std::future_status::ready) {
+            std::fprintf(stderr, "another thread is blocked in: %s ...\n", textOf(steps.front()).c_str());
+            std::_Exit(EXIT_FAILURE);
+        }
+        another.join();
+    }
+
+    bool holdsTables() const override { return engine->holdsParameterMutex(); }
+    bool holdsChange() const override { return engine->holdsConnectionMutex(); }
 
   private:
-    void callBack(Step::Event event, const std::string& what) {
-        if (owner.engine->holdsAnyLock()) {
-            owner.log.emplace_back("a lock is held");
+    /// Logs every callback, and performs the steps that wait for it.
+    class Recorder : public CSClient::CallbackIface {
+      public:
+        Recorder(EngineUnderTest& calledOwner, std::uint32_t ownNumber) : owner(calledOwner), number(ownNumber) {}
+
+        void connectionStateChanged(CSClient::State oldState, CSClient::State newState) override {
+            if (!owner.engine->holdsConnectionMutex() || owner.engine->holdsOtherLock()) {
+                owner.log.emplace_back("not only the connection's lock is held");
+            }
+            owner.callBack(number, Step::STATE_CHANGED,
+                           "state " + std::to_string(oldState) + "->" + std::to_string(newState));
         }
-        owner.callBack(number, event, what);
-    }
 
-    EngineUnderTest& owner;
-    const std::uint32_t number;
-};
+        void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
+            std::string what = "updated";
+            for (const CSClient::Parameter& parameter : parameters) {
+                appendItem(what += ' ', parameter.name, {parameter.type, bitsOf(parameter.value), parameter.reserved});
+            }
+            callBack(Step::INPUTS_UPDATED, what);
+        }
 
-EngineUnderTest::EngineUnderTest(std::uint32_t simulatorId, std::uint32_t options)
-    : client(std::make_unique<Client>(simulatorId, options)),
-      engine(client->made),
-      transport(new LoggingTransport(log)),
-      outLog(std::make_unique<LineLog>(std::cout, "out", log)),
-      errLog(std::make_unique<LineLog>(std::cerr, "err", log)) {
-    transport->onWrite = [this] { happen(Step::WRITING, 0); };
-    // The close after a failed write would wait for the change of a thread that waits for this one.
-    transport->mayFail = [this] { return !doOthersHoldChange(); };
-    engine->changeCommsInterface(transport);
-    recorders.reserve(Step::kInterfaces);
-    for (std::uint32_t i = 0; i < Step::kInterfaces; ++i) {
-        recorders.emplace_back(*this, i);
-    }
-}
+        void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
+            std::string what = "outputs confirmed";
+            for (const CSClient::OutputDef& output : outputs) {
+                appendItem(what += ' ', output.name, {output.type});
+            }
+            callBack(Step::OUTPUTS_CONFIRMED, what);
+        }
 
-EngineUnderTest::~EngineUnderTest() = default;
+        void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
+            std::string what = "inputs confirmed";
+            for (const CSClient::InputDef& input : inputs) {
+                appendItem(what += ' ', input.name, {input.type, input.subscriptionMode});
+            }
+            callBack(Step::INPUTS_CONFIRMED, what);
+        }
 
-void EngineUnderTest::applyAll(const std::vector<Step>& steps) {
-    const auto sleep = [this] {
-        log.emplace_back("sleep");
-        happen(Step::SLEEPING, 0);
+      private:
+        void callBack(Step::Event event, const std::string& what) {
+            if (owner.engine->holdsAnyLock()) {
+                owner.log.emplace_back("a lock is held");
+            }
+            owner.callBack(number, event, what);
+        }
+
+        EngineUnderTest& owner;
+        const std::uint32_t number;
     };
-    runWithoutSleeping(
-        sleep, [this] { log.emplace_back("polls for a lock"); },
-        [this, &steps] { std::for_each(steps.begin(), steps.end(), [this](const Step& step) { apply(step); }); });
-}
 
-void EngineUnderTest::performOnAnotherThread(const std::vector<Step>& steps) {
-    // Only ends a test that has failed already: the two threads wait for each other.
-    constexpr std::chrono::seconds kBound{60};
-    std::promise<void> over;
-    std::thread another([this, &steps, &over] {
-        applyAll(steps);
-        over.set_value();
-    });
-    if (over.get_future().wait_for(kBound) != std::future_status::ready) {
-        std::fprintf(stderr, "another thread is blocked in: %s ...\n", textOf(steps.front()).c_str());
-        std::_Exit(EXIT_FAILURE);
+    bool isConnected() const {
+        return engine->getState() == CSClient::STATE_CONNECTED || engine->getState() == CSClient::STATE_READY;
     }
-    another.join();
-}
+
+    void receive(const std::string& body) {
+        if (!isConnected() || body.empty()) {
+            return;
+        }
+        const auto size = static_cast<unsigned int>(body.size());
+        transport->reads = {{32, frameHeader(size + 32)}, {static_cast<int>(size), body}};
+        engine->runOnce();
+        if (!transport->reads.empty()) {
+            log.emplace_back("read too little");
+            transport->reads.clear();
+        }
+    }
+
+    void lose(std::uint32_t loss) {
+        using Reads = std::deque<LoggingTransport::Read>;
+        // By `Step::Loss`.
+        const Reads reads[] = {
+            {{0, ""}},
+            {{-1, "", ECONNRESET}},
+            {{10, frameHeader(40).substr(0, 10)}},
+            {{32, frameHeader(40, 31)}},
+            {{32, frameHeader(32)}},
+            {{32, frameHeader(40)}, {0, ""}},
+            {{32, frameHeader(40)}, {-1, "", ECONNRESET}},
+        };
+        if (isConnected()) {
+            transport->reads = reads[loss];
+            engine->runOnce();
+        }
+    }
+
+    Client client;
+    Engine* const engine = client.made;
+    LoggingTransport* const transport = new LoggingTransport(log);  ///< Owned by the engine.
+    std::vector<Recorder> recorders;  ///< The engine calls them in the order of their addresses.
+    const LineLog outLog{std::cout, "out", log};
+    const LineLog errLog{std::cerr, "err", log};
+};
 
 std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
     const std::uint32_t number = step.numbers[0];
@@ -224,7 +333,7 @@ std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
         case Step::REMOVE:
             return engine->removeCallbackInterface(callbacks);
         case Step::WAIT:
-            return client->waitForConnectionState(static_cast<CSClient::State>(number), step.numbers[1]) ? 1 : 0;
+            return client.waitForConnectionState(static_cast<CSClient::State>(number), step.numbers[1]) ? 1 : 0;
         case Step::QUERY:
         case Step::DURING:
         case Step::MEANWHILE:
@@ -233,89 +342,10 @@ std::optional<std::uint32_t> EngineUnderTest::perform(const Step& step) {
     return std::nullopt;
 }
 
-bool EngineUnderTest::isConnected() const {
-    return engine->getState() == CSClient::STATE_CONNECTED || engine->getState() == CSClient::STATE_READY;
-}
+}  // namespace
 
-void EngineUnderTest::receive(const std::string& body) {
-    if (!isConnected() || body.empty()) {
-        return;
-    }
-    const auto size = static_cast<unsigned int>(body.size());
-    transport->reads = {{32, frameHeader(size + 32)}, {static_cast<int>(size), body}};
-    engine->runOnce();
-    if (!transport->reads.empty()) {
-        log.emplace_back("read too little");
-        transport->reads.clear();
-    }
-}
-
-void EngineUnderTest::lose(std::uint32_t loss) {
-    using Reads = std::deque<LoggingTransport::Read>;
-    // By `Step::Loss`.
-    const Reads reads[] = {
-        {{0, ""}},
-        {{-1, "", ECONNRESET}},
-        {{10, frameHeader(40).substr(0, 10)}},
-        {{32, frameHeader(40, 31)}},
-        {{32, frameHeader(32)}},
-        {{32, frameHeader(40)}, {0, ""}},
-        {{32, frameHeader(40)}, {-1, "", ECONNRESET}},
-    };
-    if (isConnected()) {
-        transport->reads = reads[loss];
-        engine->runOnce();
-    }
-}
-
-std::string EngineUnderTest::answers(const std::vector<std::string>& names) const {
-    std::string text;
-    appendItem(text, "\ncounts",
-               {engine->getNumberOfInputParameters(false), engine->getNumberOfInputParameters(true),
-                static_cast<std::uint32_t>(engine->getNumberOfInputParametersWaitingForConfirmation())});
-    appendItem(text, "\ncounts",
-               {engine->getNumberOfOutputParameters(false), engine->getNumberOfOutputParameters(true),
-                static_cast<std::uint32_t>(engine->getNumberOfOutputParametersWaitingForConfirmation())});
-    appendItem(text, "\nhost " + engine->getServerVersion(),
-               {engine->getProtocolVersion(), engine->getSimulatorId(), engine->getState(), engine->getServerPort(),
-                static_cast<std::uint32_t>(engine->getNumCallbackInterfaces())});
-    text += '\n' + engine->getServerIPAddress();
-    for (const std::string& name : names) {
-        appendItem(text, "\nhas ", {engine->hasInputParameter(name, false), engine->hasInputParameter(name, true)});
-        appendItem(text, "\nhas ", {engine->hasOutputParameter(name, false), engine->hasOutputParameter(name, true)});
-        for (std::uint32_t type = 0; type <= 3; ++type) {
-            CSClient::Parameter found = parameter("old", type, 5);
-            found.reserved = 99;
-            const bool isFound = engine->findPublishedParameter(name, found);
-            appendItem(text, found.name, {isFound, found.type, bitsOf(found.value), found.reserved});
-        }
-    }
-    return text;
-}
-
-std::string EngineUnderTest::tables() const {
-    std::string text;
-    for (const auto& nameAndEntry : engine->inputsByName()) {
-        const CSClientProtocol::InputParameterEntry& entry = *nameAndEntry.second;
-        appendItem(text += "\ninput ", entry.name, {entry.type, entry.subscriptionMode, entry.serverId});
-    }
-    for (const auto& [id, name] : engine->inputNamesById()) {
-        appendItem(text += "\ninput id ", name, {id});
-    }
-    for (const auto& nameAndEntry : engine->outputsByName()) {
-        const CSClientProtocol::OutputParameterEntry& entry = *nameAndEntry.second;
-        appendItem(text += "\noutput ", entry.name, {entry.type, entry.serverId, entry.published, bitsOf(entry.value)});
-    }
-    for (const auto& idAndEntry : engine->outputsById()) {
-        appendItem(text, "\noutput id", {idAndEntry.first});
-    }
-    std::vector<CSClient::Parameter> published(1);
-    engine->getAllPublishedParameters(published);
-    for (std::size_t i = 1; i < published.size(); ++i) {  // Appended to the one before.
-        appendItem(text += "\npublished ", published[i].name,
-                   {published[i].type, bitsOf(published[i].value), published[i].reserved});
-    }
-    return text;
+std::unique_ptr<StepRunner> newEngineUnderTest(std::uint32_t simulatorId, std::uint32_t options) {
+    return std::make_unique<EngineUnderTest>(simulatorId, options);
 }
 
 }  // namespace com_tesk::test

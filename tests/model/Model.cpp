@@ -192,9 +192,7 @@ std::optional<std::uint32_t> Model::perform(const Step& step) {
 void Model::performOnAnotherThread(const std::vector<Step>& steps) {
     const bool announcedEnd = std::exchange(othersAnnounceEnd, othersAnnounceEnd || own.announcesEnd);
     const ThreadState ours = std::exchange(own, {});
-    for (const Step& step : steps) {
-        apply(step);
-    }
+    applyAll(steps);
     own = ours;
     othersAnnounceEnd = announcedEnd;
 }

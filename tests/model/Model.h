@@ -46,6 +46,7 @@ class Model : public StepRunner {
     void performOnAnotherThread(const std::vector<Step>& steps) override;
     bool holdsTables() const override { return own.tableChanges > 0; }
     bool holdsChange() const override { return own.stateChanges > 0; }
+    bool holdsAnyLock() const override { return holdsTables() || holdsChange(); }
 
   private:
     using Names = std::vector<std::string>;

@@ -1,6 +1,6 @@
 #include <ctime>
 
-#include "tests/model/EngineUnderTest.h"
+#include "tests/model/StepRunner.h"
 #include "tests/support/CountedSleeps.h"
 #include "tests/support/SystemFunctions.h"
 

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <set>
 
-#include "tests/model/EngineUnderTest.h"
 #include "tests/model/Model.h"
 
 namespace com_tesk::test {
@@ -74,9 +73,7 @@ void StepRunner::happen(Step::Event event, std::uint32_t number) {
     const Step next = std::move(waiting->front());
     waiting->pop_front();
     if (next.kind == Step::DURING) {
-        for (const Step& step : next.inside) {
-            apply(step);
-        }
+        StepRunner::applyAll(next.inside);
         return;
     }
     const bool heldTables = std::exchange(othersHoldTables, othersHoldTables || holdsTables());
@@ -94,15 +91,15 @@ std::optional<Difference> firstDifference(const StepSequence& sequence,
     }
     const std::vector<std::string> names(named.begin(), named.end());
     Model model(sequence.simulatorId, sequence.options);
-    EngineUnderTest engine(sequence.simulatorId, sequence.options);
+    const std::unique_ptr<StepRunner> engine = newEngineUnderTest(sequence.simulatorId, sequence.options);
     for (std::size_t i = 0; i < sequence.steps.size(); ++i) {
         const Step& step = sequence.steps[i];
         model.apply(step);
-        engine.applyAll({step});
+        engine->applyAll({step});
         if (step.isNested()) {
             continue;  // It only waits for its event.
         }
-        if (engine.holdsAnyLock()) {
+        if (engine->holdsAnyLock()) {
             // The test could not even end, and standard error is caught.
             std::fprintf(stderr, "a lock was left held by: %s\n", textOf(step).c_str());
             std::_Exit(EXIT_FAILURE);
@@ -110,17 +107,17 @@ std::optional<Difference> firstDifference(const StepSequence& sequence,
         const bool isForAll = i % kAllNamesEvery == 0 || i + 1 == sequence.steps.size();
         std::vector<std::string> asked = isForAll ? names : std::vector<std::string>();
         asked.push_back(names[i % names.size()]);
-        std::string what = engine.log == model.log ? "" : difference(listed(engine.log), listed(model.log));
-        what += difference(engine.tables(), model.tables()) + difference(engine.answers(asked), model.answers(asked));
+        std::string what = engine->log == model.log ? "" : difference(listed(engine->log), listed(model.log));
+        what += difference(engine->tables(), model.tables()) + difference(engine->answers(asked), model.answers(asked));
         if (!what.empty()) {
             return Difference{i, what};
         }
-        for (const std::string& event : engine.log) {
+        for (const std::string& event : engine->log) {
             if (isFrame(event)) {
                 onFrame(event.substr(kSent.size()));
             }
         }
-        engine.log.clear();
+        engine->log.clear();
         model.log.clear();
     }
     return std::nullopt;

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,11 +29,15 @@ class StepRunner {
     virtual ~StepRunner() = default;
 
     void apply(const Step& step);
+    virtual void applyAll(const std::vector<Step>& steps) {
+        std::for_each(steps.begin(), steps.end(), [this](const Step& step) { apply(step); });
+    }
 
     /// The answers of queries: about all parameters, and about each of these names.
     virtual std::string answers(const std::vector<std::string>& names) const = 0;
     /// The tables and the published values.
     virtual std::string tables() const = 0;
+    virtual bool holdsAnyLock() const = 0;
 
     EventLog log;
 
@@ -58,6 +64,14 @@ class StepRunner {
     bool othersHoldTables = false;
     bool othersHoldChange = false;
 };
+
+/// Returns a runner that performs steps with the real engine.
+std::unique_ptr<StepRunner> newEngineUnderTest(std::uint32_t simulatorId, std::uint32_t options);
+
+/// Runs `steps`. Meanwhile, the sleeps of this thread take no time: each calls `onSleep`. Each poll for a lock that
+/// another thread holds calls `onPoll`.
+void runWithoutSleeping(const std::function<void()>& onSleep, const std::function<void()>& onPoll,
+                        const std::function<void()>& steps);
 
 /// Where the engine and the model first differ.
 struct Difference {
