@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <iostream>
 #include <mutex>
 #include <streambuf>
 #include <string>
@@ -12,10 +13,13 @@ namespace com_tesk::test {
 /// thread that prints, and destroy it after the last one. Any thread may read the text.
 class CapturedStreams {
   public:
-    CapturedStreams();
+    CapturedStreams() : previousOut(std::cout.rdbuf(&outBuffer)), previousErr(std::cerr.rdbuf(&errBuffer)) {}
     CapturedStreams(const CapturedStreams&) = delete;
     CapturedStreams& operator=(const CapturedStreams&) = delete;
-    ~CapturedStreams();
+    ~CapturedStreams() {
+        std::cout.rdbuf(previousOut);
+        std::cerr.rdbuf(previousErr);
+    }
 
     std::string out() const { return outBuffer.text(); }
     std::string err() const { return errBuffer.text(); }
@@ -36,13 +40,34 @@ class CapturedStreams {
   private:
     class Buffer : public std::streambuf {
       public:
-        std::string text() const;
-        int insertions() const;
-        bool waitFor(const std::string& part, std::chrono::milliseconds bound) const;
+        std::string text() const {
+            const std::lock_guard<std::mutex> lock(mutex);
+            return captured;
+        }
+        int insertions() const {
+            const std::lock_guard<std::mutex> lock(mutex);
+            return insertionCount;
+        }
+        bool waitFor(const std::string& part, std::chrono::milliseconds bound) const {
+            std::unique_lock<std::mutex> lock(mutex);
+            return changed.wait_for(lock, bound, [this, &part] { return captured.find(part) != std::string::npos; });
+        }
 
       protected:
-        int_type overflow(int_type character) override;
-        std::streamsize xsputn(const char* characters, std::streamsize count) override;
+        int_type overflow(int_type character) override {
+            if (!traits_type::eq_int_type(character, traits_type::eof())) {
+                const char single = traits_type::to_char_type(character);
+                xsputn(&single, 1);
+            }
+            return traits_type::not_eof(character);
+        }
+        std::streamsize xsputn(const char* characters, std::streamsize count) override {
+            const std::lock_guard<std::mutex> lock(mutex);
+            captured.append(characters, static_cast<std::size_t>(count));
+            ++insertionCount;
+            changed.notify_all();
+            return count;
+        }
 
       private:
         mutable std::mutex mutex;

@@ -78,39 +78,21 @@ class FakeTransport : public CSCommsInterfaceTCP {
         Options options;
         std::chrono::steady_clock::time_point time;
     };
-    std::vector<Opening> openings() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return opened;
-    }
+    std::vector<Opening> openings() const { return locked(opened); }
 
     /// Returns the hex text of each frame written.
-    std::vector<std::string> written() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return frames;
-    }
+    std::vector<std::string> written() const { return locked(frames); }
 
     /// Returns the message type of each frame written.
-    std::vector<RawMessage::Type> writtenTypes() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return types;
-    }
+    std::vector<RawMessage::Type> writtenTypes() const { return locked(types); }
 
     /// Returns the argument of each `setInterrupted`.
-    std::vector<bool> interruptions() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return interrupted;
-    }
+    std::vector<bool> interruptions() const { return locked(interrupted); }
 
-    int closeCount() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return closes;
-    }
+    int closeCount() const { return locked(closes); }
 
     /// Returns the requested count of each read.
-    std::vector<unsigned int> readCounts() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return counts;
-    }
+    std::vector<unsigned int> readCounts() const { return locked(counts); }
 
     bool openConnection(unsigned int address, unsigned int port) override {
         {
@@ -180,6 +162,12 @@ class FakeTransport : public CSCommsInterfaceTCP {
     }
 
   private:
+    template <typename Value>
+    Value locked(const Value& value) const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return value;
+    }
+
     const std::unique_ptr<Carrier> carrier = newCarrier();
     mutable std::mutex mutex;
     std::condition_variable arrived;

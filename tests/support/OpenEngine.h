@@ -2,13 +2,16 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "comms/CSLockGuard.h"
 #include "engine/EngineParts.h"
 #include "simulator/SimulatorProtocol.h"
+#include "tests/support/Parameters.h"
 
 namespace com_tesk {
 
@@ -149,14 +152,60 @@ class OpenEngine : public SimulatorProtocol {
     /// They take `parameterMutex`.
     /// @{
     /// "A type 1 mode 2 waiting", "B type 2 mode 0 id 7"
-    std::vector<std::string> inputTable() const;
+    std::vector<std::string> inputTable() const {
+        const CSLockGuard lock(parameterMutex());
+        std::vector<std::string> lines;
+        for (const auto& [key, entry] : inputsByName()) {
+            lines.push_back(title(key, *entry) + " mode " + std::to_string(entry->subscriptionMode) + status(*entry));
+        }
+        return lines;
+    }
     /// "A type 1 waiting 00000000", "B type 2 id 7 published 00000005"
-    std::vector<std::string> outputTable() const;
+    std::vector<std::string> outputTable() const {
+        const CSLockGuard lock(parameterMutex());
+        std::vector<std::string> lines;
+        for (const auto& [key, entry] : outputsByName()) {
+            char bits[9];
+            std::snprintf(bits, sizeof bits, "%08X", static_cast<unsigned int>(bitsOf(entry->value)));
+            lines.push_back(title(key, *entry) + status(*entry) + (entry->published ? " published " : " ") + bits);
+        }
+        return lines;
+    }
     /// "7=A 9=B"
-    std::string inputIds() const;
+    std::string inputIds() const {
+        const CSLockGuard lock(parameterMutex());
+        std::string ids;
+        for (const auto& [id, name] : inputNamesById()) {
+            ids += (ids.empty() ? "" : " ") + std::to_string(id) + "=" + name;
+        }
+        return ids;
+    }
     /// "7=A 9=B"; "7=gone" when the entry is not in the table of outputs.
-    std::string outputIds() const;
+    std::string outputIds() const {
+        const CSLockGuard lock(parameterMutex());
+        std::string ids;
+        for (const auto& idAndEntry : outputsById()) {
+            std::string name = "gone";
+            for (const auto& [key, entry] : outputsByName()) {
+                name = entry == idAndEntry.second ? std::string(key) : name;
+            }
+            ids += (ids.empty() ? "" : " ") + std::to_string(idAndEntry.first) + "=" + name;
+        }
+        return ids;
+    }
     /// @}
+
+  private:
+    /// The name of an entry must be its key in the table.
+    template <typename Entry>
+    static std::string title(std::string_view key, const Entry& entry) {
+        return (key == entry.name ? entry.name : "KEY " + std::string(key) + " NAME " + entry.name) + " type " +
+               std::to_string(entry.type);
+    }
+    template <typename Entry>
+    static std::string status(const Entry& entry) {
+        return entry.serverId == 0xFFFFF ? " waiting" : " id " + std::to_string(entry.serverId);
+    }
 };
 
 }  // namespace com_tesk::test

@@ -43,19 +43,11 @@ class RecordingCallbacks : public CSClient::CallbackIface {
     }
 
     void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
-        std::string line = "outputs confirmed";
-        for (const CSClient::OutputDef& output : outputs) {
-            line += ' ' + output.name;
-        }
-        record(line);
+        recordNames("outputs confirmed", outputs);
     }
 
     void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
-        std::string line = "inputs confirmed";
-        for (const CSClient::InputDef& input : inputs) {
-            line += ' ' + input.name;
-        }
-        record(line);
+        recordNames("inputs confirmed", inputs);
     }
 
     /// Called after a line was recorded, on the callback's thread, with no lock of this object held.
@@ -97,6 +89,14 @@ class RecordingCallbacks : public CSClient::CallbackIface {
     }
 
   private:
+    template <typename Definition>
+    void recordNames(std::string line, const std::vector<Definition>& definitions) {
+        for (const Definition& definition : definitions) {
+            line += ' ' + definition.name;
+        }
+        record(line);
+    }
+
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
     std::vector<std::string> recorded;
