@@ -8,8 +8,8 @@
 #include <string>
 #include <tuple>
 
-#include "tests/reliability/Allocations.h"
 #include "tests/reliability/MemoryFixture.h"
+#include "tests/support/Allocations.h"
 
 namespace com_tesk::test {
 

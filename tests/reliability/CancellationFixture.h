@@ -21,7 +21,6 @@
 #include "tests/support/ClientOf.h"
 #include "tests/support/Hex.h"
 #include "tests/support/OpenEngine.h"
-#include "tests/support/ScriptedHost.h"
 
 namespace com_tesk::test {
 
@@ -251,22 +250,6 @@ class CancellationFixture {
     int probes = 0;
     std::atomic<int> lastProbe{0};  ///< the last value received under a name that begins with "PROBE"
     LoopbackHost host;
-};
-
-/// A transport that is connected to a peer.
-struct TransportPair {
-    explicit TransportPair(CSCommsInterfaceTCP* newTransport) : transport(newTransport) {}
-
-    void connect() {
-        ASSERT_TRUE(transport->openConnection(ScriptedHost::address(), host.port()));
-        peer = host.accept();
-        ASSERT_TRUE(peer);
-    }
-
-    ScriptedHost host;
-    std::unique_ptr<CSCommsInterfaceTCP> transport;
-    std::unique_ptr<ScriptedHost::Peer> peer;
-    RawMessage received{RawMessage::DATA};
 };
 
 inline RawMessage messageOf(const Bytes& bytes) {

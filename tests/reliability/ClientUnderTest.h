@@ -207,6 +207,12 @@ inline void callQueries(CSClient& client) {
     }
 }
 
+/// Expects that closing at least begins.
+inline void expectToClose(CSClient& client) {
+    const CSClient::State state = client.close();
+    EXPECT_TRUE(state == CSClient::STATE_DISCONNECTED || state == CSClient::STATE_DISCONNECTING) << state;
+}
+
 /// A client whose callbacks are recorded, before its first connection.
 class ClientUnderTest {
   public:
@@ -251,7 +257,6 @@ class ClientUnderTest {
                   kAtOnce);
     }
     void expectAllQueriesAtOnce() const {
-        expectQueriesAtOnce();
         EXPECT_LT(secondsOf([this] { callQueries(*client); }), kAtOnce);
     }
 

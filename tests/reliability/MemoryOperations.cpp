@@ -58,6 +58,20 @@ void addInterfaces(Fixture& on) {
     on.engine.addCallbackInterface(&on.callbacks[1]);
 }
 
+void stayOpen(Fixture& on) {
+    on.transport->staysOpen = true;
+    addInterface(on);
+}
+
+bool open(Fixture& on) {
+    return on.engine.openConnection(1, 1, nullptr) == 0 && on.waitFor(CSClient::STATE_READY);
+}
+
+bool close(Fixture& on) {
+    on.engine.forceCloseConnection();
+    return on.waitFor(CSClient::STATE_DISCONNECTED);
+}
+
 /// Makes a message whose next byte needs memory.
 void fillMessage(Fixture& on) {
     on.message.clear();
@@ -157,30 +171,14 @@ std::vector<MemoryOperation> otherOperations() {
          [](Fixture& on) { return on.engine.sendMessage(on.message) == 0; }},
         withoutMemory("SendingWithoutAConnection", kAutoReconnect, fillMessage,
                       [](Fixture& on) { return on.engine.sendMessage(on.message) == 1; }),
-        withoutMemory(
-            "Opening", 0,
-            [](Fixture& on) {
-                on.transport->staysOpen = true;
-                addInterface(on);
-            },
-            [](Fixture& on) {
-                return on.engine.openConnection(1, 1, nullptr) == 0 && on.waitFor(CSClient::STATE_READY);
-            },
-            [](Fixture& on) {
-                on.engine.forceCloseConnection();
-                on.waitFor(CSClient::STATE_DISCONNECTED);
-            }),
+        withoutMemory("Opening", 0, stayOpen, open, close),
         withoutMemory(
             "Closing", 0,
             [](Fixture& on) {
-                on.transport->staysOpen = true;
-                on.engine.openConnection(1, 1, nullptr);
-                on.waitFor(CSClient::STATE_READY);
+                stayOpen(on);
+                open(on);
             },
-            [](Fixture& on) {
-                on.engine.forceCloseConnection();
-                return on.waitFor(CSClient::STATE_DISCONNECTED);
-            }),
+            close),
         {"UnregisteringByDefinition", 0, makeClient,
          [](Fixture& on) { return on.client->unregisterOutputParameters(on.outputs.data(), 3) == 0; }},
         {"UnregisteringByName", 0, makeClient,

@@ -17,8 +17,9 @@ namespace {
 
 class MisbehavingHost : public testing::TestWithParam<TransportKind> {
   protected:
-    /// What goes wrong when the host sends so many bytes of a version response and then nothing. Empty: nothing.
-    static std::string stallAfter(std::size_t bytes) {
+    /// The host sends so many bytes of a version response and then nothing.
+    static void stallAfter(std::size_t bytes) {
+        SCOPED_TRACE(std::to_string(bytes) + " bytes");
         const host::Bytes reply = host::encodeVersionReply(7, "stalling host", 1);
         std::atomic<bool> isStalled{false};
         ConnectionHost host([&](HostConnection& connection, int /*number*/) {
@@ -26,43 +27,32 @@ class MisbehavingHost : public testing::TestWithParam<TransportKind> {
             isStalled = true;
             connection.hold();
         });
-        ClientUnderTest client(GetParam());
-        if (client.open(host.port()) != 0 || !waitUntil([&isStalled] { return isStalled.load(); }) ||
-            !client.callbacks.waitFor("state 2->4")) {
-            return "did not begin";
-        }
+        const ClientUnderTest client(GetParam());
+        ASSERT_EQ(client.open(host.port()), 0);
+        ASSERT_TRUE(waitUntil([&isStalled] { return isStalled.load(); }));
+        ASSERT_TRUE(client.callbacks.waitFor("state 2->4"));
         // The standard transport takes a part of a header for an error. The end of the connection empties the tables, so
         // it must not come between registering and publishing.
-        if (!GetParam().isBuffered && bytes < 32 && !client.waitForState(CSClient::STATE_DISCONNECTED)) {
-            return "does not end";
-        }
+        ASSERT_TRUE(GetParam().isBuffered || bytes >= 32 || client.waitForState(CSClient::STATE_DISCONNECTED));
         client.expectAllQueriesAtOnce();
         client.expectPublishingAtOnce();
         const CSClient::State state = client.close();
-        if (state != CSClient::STATE_DISCONNECTED &&
-            (state != CSClient::STATE_DISCONNECTING || GetParam().isBuffered)) {
-            return "close returned " + std::to_string(state);
-        }
+        EXPECT_TRUE(state == CSClient::STATE_DISCONNECTED ||
+                    (state == CSClient::STATE_DISCONNECTING && !GetParam().isBuffered))
+            << state;
         client.expectAllQueriesAtOnce();
         // The worker of a standard client may wait for the rest of the frame until the host closes the connection.
         host.stop();
-        if (!client.waitForState(CSClient::STATE_DISCONNECTED)) {
-            return "never ends";
-        }
-        const std::string states = client.callbacks.states();
-        return client.isEmpty() && states == kStatesOfOneConnection ? "" : "states " + states;
+        ASSERT_TRUE(client.waitForState(CSClient::STATE_DISCONNECTED));
+        EXPECT_EQ(client.callbacks.states(), kStatesOfOneConnection);
+        EXPECT_TRUE(client.isEmpty());
     }
 };
 
 TEST_P(MisbehavingHost, StallingInAFrameDelaysOnlyTheEndOfTheConnection) {
     // Within each word of the header, at its end, and within each part of the body of a version response.
     const std::size_t stalls[] = {1, 3, 4, 7, 8, 11, 12, 15, 16, 31, 32, 33, 43, 44, 48, 100, 180, 183};
-    EXPECT_EQ(sideBySide(std::size(stalls), std::size(stalls),
-                         [&](std::size_t index) {
-                             const std::string complaint = stallAfter(stalls[index]);
-                             return complaint.empty() ? "" : std::to_string(stalls[index]) + " bytes: " + complaint;
-                         }),
-              "");
+    sideBySide(std::size(stalls), std::size(stalls), [&](std::size_t index) { stallAfter(stalls[index]); });
 }
 
 TEST_P(MisbehavingHost, SendingUpdatesFasterThanCallbacksRunFillsNoMemory) {

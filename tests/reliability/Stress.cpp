@@ -1,5 +1,6 @@
 #include "tests/reliability/Stress.h"
 
+#include <gtest/gtest.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -9,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -80,30 +80,20 @@ std::string ResourceUsage::growthSince(const ResourceUsage& before) const {
     return text;
 }
 
-std::string sideBySide(std::size_t count, std::size_t width,
-                       const std::function<std::string(std::size_t index)>& work) {
-    constexpr int kEnough = 5;
+void sideBySide(std::size_t count, std::size_t width, const std::function<void(std::size_t index)>& work) {
     std::atomic<std::size_t> next{0};
-    std::atomic<int> complaintCount{0};
-    std::mutex mutex;
-    std::string complaints;
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < std::min(count, width); ++i) {
         threads.emplace_back([&] {
-            for (std::size_t index = next++; index < count && complaintCount < kEnough; index = next++) {
-                const std::string complaint = work(index);
-                if (!complaint.empty()) {
-                    ++complaintCount;
-                    const std::lock_guard<std::mutex> lock(mutex);
-                    complaints += "no. " + std::to_string(index) + ": " + complaint + "\n";
-                }
+            for (std::size_t index = next++; index < count && !testing::Test::HasFailure(); index = next++) {
+                SCOPED_TRACE("no. " + std::to_string(index));
+                work(index);
             }
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    return complaints;
 }
 
 }  // namespace com_tesk::test

@@ -24,9 +24,8 @@ struct ResourceUsage {
     std::string growthSince(const ResourceUsage& before) const;
 };
 
-/// Does `work(0)` to `work(count - 1)`, at most `width` of them at a time: each sleeps more than it works. `work` returns
-/// what went wrong, or nothing. After a few complaints nothing new is begun: failures mostly wait for long.
-/// @return the complaints, one per line; empty when all went well.
-std::string sideBySide(std::size_t count, std::size_t width, const std::function<std::string(std::size_t index)>& work);
+/// Does `work(0)` to `work(count - 1)`, at most `width` of them at a time: each sleeps more than it works. After a failed
+/// expectation nothing new is begun: failures mostly wait for long.
+void sideBySide(std::size_t count, std::size_t width, const std::function<void(std::size_t index)>& work);
 
 }  // namespace com_tesk::test

@@ -21,24 +21,46 @@ constexpr unsigned int kReconnect = CSClient::OPTION_AUTO_RECONNECT;
 /// unless the test opens a connection.
 class TestEngine : public OpenEngine {
   public:
-    explicit TestEngine(unsigned int id = 1, unsigned int optionFlags = 0);
+    explicit TestEngine(unsigned int id = 1, unsigned int optionFlags = 0) : OpenEngine(id, optionFlags) {
+        changeCommsInterface(fake);
+    }
 
     /// Owned by the engine.
     FakeTransport& fakeTransport() { return *fake; }
     const FakeTransport& fakeTransport() const { return *fake; }
 
     /// Connects on this thread, without a worker: sends the version request and what is registered.
-    int connect();
+    int connect() {
+        pretendAddress(0x0100007F, 55580);
+        pretendState(CSClient::STATE_CONNECTING);
+        return startConnection();
+    }
 
     /// Passes a message body to the engine, as the worker does.
-    void receive(const std::string& bodyHex);
+    void receive(const std::string& bodyHex) {
+        const Bytes bytes = hex(bodyHex);
+        RawMessage message(RawMessage::DATA);
+        message.insert(message.end(), bytes.begin(), bytes.end());
+        handleReceivedMessage(message);
+    }
 
     /// Returns the bodies of the requests sent since the last `ignoreRequestsSoFar`.
-    std::vector<std::string> requests() const;
+    std::vector<std::string> requests() const {
+        constexpr std::size_t kHeaderText = 32 * 3;
+        const std::vector<std::string> frames = fake->written();
+        std::vector<std::string> found;
+        for (std::size_t i = ignored; i < frames.size(); ++i) {
+            found.push_back(frames[i].size() > kHeaderText ? frames[i].substr(kHeaderText) : "no body");
+        }
+        return found;
+    }
     void ignoreRequestsSoFar() { ignored = fake->written().size(); }
 
     /// Returns the bodies received, each as its type and hex text, for example "1: 01 02".
-    std::vector<std::string> received() const;
+    std::vector<std::string> received() const {
+        const std::lock_guard<std::mutex> lock(receivedMutex);
+        return receivedBodies;
+    }
 
     int registerInputs(const std::vector<CSClient::InputDef>& inputs) {
         return registerInputParameters(inputs.data(), static_cast<unsigned int>(inputs.size()));
@@ -62,20 +84,56 @@ class TestEngine : public OpenEngine {
     std::function<int(const std::string& call)> onSend;
     /// @}
 
-    void handleReceivedMessage(const RawMessage& message) override;
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override;
-    int requestSimulatorVersion() override;
-    int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
-    int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override;
-    int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
-    int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override;
-    int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) override;
+    void handleReceivedMessage(const RawMessage& message) override {
+        {
+            const std::lock_guard<std::mutex> lock(receivedMutex);
+            receivedBodies.push_back(std::to_string(message.getType()) + ": " + hexText(message));
+        }
+        if (onMessage) {
+            onMessage();
+        }
+        OpenEngine::handleReceivedMessage(message);
+    }
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
+        if (onStateChange) {
+            onStateChange(oldState, newState);
+        }
+        OpenEngine::handleConnectionStateChange(oldState, newState);
+    }
+    int requestSimulatorVersion() override {
+        if (onVersionRequest) {
+            onVersionRequest();
+        }
+        return OpenEngine::requestSimulatorVersion();
+    }
+    int sendInputSubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override {
+        return onSend ? callOnSend("register inputs", entries) : OpenEngine::sendInputSubscriptionRequest(entries);
+    }
+    int sendInputUnsubscriptionRequest(const std::vector<InputParameterEntry*>& entries) override {
+        return onSend ? callOnSend("unregister inputs", entries) : OpenEngine::sendInputUnsubscriptionRequest(entries);
+    }
+    int sendOutputSubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override {
+        return onSend ? callOnSend("register outputs", entries) : OpenEngine::sendOutputSubscriptionRequest(entries);
+    }
+    int sendOutputUnsubscriptionRequest(const std::vector<OutputParameterEntry*>& entries) override {
+        return onSend ? callOnSend("unregister outputs", entries)
+                      : OpenEngine::sendOutputUnsubscriptionRequest(entries);
+    }
+    int sendParameterPublishRequest(const std::vector<OutputParameterEntry*>& entries, PublishMode mode) override {
+        return onSend ? callOnSend("publish mode " + std::to_string(mode), entries)
+                      : OpenEngine::sendParameterPublishRequest(entries, mode);
+    }
 
   private:
     template <typename Entry>
-    int callOnSend(std::string call, const std::vector<Entry*>& entries);
+    int callOnSend(std::string call, const std::vector<Entry*>& entries) {
+        for (const Entry* const entry : entries) {
+            call += " " + entry->name;
+        }
+        return onSend(holdsParameterMutex() ? call : call + " UNLOCKED");
+    }
 
-    FakeTransport* fake;
+    FakeTransport* const fake = new FakeTransport;
     std::size_t ignored = 0;
     mutable std::mutex receivedMutex;
     std::vector<std::string> receivedBodies;

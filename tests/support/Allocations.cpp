@@ -1,4 +1,4 @@
-#include "tests/reliability/Allocations.h"
+#include "tests/support/Allocations.h"
 
 #include <malloc.h>
 
@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 constexpr int kEndless = -1;
 
-std::atomic<std::size_t> limit{kUnlimited};
+std::atomic<std::size_t> sizeLimit{kUnlimited};
 std::atomic<std::size_t> largest{0};
 std::atomic<std::size_t> heldBytes{0};
 std::atomic<long> live{0};
@@ -37,7 +37,7 @@ bool failsNow() {
 }
 
 void* allocate(std::size_t size) noexcept {
-    const std::size_t allowed = limit;
+    const std::size_t allowed = sizeLimit;
     if (allowed != kUnlimited) {
         for (std::size_t known = largest; size > known && !largest.compare_exchange_weak(known, size);) {
         }
@@ -78,11 +78,11 @@ long liveAllocations() {
 
 AllocationLimit::AllocationLimit(std::size_t newLimit) {
     largest = 0;
-    limit = newLimit;
+    sizeLimit = newLimit;
 }
 
 AllocationLimit::~AllocationLimit() {
-    limit = kUnlimited;
+    sizeLimit = kUnlimited;
 }
 
 std::size_t AllocationLimit::largestRequest() const {
@@ -105,34 +105,19 @@ bool FailingMemory::hasFailed() const {
 
 }  // namespace com_tesk::test
 
-// Every form is replaced. A form left out would pass memory of one allocator to another, for example under a sanitizer.
+// All of them, because memory of one allocator must not reach another. The forms for arrays call these.
 void* operator new(std::size_t size) {
-    return com_tesk::test::allocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
     return com_tesk::test::allocateOrThrow(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return com_tesk::test::allocate(size);
 }
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return com_tesk::test::allocate(size);
-}
 void operator delete(void* memory) noexcept {
-    com_tesk::test::release(memory);
-}
-void operator delete[](void* memory) noexcept {
     com_tesk::test::release(memory);
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
     com_tesk::test::release(memory);
 }
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    com_tesk::test::release(memory);
-}
 void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    com_tesk::test::release(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
     com_tesk::test::release(memory);
 }
