@@ -63,11 +63,11 @@ void stayOpen(Fixture& on) {
     addInterface(on);
 }
 
-bool open(Fixture& on) {
+bool openAndWait(Fixture& on) {
     return on.engine.openConnection(1, 1, nullptr) == 0 && on.waitFor(CSClient::STATE_READY);
 }
 
-bool close(Fixture& on) {
+bool closeAndWait(Fixture& on) {
     on.engine.forceCloseConnection();
     return on.waitFor(CSClient::STATE_DISCONNECTED);
 }
@@ -171,14 +171,14 @@ std::vector<MemoryOperation> otherOperations() {
          [](Fixture& on) { return on.engine.sendMessage(on.message) == 0; }},
         withoutMemory("SendingWithoutAConnection", kAutoReconnect, fillMessage,
                       [](Fixture& on) { return on.engine.sendMessage(on.message) == 1; }),
-        withoutMemory("Opening", 0, stayOpen, open, close),
+        withoutMemory("Opening", 0, stayOpen, openAndWait, closeAndWait),
         withoutMemory(
             "Closing", 0,
             [](Fixture& on) {
                 stayOpen(on);
-                open(on);
+                openAndWait(on);
             },
-            close),
+            closeAndWait),
         {"UnregisteringByDefinition", 0, makeClient,
          [](Fixture& on) { return on.client->unregisterOutputParameters(on.outputs.data(), 3) == 0; }},
         {"UnregisteringByName", 0, makeClient,
