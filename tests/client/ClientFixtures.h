@@ -15,6 +15,7 @@
 #include "host/LoopbackHost.h"
 #include "tests/support/ClientOf.h"
 #include "tests/support/CountedSleeps.h"
+#include "tests/support/ParameterKinds.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/ScriptedHost.h"
 #include "tests/support/TestEngine.h"
@@ -153,68 +154,6 @@ struct LoopbackSession {
     SimClient client;
 };
 
-/// The header of a frame whose body has twelve bytes, and the first of them.
-constexpr char kUnfinishedFrame[] =
-    "00 00 00 2C 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF 04";
-
-/// The operations on inputs under names that `Outputs` has too, so that one test covers both.
-struct Inputs {
-    using Definition = CSClient::InputDef;
-
-    static Definition define(const std::string& name, CSClient::ParameterType type = CSClient::TYPE_FLOAT) {
-        return input(name, type);
-    }
-    static int registerOne(CSClient& client, const Definition& one) { return client.registerInputParameter(one); }
-    template <typename... Arguments>
-    static int registerMany(CSClient& client, const Arguments&... arguments) {
-        return client.registerInputParameters(arguments...);
-    }
-    static int unregisterOne(CSClient& client, const char* name) { return client.unregisterInputParameter(name); }
-    template <typename... Arguments>
-    static int unregisterMany(CSClient& client, const Arguments&... arguments) {
-        return client.unregisterInputParameters(arguments...);
-    }
-    static void unregisterAll(CSClient& client) { client.unregisterAllInputParameters(); }
-    static bool wait(CSClient& client, unsigned int seconds) { return client.waitForInputsToBeRegistered(seconds); }
-    static int confirmed(CSClient& client) { return client.getNumberOfRegisteredInputParameters(); }
-    static int unconfirmed(CSClient& client) { return client.getNumberOfUnregisteredInputParameters(); }
-    static bool isConfirmed(CSClient& client, const char* name) { return client.isInputParameterRegistered(name); }
-    static std::string confirmation(unsigned int id, const char* name) { return inputsConfirmed({{id, name}}); }
-    static Lines table(const TestEngine& engine) { return engine.inputTable(); }
-};
-
-struct Outputs {
-    using Definition = CSClient::OutputDef;
-
-    static Definition define(const std::string& name, CSClient::ParameterType type = CSClient::TYPE_FLOAT) {
-        return output(name, type);
-    }
-    static int registerOne(CSClient& client, const Definition& one) { return client.registerOutputParameter(one); }
-    template <typename... Arguments>
-    static int registerMany(CSClient& client, const Arguments&... arguments) {
-        return client.registerOutputParameters(arguments...);
-    }
-    static int unregisterOne(CSClient& client, const char* name) { return client.unregisterOutputParameter(name); }
-    template <typename... Arguments>
-    static int unregisterMany(CSClient& client, const Arguments&... arguments) {
-        return client.unregisterOutputParameters(arguments...);
-    }
-    static void unregisterAll(CSClient& client) { client.unregisterAllOutputParameters(); }
-    static bool wait(CSClient& client, unsigned int seconds) { return client.waitForOutputsToBeRegistered(seconds); }
-    static int confirmed(CSClient& client) { return client.getNumberOfRegisteredOutputParameters(); }
-    static int unconfirmed(CSClient& client) { return client.getNumberOfUnregisteredOutputParameters(); }
-    static bool isConfirmed(CSClient& client, const char* name) { return client.isOutputParameterRegistered(name); }
-    static std::string confirmation(unsigned int id, const char* name) { return outputsConfirmed({{id, name}}); }
-    static Lines table(const TestEngine& engine) { return engine.outputTable(); }
-};
-
-struct KindNames {
-    template <typename Kind>
-    static std::string GetName(int /*index*/) {
-        return std::is_same_v<Kind, Inputs> ? "Inputs" : "Outputs";
-    }
-};
-
 /// A test for both kinds of parameters, on a client without a connection. `OtherKind` is the other one.
 template <typename TestedKind>
 class ForEachKind : public testing::Test {
@@ -222,11 +161,9 @@ class ForEachKind : public testing::Test {
     using Kind = TestedKind;
     using OtherKind = std::conditional_t<std::is_same_v<Kind, Inputs>, Outputs, Inputs>;
 
-    void confirm(unsigned int id, const char* name) { client.probed->receive(Kind::confirmation(id, name)); }
+    void confirm(unsigned int id, const char* name) { client.probed->receive(Kind::kConfirmation({{id, name}})); }
 
     TestClient client;
 };
-
-using Kinds = testing::Types<Inputs, Outputs>;
 
 }  // namespace com_tesk::test

@@ -1,13 +1,5 @@
 // Whole exchanges of clients with a loopback host, and the bytes of each exchange with a scripted host.
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <future>
-#include <mutex>
-#include <set>
-#include <thread>
-
 #include "tests/client/ClientFixtures.h"
 #include "tests/support/CapturedStreams.h"
 
@@ -118,54 +110,6 @@ TEST(Conversation, AssignedSimulatorIdIsUsedToRegisterEverythingAgain) {
     EXPECT_EQ(lastId, 1234U);
 }
 
-TEST(Conversation, FiveHundredParametersGoFromClientToClient) {
-    const LoopbackHost host({});
-    LoopbackSession watcher(host, kSilent, 1);
-    LoopbackSession pilot(host, kSilent, 2);
-    std::vector<CSClient::InputDef> inputs;
-    std::vector<CSClient::OutputDef> outputs;
-    std::vector<CSClient::Parameter> values;
-    std::string updated = "updated";
-    for (int i = 0; i < 500; ++i) {
-        const std::string name = "parameter " + std::to_string(i);
-        inputs.push_back(input(name, CSClient::TYPE_INT));
-        outputs.push_back(output(name, CSClient::TYPE_INT));
-        values.push_back(intParameter(name, i * 1000));
-        updated += " " + name + "=int:" + std::to_string(i * 1000);
-    }
-    ASSERT_EQ(watcher.client.registerInputParameters(inputs), 0);
-    ASSERT_TRUE(watcher.client.waitForInputsToBeRegistered(5));
-    ASSERT_EQ(pilot.client.registerOutputParameters(outputs), 0);
-    ASSERT_TRUE(pilot.client.waitForOutputsToBeRegistered(5));
-    ASSERT_EQ(pilot.client.publishParameters(values), 0);
-    EXPECT_TRUE(watcher.callbacks.waitFor(updated));
-    EXPECT_EQ(pilot.client.getNumberOfRegisteredOutputParameters(), 500);
-    EXPECT_EQ(watcher.client.getNumberOfUnregisteredInputParameters(), 0);
-}
-
-TEST(Conversation, SeveralThreadsPublishThroughOneClient) {
-    const LoopbackHost host({});
-    LoopbackSession pilot(host);
-    std::vector<std::future<void>> threads;
-    for (const char* const name : {"A", "B", "C"}) {
-        pilot.client.registerOutputParameter(output(name, CSClient::TYPE_INT));
-        threads.push_back(std::async(std::launch::async, [&pilot, name] {
-            for (int i = 0; i <= 200; ++i) {
-                EXPECT_EQ(pilot.client.publishParameter(intParameter(name, i)), 0);
-            }
-        }));
-    }
-    for (const char* const name : {"A", "B", "C"}) {
-        EXPECT_TRUE(host.waitForValue(name, HostValue::integer(200), kHostBound)) << name;
-    }
-}
-
-std::string versionRequestOf(const std::string& simulatorWord) {
-    return "00 00 00 34 00 00 00 20 00 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF "
-           "04 02 7F FF 00 00 00 14 00 7F 00 06 " +
-           simulatorWord + " 00 00 00 00";
-}
-
 const std::string kOutputRequest =
     "04 02 7F FF 00 00 00 3C 00 7F 00 02 00 05 00 00 00 00 00 01 00 00 04 B0 00 00 00 00 "
     "41 4C 54 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
@@ -183,21 +127,6 @@ class Wire : public testing::Test {
     ScriptedSession session{kSilent, 5};
     SimClient& client = *session.client;
 };
-
-TEST(WireOfAVersionRequest, CarriesTheLowHalfOfTheSimulatorId) {
-    struct {
-        unsigned int id;
-        const char* word;
-    } const rows[] = {{5, "00 05 00 00"}, {32767, "7F FF 00 00"}, {32768, "80 00 00 00"}, {0x12345678, "56 78 00 00"}};
-    for (const auto& row : rows) {
-        ScriptedSession session(kSilent, row.id);
-        ASSERT_NO_FATAL_FAILURE(session.connect());
-        EXPECT_EQ(session.versionRequest, versionRequestOf(row.word));
-        EXPECT_TRUE(session.client->waitForConnectionState(CSClient::STATE_READY, 0));
-        session.peer->close();
-        EXPECT_TRUE(waitForState(*session.client, CSClient::STATE_DISCONNECTED));
-    }
-}
 
 TEST_F(Wire, OutputIsRegisteredPublishedAndUnregistered) {
     ASSERT_NO_FATAL_FAILURE(session.connect());
@@ -237,51 +166,8 @@ TEST_F(Wire, ParametersRegisteredBeforeOpenReachTheHostUntilClose) {
     EXPECT_EQ(session.peer->receiveBody(), kPublishRequest);
     ASSERT_EQ(client.close(), CSClient::STATE_DISCONNECTED);
     ASSERT_NO_FATAL_FAILURE(session.connect());
-    EXPECT_EQ(session.versionRequest, versionRequestOf("00 05 00 00"));
+    EXPECT_EQ(session.versionRequest, hexFrame("04 02 7F FF 00 00 00 14 00 7F 00 06 00 05 00 00 00 00 00 00"));
     EXPECT_TRUE(session.peer->isQuietFor(std::chrono::milliseconds(200))) << "closing has erased the registrations";
-}
-
-// The worker writes what these queries read.
-TEST_F(Wire, VersionOfTheHostCanBeReadWhileItArrives) {
-    ASSERT_NO_FATAL_FAILURE(session.connect());
-    const std::set<std::string> sent{"UNKNOWN", "odd host", "even host, with a longer text"};
-    std::atomic<bool> isOver{false};
-    std::thread reader([&] {
-        while (!isOver) {
-            EXPECT_EQ(sent.count(client.getServerVersion()), 1U);
-            EXPECT_LE(client.getProtocolVersion(), 2U);
-        }
-    });
-    for (int i = 0; i < 100; ++i) {
-        session.peer->send(hexFrame(versionResponse(0x00050000, "odd host", 1)));
-        session.peer->send(hexFrame(versionResponse(0x00050000, "even host, with a longer text", 2)));
-    }
-    session.peer->send(hexFrame(outputsConfirmed({})));
-    EXPECT_TRUE(session.callbacks.waitFor("outputs confirmed"));
-    isOver = true;
-    reader.join();
-    EXPECT_EQ(client.getServerVersion(), "even host, with a longer text");
-    EXPECT_EQ(client.getProtocolVersion(), 2U);
-}
-
-TEST_F(Wire, CallbacksCanReadTheVersionOfTheHost) {
-    std::mutex mutex;
-    Lines versions;
-    session.callbacks.onLine = [&](const std::string& line) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        versions.push_back(line + " at " + client.getServerVersion() + " " +
-                           std::to_string(client.getProtocolVersion()));
-    };
-    ASSERT_NO_FATAL_FAILURE(session.connect());
-    session.peer->send(hexFrame(versionResponse(0x00050000, "host", 3)));
-    session.peer->send(hexFrame(outputsConfirmed({})));
-    ASSERT_TRUE(waitUntil([&] {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return versions.size() == 4;
-    }));
-    ASSERT_EQ(client.close(), CSClient::STATE_DISCONNECTED);
-    EXPECT_EQ(versions, (Lines{"state 0->1 at UNKNOWN 0", "state 1->2 at UNKNOWN 0", "state 2->4 at UNKNOWN 0",
-                               "outputs confirmed at host 3", "state 4->3 at host 3", "state 3->0 at host 3"}));
 }
 
 }  // namespace

@@ -48,14 +48,13 @@ inline std::string publication(const std::vector<std::pair<unsigned int, unsigne
     return body;
 }
 
-/// Also keeps what the last callbacks received.
+/// Also keeps what the last callbacks received, for example "A type 1 mode 2" for an input.
 class KeepingCallbacks : public RecordingCallbacks {
   public:
     void inputParametersConfirmed(const std::vector<CSClient::InputDef>& inputs) override {
         definitions.clear();
-        for (const CSClient::InputDef& input : inputs) {
-            definitions.push_back(input.name + " type " + std::to_string(input.type) + " mode " +
-                                  std::to_string(input.subscriptionMode));
+        for (const auto& [name, type, mode] : inputs) {
+            definitions.push_back(name + " type " + std::to_string(type) + " mode " + std::to_string(mode));
         }
         RecordingCallbacks::inputParametersConfirmed(inputs);
     }
@@ -65,16 +64,24 @@ class KeepingCallbacks : public RecordingCallbacks {
     }
     void outputParametersConfirmed(const std::vector<CSClient::OutputDef>& outputs) override {
         definitions.clear();
-        for (const CSClient::OutputDef& output : outputs) {
-            definitions.push_back(output.name + " type " + std::to_string(output.type));
+        for (const auto& [name, type] : outputs) {
+            definitions.push_back(name + " type " + std::to_string(type));
         }
         RecordingCallbacks::outputParametersConfirmed(outputs);
     }
 
-    /// For example "A type 1 mode 2" for an input, "A type 1" for an output.
+    /// Returns the lines since the last call.
+    Lines newLines() {
+        const Lines all = lines();
+        const std::size_t begin = std::exchange(returned, all.size());
+        return {all.begin() + static_cast<std::ptrdiff_t>(begin), all.end()};
+    }
+
     Lines definitions;
-    /// For example "A type 1 bits 3F800000 reserved 0".
     Lines values;
+
+  private:
+    std::size_t returned = 0;
 };
 
 /// A ready engine with the simulator id 5, which prints.
@@ -85,21 +92,13 @@ class SimulatorFixture : public ::testing::Test {
         engine.addCallbackInterface(&callbacks);
     }
 
-    /// Returns the lines of the callbacks since the last call.
-    Lines newCallbacks() {
-        const Lines all = callbacks.lines();
-        const std::size_t begin = std::exchange(returned, all.size());
-        return {all.begin() + static_cast<std::ptrdiff_t>(begin), all.end()};
-    }
+    Lines newCallbacks() { return callbacks.newLines(); }
 
     std::string printed() const { return streams.out() + streams.err(); }
 
     CapturedStreams streams;
     KeepingCallbacks callbacks;
     TestEngine engine{5};
-
-  private:
-    std::size_t returned = 0;
 };
 
 }  // namespace com_tesk::test

@@ -14,8 +14,11 @@ class CallbackRegistry : public testing::Test {
     RecordingCallbacks second;
 };
 
-TEST_F(CallbackRegistry, AddsAnInterfaceOnce) {
+TEST_F(CallbackRegistry, AddsAnInterfaceOnceAndRefusesNull) {
+    EXPECT_EQ(engine.addCallbackInterface(nullptr), 0U);
+    EXPECT_EQ(engine.removeCallbackInterface(nullptr), 0);
     EXPECT_EQ(engine.getNumCallbackInterfaces(), 0);
+    EXPECT_FALSE(engine.hasCallbackInterface(nullptr));
     EXPECT_FALSE(engine.hasCallbackInterface(&first));
     EXPECT_EQ(engine.addCallbackInterface(&first), 1U);
     EXPECT_EQ(engine.addCallbackInterface(&first), 0U);
@@ -24,14 +27,6 @@ TEST_F(CallbackRegistry, AddsAnInterfaceOnce) {
     EXPECT_FALSE(engine.hasCallbackInterface(&second));
     engine.changeState(CSClient::STATE_CONNECTING);
     EXPECT_EQ(first.states(), "0->1");
-}
-
-TEST_F(CallbackRegistry, RefusesNull) {
-    EXPECT_EQ(engine.addCallbackInterface(nullptr), 0U);
-    EXPECT_EQ(engine.getNumCallbackInterfaces(), 0);
-    EXPECT_FALSE(engine.hasCallbackInterface(nullptr));
-    EXPECT_EQ(engine.removeCallbackInterface(nullptr), 0);
-    engine.changeState(CSClient::STATE_CONNECTING);
 }
 
 TEST_F(CallbackRegistry, RemovesAnInterfaceThatCanBeAddedAgain) {
@@ -113,7 +108,8 @@ const std::string kInputConfirmed = inputConfirmation(1, {confirmedInput(7, 1, h
 const std::string kInputUpdated = update(1, {updated(7, 1, "FF FF FF FE")});
 const std::string kOutputConfirmed = outputsConfirmed({{9, "O"}});
 
-/// Three interfaces A, B and C at ascending addresses, and an engine with an input "I" and an output "O".
+/// Three interfaces A, B and C at ascending addresses, and an engine with an input "I" and an output "O". If a callback
+/// ran under a lock that an operation needs, the operation would not return.
 class CallbackNotification : public testing::Test {
   protected:
     CallbackNotification() {
@@ -131,6 +127,9 @@ class CallbackNotification : public testing::Test {
         engine.registerInputs({input("I", CSClient::TYPE_INT)});
         engine.registerOutputs({output("O", CSClient::TYPE_INT)});
     }
+
+    /// Returns the lines since the last call.
+    Strings newLines() { return std::exchange(log, {}); }
 
     /// Adds the interfaces in another order than that of their addresses.
     void addAll() {
@@ -182,52 +181,38 @@ TEST_F(CallbackNotification, OfAMessageMakesAllCallsOnOneInterfaceBeforeTheNext)
                 expected.push_back(name + call);
             }
         }
-        log.clear();
         engine.receive(row.body);
-        EXPECT_EQ(log, expected);
+        EXPECT_EQ(newLines(), expected);
     }
-}
-
-TEST_F(CallbackNotification, OfAnOutputComesBeforeItsValueIsPublishedAgain) {
-    EXPECT_EQ(engine.publish({intParameter("O", 5)}), 0);
-    engine.connect();
-    engine.ignoreRequestsSoFar();
-    engine.addCallbackInterface(&a);
-    std::size_t requestsInCallback = 99;
-    inA = [&](const std::string&) { requestsInCallback = engine.requests().size(); };
+    engine.pretendState(CSClient::STATE_READY);
+    engine.publish({intParameter("O", 5)});
+    engine.fakeTransport().onWrite = [this] { log.emplace_back("published again"); };
     engine.receive(kOutputConfirmed);
-    EXPECT_EQ(requestsInCallback, 0U);
-    EXPECT_EQ(engine.requests().size(), 1U);
+    EXPECT_EQ(log,
+              (Strings{"A outputs confirmed O", "B outputs confirmed O", "C outputs confirmed O", "published again"}));
 }
 
-TEST_F(CallbackNotification, ContinuesWhenAnInterfaceRemovesItself) {
-    addAll();
-    inA = [this](const std::string&) { EXPECT_EQ(engine.removeCallbackInterface(&a), 0); };
-    becomeConnected();
-    EXPECT_EQ(log, (Strings{"A state 1->2", "B state 1->2", "C state 1->2", "B state 2->4", "C state 2->4"}));
-}
-
-TEST_F(CallbackNotification, StillReachesAnInterfaceThatAnEarlierOneRemoves) {
-    addAll();
-    inA = [this](const std::string&) { engine.removeCallbackInterface(&c); };
-    engine.changeState(CSClient::STATE_CONNECTING);
-    engine.changeState(CSClient::STATE_DISCONNECTING);
-    EXPECT_EQ(log, (Strings{"A state 0->1", "B state 0->1", "C state 0->1", "A state 1->3", "B state 1->3"}));
-}
-
-TEST_F(CallbackNotification, ReachesAnAddedInterfaceFromTheNextEventOn) {
-    engine.addCallbackInterface(&a);
-    inA = [this](const std::string&) { engine.addCallbackInterface(&b); };
-    becomeConnected();
-    EXPECT_EQ(log, (Strings{"A state 1->2", "A state 2->4", "B state 2->4"}));
-}
-
-TEST_F(CallbackNotification, ReachesARemovedInterfaceInBothCallsForInputs) {
-    engine.addCallbackInterface(&a);
-    inA = [this](const std::string&) { engine.removeCallbackInterface(&a); };
-    engine.receive(kInputConfirmed);
-    engine.receive(kInputConfirmed);
-    EXPECT_EQ(log, (Strings{"A inputs confirmed I", "A updated I=int:3"}));
+TEST_F(CallbackNotification, StillReachesWhatACallbackRemovesAndNotYetWhatItAdds) {
+    for (const bool isOfAState : {true, false}) {
+        engine.addCallbackInterface(&a);
+        engine.addCallbackInterface(&b);
+        inA = [this](const std::string&) {
+            engine.removeCallbackInterface(&a);
+            engine.removeCallbackInterface(&b);
+            engine.addCallbackInterface(&c);
+        };
+        if (isOfAState) {
+            becomeConnected();
+            EXPECT_EQ(newLines(), (Strings{"A state 1->2", "B state 1->2", "C state 2->4"}));
+        } else {
+            engine.receive(kInputConfirmed);
+            EXPECT_EQ(newLines(), (Strings{"A inputs confirmed I", "A updated I=int:3", "B inputs confirmed I",
+                                           "B updated I=int:3"}));
+            engine.receive(kInputUpdated);
+            EXPECT_EQ(newLines(), Strings{"C updated I=int:-2"});
+        }
+        engine.removeCallbackInterface(&c);
+    }
 }
 
 TEST_F(CallbackNotification, AllowsEveryUseOfTheEngineInEveryCallback) {
@@ -236,14 +221,16 @@ TEST_F(CallbackNotification, AllowsEveryUseOfTheEngineInEveryCallback) {
     int calls = 0;
     inA = [&](const std::string& line) {
         ++calls;
-        std::set<CSClient::CallbackIface*> out;
+        Interfaces out;
         EXPECT_TRUE(engine.hasCallbackInterface(&a));
         EXPECT_EQ(engine.getNumCallbackInterfaces(), 1);
         EXPECT_EQ(engine.getCallbackInterfaces(out), 0);
-        EXPECT_EQ(out.count(&a), 1U);
+        EXPECT_EQ(out, Interfaces{&a});
+        EXPECT_EQ(engine.registerInputs({input("P")}), 0);
         EXPECT_EQ(engine.registerOutputs({output("P", CSClient::TYPE_INT)}), 0);
         EXPECT_EQ(engine.publish({intParameter("P", 0)}), 0);
-        EXPECT_TRUE(engine.hasOutputParameter("P", false));
+        EXPECT_TRUE(engine.hasInputParameter("P", false) && engine.hasOutputParameter("P", false));
+        EXPECT_EQ(engine.unregisterInputParameters({"P"}), 0);
         EXPECT_EQ(engine.unregisterOutputParameters({"P"}), 0);
         EXPECT_FALSE(engine.holdsOtherLock());
         EXPECT_EQ(engine.holdsConnectionMutex(), line == "state 4->3");
@@ -253,6 +240,30 @@ TEST_F(CallbackNotification, AllowsEveryUseOfTheEngineInEveryCallback) {
     engine.receive(kInputUpdated);
     engine.forceCloseConnection();
     EXPECT_EQ(calls, 5);
+    newLines();
+    inA = [this](const std::string&) { engine.unregisterAllLocalParameters(); };
+    engine.receive(kInputConfirmed);
+    EXPECT_EQ(newLines(), (Strings{"A inputs confirmed I", "A updated I=int:3"}));
+    engine.receive(kInputUpdated);
+    EXPECT_EQ(newLines(), Strings{});
+}
+
+TEST_F(CallbackNotification, AllowsOtherEventsInACallback) {
+    engine.connect();
+    engine.addCallbackInterface(&a);
+    engine.addCallbackInterface(&b);
+    inA = [this](const std::string& line) {
+        if (line == "inputs confirmed I") {
+            engine.forceCloseConnection();
+            // This shows that not even the handlers' own locks are held.
+            engine.receive(kOutputConfirmed);
+            engine.receive(kInputUpdated);
+        }
+    };
+    engine.receive(kInputConfirmed);
+    EXPECT_EQ(log, (Strings{"A inputs confirmed I", "A state 4->3", "B state 4->3", "A outputs confirmed O",
+                            "B outputs confirmed O", "A updated I=int:-2", "B updated I=int:-2", "A updated I=int:3",
+                            "B inputs confirmed I", "B updated I=int:3"}));
 }
 
 TEST_F(CallbackNotification, OfAStateChangeBlocksNeitherRegistrationsNorTheRegistry) {

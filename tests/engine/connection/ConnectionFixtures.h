@@ -95,6 +95,19 @@ auto onAnotherThread(Run run) {
 /// Names tests after the member `name` of their parameters.
 constexpr auto kByName = [](const auto& tested) { return std::string(tested.param.name); };
 
+/// A derived engine, which uses its own members in each change of state.
+class HookedEngine : public TestEngine {
+  public:
+    using TestEngine::TestEngine;
+
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
+        TestEngine::handleConnectionStateChange(oldState, newState);
+        afterStateChange(oldState, newState);
+    }
+
+    std::function<void(CSClient::State oldState, CSClient::State newState)> afterStateChange;
+};
+
 /// An engine on a fake transport. Its callbacks and what it prints are recorded.
 class ConnectionTest : public testing::Test {
   protected:

@@ -58,6 +58,25 @@ TEST_F(FailedWrite, IsReportedAndEndsTheConnection) {
     }
 }
 
+TEST_F(FailedWrite, IsFollowedByRegistrationsAndValuesOnTheNextConnection) {
+    connect();
+    transport().failWrites(-1, EPIPE);
+    EXPECT_EQ(engine->registerInputs({input("I")}), 2);
+    EXPECT_EQ(engine->registerOutputs({output("O")}), 0) << "there is no connection any more";
+    engine->connect();
+    transport().failWrites(-1, EPIPE);
+    EXPECT_EQ(engine->publish({floatParameter("O", 1.0F)}), 2);
+    EXPECT_EQ(engine->outputTable(), Strings{"O type 1 waiting published 3F800000"});
+    const Strings before = engine->requests();
+    engine->ignoreRequestsSoFar();
+    engine->connect();
+    EXPECT_EQ(engine->requests(), Strings(before.begin() + 1, before.end()));
+    engine->ignoreRequestsSoFar();
+    engine->receive(outputsConfirmed({{9, "O"}}));
+    EXPECT_EQ(engine->requests(), Strings{"04 02 7F FF 00 00 00 24 00 7F 00 03 00 01 00 00 00 00 00 00 00 00 00 01 "
+                                          "00 00 00 09 00 00 00 00 3F 80 00 00"});
+}
+
 TEST_F(FailedWrite, AfterTheEndOfTheConnectionChangesNothing) {
     connect(0);
     transport().onWrite = [this] { engine->forceCloseConnection(); };
@@ -67,7 +86,19 @@ TEST_F(FailedWrite, AfterTheEndOfTheConnectionChangesNothing) {
 }
 
 /// The version request (1), the input registration (2) or the output registration (3) fails.
-class FailedRequestOnReady : public FailedWrite, public testing::WithParamInterface<int> {};
+class FailedRequestOnReady : public FailedWrite, public testing::WithParamInterface<int> {
+  protected:
+    /// Expects the first of these three requests, and nothing after them.
+    void expectRequests(int count) const {
+        const Strings all{
+            "04 02 7F FF 00 00 00 14 00 7F 00 06 00 01 00 00 00 00 00 00",
+            "04 02 7F FF 00 00 00 40 00 7F 00 01 00 01 00 00 00 00 00 01 "
+            "00 00 2E E0 00 00 2E E0 00 00 00 00 " +
+                hexField("I"),
+            "04 02 7F FF 00 00 00 3C 00 7F 00 02 00 01 00 00 00 00 00 01 00 00 04 B0 00 00 00 01 " + hexField("O")};
+        EXPECT_EQ(engine->requests(), Strings(all.begin(), all.begin() + count));
+    }
+};
 
 TEST_P(FailedRequestOnReady, WithoutReconnectClosesOnceAfterTheStateChange) {
     createWithBoth(0);
@@ -75,9 +106,12 @@ TEST_P(FailedRequestOnReady, WithoutReconnectClosesOnceAfterTheStateChange) {
     EXPECT_EQ(engine->connect(), 0);
     expectEvents("1->2 2->4 4->3", kBrokenPipeLine, kRegistrationLines);
     EXPECT_EQ(engine->getServerIPAddress(), "0.0.0.0");
-    EXPECT_EQ(transport().written().size(), static_cast<std::size_t>(GetParam() - 1)) << "sent after the failure";
+    expectRequests(GetParam() - 1);
     EXPECT_EQ(engine->getNumberOfInputParameters(false), 1U);
     EXPECT_EQ(engine->getNumberOfOutputParameters(false), 1U);
+    engine->ignoreRequestsSoFar();
+    EXPECT_EQ(engine->connect(), 0);
+    expectRequests(3);
 }
 
 TEST_P(FailedRequestOnReady, WithReconnectPausesOneSecondWithoutAnyLock) {
@@ -86,34 +120,19 @@ TEST_P(FailedRequestOnReady, WithReconnectPausesOneSecondWithoutAnyLock) {
     expectPauseWithoutLock("state 5->1", [this] { EXPECT_EQ(engine->connect(), 0); });
     expectEvents("1->2 2->4 4->5 5->1", kBrokenPipeLine, kRegistrationLines + std::string(kReconnectLine));
     EXPECT_EQ(engine->getServerIPAddress(), "127.0.0.1");
+    expectRequests(GetParam() - 1);
     // The failure does not count for the next connection.
+    engine->ignoreRequestsSoFar();
+    EXPECT_EQ(engine->unregisterOutputParameters({"during the pause"}), 0);
     EXPECT_EQ(engine->startConnection(), 0);
     EXPECT_EQ(engine->getState(), CSClient::STATE_READY);
-    EXPECT_EQ(transport().written().size(), static_cast<unsigned int>(GetParam()) + 2);
+    expectRequests(3);
     EXPECT_EQ(sendControl(*engine), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Write, FailedRequestOnReady, testing::Values(1, 2, 3), testing::PrintToStringParamName());
 
 using FailedWriteInStateChange = FailedWrite;
-
-TEST_F(FailedWriteInStateChange, WithReconnectTheWorkerConnectsAgain) {
-    createWithBoth(kReconnect | kSilent);
-    failWriteNumber(1);
-    open();
-    ASSERT_TRUE(callbacks->waitFor("state 2->4", 2));
-    EXPECT_TRUE(waitUntil([this] { return transport().written().size() == 3; }));
-    EXPECT_EQ(callbacks->states(), "0->1 1->2 2->4 4->5 5->1 1->2 2->4");
-    EXPECT_EQ(transport().written().at(0), versionRequestFrame());
-}
-
-TEST_F(FailedWriteInStateChange, WithoutReconnectTheWorkerEnds) {
-    createWithBoth(kSilent);
-    failWriteNumber(1);
-    open();
-    EXPECT_TRUE(waitForState(*engine, CSClient::STATE_DISCONNECTED));
-    expectEvents("0->1 1->2 2->4 4->3 3->0");
-}
 
 TEST_F(FailedWriteInStateChange, CallbackThatPublishesFailsOnceAndNothingMoreIsSent) {
     struct Row {
@@ -177,29 +196,38 @@ const WritingOperation kWritingOperations[] = {
 
 class FailedWriteUnderParameterLock : public FailedWrite, public testing::WithParamInterface<WritingOperation> {
   protected:
+    /// Connects with both confirmed. The next write fails.
     void connectWithBoth(unsigned int optionFlags) {
         connect(optionFlags);
         registerBoth();
+        engine->receive(inputsConfirmed({{7, "I"}}));
+        engine->receive(outputsConfirmed({{7, "O"}}));
+        engine->ignoreRequestsSoFar();
         transport().failWrites(-1, EPIPE);
     }
 
-    void expectTables(unsigned int inputs, unsigned int outputs) {
-        EXPECT_EQ(engine->getNumberOfInputParameters(false), inputs);
-        EXPECT_EQ(engine->getNumberOfOutputParameters(false), outputs);
+    /// Expects the entries and ids of both and of the parameters that were added.
+    void expectTables(unsigned int addedOutputs = 0) const {
+        EXPECT_EQ(engine->getNumberOfInputParameters(false), GetParam().inputs);
+        EXPECT_EQ(engine->getNumberOfOutputParameters(false), GetParam().outputs + addedOutputs);
+        EXPECT_TRUE(engine->hasInputParameter("I", true));
+        EXPECT_TRUE(engine->hasOutputParameter("O", true));
+        EXPECT_EQ(engine->inputIds() + " " + engine->outputIds(), "7=I 7=O");
+        EXPECT_TRUE(engine->requests().empty());
     }
 };
 
 TEST_P(FailedWriteUnderParameterLock, WithoutReconnectClosesOnceAndKeepsTheEntries) {
     connectWithBoth(0);
     callbacks->onLine = [this](const std::string&) {
-        expectTables(GetParam().inputs, GetParam().outputs);
-        EXPECT_EQ(engine->unregisterOutputParameters({"O"}), 0);
+        expectTables();
+        EXPECT_EQ(engine->registerOutputs({output("in the callback")}), 0);
     };
     const Stopwatch stopwatch;
     EXPECT_EQ(GetParam().run(*engine), 2);
     EXPECT_LT(stopwatch.seconds(), kNoPause);
     EXPECT_EQ(engine->getServerIPAddress(), "0.0.0.0");
-    expectTables(GetParam().inputs, GetParam().outputs - 1);
+    expectTables(1);
     // The next operations find no connection.
     EXPECT_EQ(engine->registerOutputs({output("O3")}), 0);
     EXPECT_EQ(sendControl(*engine), 1U);
@@ -209,7 +237,7 @@ TEST_P(FailedWriteUnderParameterLock, WithoutReconnectClosesOnceAndKeepsTheEntri
 TEST_P(FailedWriteUnderParameterLock, WithReconnectPausesOnTheCallersThreadWithoutAnyLock) {
     connectWithBoth(kReconnect);
     expectPauseWithoutLock("state 5->1", [this] { EXPECT_EQ(GetParam().run(*engine), 2); });
-    expectTables(GetParam().inputs, GetParam().outputs + 1);
+    expectTables(1);
     expectEvents("4->5 5->1", kBrokenPipeLine, kReconnectLine);
     EXPECT_EQ(engine->getServerIPAddress(), "127.0.0.1");
 }

@@ -232,9 +232,8 @@ TEST_F(FrameReceiving, HandlerMayEndTheConnectionAndHoldsNoLock) {
 using FrameSending = ConnectionTest;
 
 TEST_F(FrameSending, PutsTheHeaderBeforeTheBody) {
-    const std::string filler = " FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
     const std::string endMark = " FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FE";
-    const std::string data = " 00 00 00 20 00 00 00 00 00 00 00 00" + filler;
+    const std::string data = " 00 00 00 20 00 00 00 00 00 00 00 00" + std::string(kFiller);
     const std::string control = " 00 00 00 20 00 00 00 03 00 00 00 02" + endMark;
     struct Row {
         RawMessage::Type type;

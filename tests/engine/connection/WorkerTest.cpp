@@ -4,6 +4,7 @@
 #include <new>
 #include <thread>
 
+#include "engine/ConnectionState.h"
 #include "tests/engine/connection/ConnectionFixtures.h"
 #include "tests/engine/connection/ThreadHooks.h"
 #include "tests/support/CountedSleeps.h"
@@ -220,6 +221,128 @@ INSTANTIATE_TEST_SUITE_P(In, OutOfMemoryOnTheWorker,
                                          WorkerWithoutMemory{"Connected", kReconnect, "0->1 1->2 2->1 1->2 2->4"},
                                          WorkerWithoutMemory{"Connect", kReconnect, "0->1 1->2 2->4"}),
                          kByName);
+
+/// Records, in order, the callbacks, the engine's own reactions and the version requests.
+class StateChange : public ConnectionTest {
+  protected:
+    StateChange() { start(); }
+
+    void start() {
+        create();
+        events.clear();
+        callbacks->onLine = [this](const std::string& line) {
+            events.push_back(line + " in " + std::to_string(engine->getState()));
+        };
+        engine->onStateChange = [this](CSClient::State oldState, CSClient::State newState) {
+            events.push_back("engine " + std::to_string(oldState) + "->" + std::to_string(newState));
+        };
+        engine->onVersionRequest = [this] { events.emplace_back("version request"); };
+    }
+
+    Strings events;
+};
+
+TEST_F(StateChange, ToTheSameStateIsNotNotified) {
+    engine->changeState(CSClient::STATE_DISCONNECTED);
+    for (const CSClient::State state : kStatesOfAConnection) {
+        engine->pretendState(state);
+        engine->changeState(state);
+    }
+    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(transport().written().empty());
+}
+
+TEST_F(StateChange, CallbacksComeBeforeTheEnginesOwnReaction) {
+    engine->changeState(CSClient::STATE_CONNECTING);
+    EXPECT_EQ(events, (Strings{"state 0->1 in 1", "engine 0->1"}));
+}
+
+TEST_F(StateChange, ConnectedBecomesReadyAtOnceAndReadyRequestsTheVersion) {
+    engine->pretendState(CSClient::STATE_CONNECTING);
+    engine->changeState(CSClient::STATE_CONNECTED);
+    EXPECT_EQ(events, (Strings{"state 1->2 in 2", "engine 1->2", "state 2->4 in 4", "engine 2->4", "version request"}));
+    EXPECT_EQ(engine->getState(), CSClient::STATE_READY);
+    EXPECT_EQ(transport().written(), Strings{versionRequestFrame()});
+}
+
+TEST_F(StateChange, ToOtherStatesOnlyNotifies) {
+    for (const CSClient::State other :
+         {CSClient::STATE_CONNECTING, CSClient::STATE_DISCONNECTING, CSClient::STATE_RECONNECTING}) {
+        start();
+        EXPECT_EQ(engine->registerInputs({input("I")}), 0);
+        EXPECT_EQ(engine->registerOutputs({output("O")}), 0);
+        engine->pretendState(CSClient::STATE_READY);
+        engine->changeState(other);
+        EXPECT_EQ(engine->getState(), other);
+        EXPECT_TRUE(transport().written().empty());
+        EXPECT_EQ(engine->getNumberOfInputParameters(false), 1U);
+        EXPECT_EQ(engine->getNumberOfOutputParameters(false), 1U);
+    }
+}
+
+TEST_F(StateChange, ToReadyIsCompleteAlsoWhileAnotherThreadsWriteIsBlocked) {
+    HookedEngine own(1, kSilent);
+    ASSERT_EQ(own.registerOutputs({output("O")}), 0);
+    std::future<int> publishing;
+    own.afterStateChange = [&](CSClient::State, CSClient::State newState) {
+        if (newState == CSClient::STATE_READY) {
+            own.fakeTransport().onWrite = [this] { gate.pass(); };
+            publishing = onAnotherThread([&own] { return own.publish({floatParameter("O", 0)}); });
+            EXPECT_TRUE(gate.waitUntilReached());
+        }
+    };
+    auto changing = onAnotherThread([&own] { return own.connect(); });
+    ASSERT_TRUE(gate.waitUntilReached());
+    EXPECT_TRUE(own.waitForStateChange());
+    gate.open();
+    EXPECT_EQ(changing.get(), 0);
+    EXPECT_EQ(publishing.get(), 0);
+}
+
+/// The state without an engine. It records its notifications: "4->3", "interrupted", "continues".
+class ConnectionStateAlone : public testing::Test, private ConnectionState::Observer {
+  protected:
+    void change(CSClient::State state) {
+        connection.underLock([&] { PartAccess::change(connection, state); });
+        log.clear();
+    }
+
+    std::string log;
+    ConnectionState connection{*this, kSilent};
+
+  private:
+    void stateChanged(CSClient::State oldState, CSClient::State newState) override {
+        log += std::to_string(oldState) + "->" + std::to_string(newState) + " ";
+    }
+    void setInterrupted(bool isInterrupted) override { log += isInterrupted ? "interrupted " : "continues "; }
+};
+
+TEST_F(ConnectionStateAlone, NumbersEachConnectionButNoAttempt) {
+    PartAccess::connectionNumber(connection) = 0xFFFFFFFF;
+    ConnectionState::Attempt attempt;
+    change(CSClient::STATE_DISCONNECTING);
+    EXPECT_FALSE(connection.isAttemptWanted(attempt));
+    EXPECT_FALSE(connection.enterConnected());
+    EXPECT_EQ(connection.number(), 0xFFFFFFFF);
+    change(CSClient::STATE_CONNECTING);
+    EXPECT_TRUE(connection.enterConnected());
+    EXPECT_EQ(connection.number(), kNoConnection + 1) << "never the number of none";
+    EXPECT_EQ(log, "1->2 ");
+}
+
+TEST_F(ConnectionStateAlone, LeavesADeferredCloseToTheWorkerAfterAnException) {
+    change(CSClient::STATE_READY);
+    EXPECT_THROW(connection.underLock([this] {
+        connection.deferClose(connection.number());
+        throw std::bad_alloc();
+    }),
+                 std::bad_alloc);
+    EXPECT_TRUE(connection.isAbandoned(connection.number()));
+    EXPECT_EQ(log, "");
+    connection.closeAsLeft();
+    EXPECT_EQ(log, "4->3 interrupted ");
+    EXPECT_FALSE(connection.isAbandoned(connection.number()));
+}
 
 }  // namespace
 }  // namespace com_tesk::test

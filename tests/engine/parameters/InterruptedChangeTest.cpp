@@ -39,10 +39,6 @@ struct BlockedRow {
     std::vector<Requests> expected;  ///< The possible orders of the requests after the version request.
 };
 
-std::ostream& operator<<(std::ostream& stream, const BlockedRow& row) {
-    return stream << row.name;
-}
-
 const BlockedRow kBlockedRows[] = {
     {"InputsByAnInput", kSecondWrite, true, false, registerX, {kI + kX}},
     {"InputsByAnOutput", kSecondWrite, true, false, registerOutputY, {kI + kY}},
@@ -96,52 +92,48 @@ TEST_P(LostChange, LeavesRegistrationsToTheNextConnection) {
 }
 
 /// A derived protocol that does not handle the change to 4, or to 2. Another thread registers in the callbacks.
-class UnhandledChange : public ReadyChange {
-  protected:
-    void connect(CSClient::State unhandled, const std::string& line, const std::function<void()>& action) {
-        engine.onState = [unhandled](CSClient::State newState, const std::function<void()>& handle) {
-            if (newState != unhandled) {
-                handle();
-            }
-        };
-        callbacks.onLine = [line, action](const std::string& recorded) {
-            if (recorded == line) {
-                std::thread(action).join();
-            }
-        };
-        engine.connect();
-    }
-    const std::function<void()> registerXAndY = [this] { registerBoth(); };
+struct UnhandledRow {
+    const char* name;
+    CSClient::State unhandled;
+    const char* line;
+    bool hasInput;
+    bool hasOutput;
+    bool areBothRegistered;
+    Requests expected;
 };
 
-TEST_F(UnhandledChange, SendsOnceWhatWasRegisteredIn2) {
-    connect(CSClient::STATE_READY, "state 1->2", registerXAndY);
-    EXPECT_EQ(engine.requests(), kX + kY);
-}
+const UnhandledRow kUnhandledRows[] = {
+    {"SendsOnceWhatWasRegisteredIn2", CSClient::STATE_READY, "state 1->2", false, false, true, kX + kY},
+    {"SendsOnceWhatWasRegisteredIn4", CSClient::STATE_READY, "state 2->4", false, false, true, kX + kY},
+    {"To2SendsOnceWhatWasRegistered", CSClient::STATE_CONNECTED, "state 1->2", false, false, true, kX + kY},
+    {"SendsNoEarlierParameters", CSClient::STATE_READY, "no line", true, true, false, {}},
+    {"SendsOnlyTheKindThatWasRegistered", CSClient::STATE_READY, "state 2->4", true, false, false, kY},
+};
 
-TEST_F(UnhandledChange, SendsOnceWhatWasRegisteredIn4) {
-    connect(CSClient::STATE_READY, "state 2->4", registerXAndY);
-    EXPECT_EQ(engine.requests(), kX + kY);
-    EXPECT_EQ(engine.registerInputs({input("I")}), 0);
-    EXPECT_EQ(engine.requests(), kX + kY + kI) << "sent at once";
-}
+class UnhandledChange : public ReadyChange, public testing::WithParamInterface<UnhandledRow> {};
+INSTANTIATE_TEST_SUITE_P(Of, UnhandledChange, testing::ValuesIn(kUnhandledRows),
+                         [](const auto& information) { return information.param.name; });
 
-TEST_F(UnhandledChange, To2SendsOnceWhatWasRegistered) {
-    connect(CSClient::STATE_CONNECTED, "state 1->2", registerXAndY);
-    EXPECT_EQ(engine.getState(), CSClient::STATE_CONNECTED);
-    EXPECT_EQ(engine.requests(), kX + kY);
-}
-
-TEST_F(UnhandledChange, SendsNoEarlierParameters) {
-    registerBefore(true, true);
-    connect(CSClient::STATE_READY, "state 2->4", [] {});
-    EXPECT_THAT(engine.requests(), IsEmpty());
-}
-
-TEST_F(UnhandledChange, SendsOnlyTheKindThatWasRegistered) {
-    registerBefore(true, false);
-    connect(CSClient::STATE_READY, "state 2->4", [this] { EXPECT_EQ(registerOutputY(engine), 0); });
-    EXPECT_EQ(engine.requests(), kY);
+TEST_P(UnhandledChange, SendsOnlyWhatWasRegisteredMeanwhile) {
+    const UnhandledRow& row = GetParam();
+    registerBefore(row.hasInput, row.hasOutput);
+    engine.onState = [&row](CSClient::State newState, const std::function<void()>& handle) {
+        if (newState != row.unhandled) {
+            handle();
+        }
+    };
+    callbacks.onLine = [this, &row](const std::string& line) {
+        if (line == row.line) {
+            std::thread([this, &row] {
+                row.areBothRegistered ? registerBoth() : void(registerOutputY(engine));
+            }).join();
+        }
+    };
+    engine.connect();
+    EXPECT_EQ(engine.getState(), row.unhandled);
+    EXPECT_EQ(engine.requests(), row.expected);
+    EXPECT_EQ(engine.registerInputs({input("Z")}), 0);
+    EXPECT_EQ(engine.requests(), row.expected + inputRequest({input("Z")})) << "sent at once";
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/ParameterKinds.h"
 #include "tests/support/TestEngine.h"
 
 namespace com_tesk::test {
@@ -20,30 +21,91 @@ using testing::IsEmpty;
 /// The bodies of requests of simulator 1, as `TestEngine::requests` returns them.
 /// @{
 using Requests = std::vector<std::string>;
-Requests operator+(Requests first, const Requests& second);
+
+inline Requests operator+(Requests first, const Requests& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
 
 /// One request with these bytes, whose blanks do not matter.
-Requests requestOf(const std::string& bodyHex);
-Requests versionRequest();
-/// No request when there are no definitions.
-Requests inputRequest(const std::vector<CSClient::InputDef>& inputs);
-Requests outputRequest(const std::vector<CSClient::OutputDef>& outputs);
-Requests inputEnd(const std::vector<unsigned int>& ids);
-Requests outputEnd(const std::vector<unsigned int>& ids);
+inline Requests requestOf(const std::string& bodyHex) {
+    return {hexText(hex(bodyHex))};
+}
+
+inline Requests versionRequest() {
+    return {"04 02 7F FF 00 00 00 14 00 7F 00 06 00 01 00 00 00 00 00 00"};
+}
+
+inline std::string words(const std::vector<unsigned int>& numbers) {
+    std::string text;
+    for (const unsigned int number : numbers) {
+        text += hexWord(number);
+    }
+    return text;
+}
+
+/// One request with these records, or none. `mode` is the word before the count, which only a publication has.
+inline Requests counted(unsigned int code, std::size_t count, const std::string& records,
+                        const std::string& mode = "") {
+    const std::string rest =
+        "00 7F" + hexWord(code).substr(6) + "00 01 00 00" + mode + words({static_cast<unsigned int>(count)}) + records;
+    return count == 0 ? Requests()
+                      : requestOf("04 02 7F FF" + words({static_cast<unsigned int>(8 + hex(rest).size())}) + rest);
+}
+
+inline std::string integerFlag(CSClient::ParameterType type) {
+    return words({type == CSClient::TYPE_INT ? 1U : 0U});
+}
+
+inline Requests inputRequest(const std::vector<CSClient::InputDef>& inputs) {
+    std::string records;
+    for (const CSClient::InputDef& each : inputs) {
+        const std::string rate = each.subscriptionMode == 1   ? "00 00 2E E0"
+                                 : each.subscriptionMode == 3 ? "00 01 D4 C0"
+                                                              : "00 00 00 00";
+        records += rate + rate + integerFlag(each.type) + hexField(each.name);
+    }
+    return counted(1, inputs.size(), records);
+}
+
+inline Requests outputRequest(const std::vector<CSClient::OutputDef>& outputs) {
+    std::string records;
+    for (const CSClient::OutputDef& each : outputs) {
+        records += "00 00 04 B0" + integerFlag(each.type) + hexField(each.name);
+    }
+    return counted(2, outputs.size(), records);
+}
+
+inline Requests inputEnd(const std::vector<unsigned int>& ids) {
+    return counted(4, ids.size(), words(ids));
+}
+
+inline Requests outputEnd(const std::vector<unsigned int>& ids) {
+    return counted(5, ids.size(), words(ids));
+}
 
 struct SentValue {
     unsigned int id;
     unsigned int integerFlag;
     std::uint32_t bits;
 };
-Requests publication(const std::vector<SentValue>& values, unsigned int mode = 0);
+
+inline Requests publication(const std::vector<SentValue>& values, unsigned int mode = 0) {
+    std::string records;
+    for (const SentValue& value : values) {
+        records += words({value.id, value.integerFlag, value.bits});
+    }
+    return counted(3, values.size(), records, words({mode}));
+}
 /// @}
 
 /// The id that a request carries for an unconfirmed parameter.
 constexpr unsigned int kUnassigned = 0xFFFFF;
 
 /// A name that is longer than what a string keeps without an allocation.
-std::string longName(char last);
+inline std::string longName(char last) {
+    return std::string(30, 'n') + last;
+}
 
 /// A protocol that replaces operations of the engine. Hooks that are not set change nothing.
 class DerivedEngine : public TestEngine {
@@ -56,101 +118,55 @@ class DerivedEngine : public TestEngine {
     /// Replaces the handling of a change of state. `handle` is that of the engine.
     std::function<void(CSClient::State newState, const std::function<void()>& handle)> onState;
 
-    int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) override;
-    int unregisterInputParameters(const std::vector<std::string>& names) override;
-    int requestSimulatorVersion() override;
-    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override;
+    int registerInputParameters(const CSClient::InputDef* definitions, unsigned int count) override {
+        EXPECT_FALSE(holdsParameterMutex());
+        // A copy, because the hook may replace itself.
+        const auto replacement = onRegisterInputs;
+        return replacement ? replacement({definitions, definitions + count})
+                           : TestEngine::registerInputParameters(definitions, count);
+    }
+    int unregisterInputParameters(const std::vector<std::string>& names) override {
+        EXPECT_FALSE(holdsParameterMutex());
+        if (onUnregisterInputs) {
+            onUnregisterInputs(names);
+        }
+        return TestEngine::unregisterInputParameters(names);
+    }
+    int requestSimulatorVersion() override {
+        const int result = TestEngine::requestSimulatorVersion();
+        if (onVersionRequested) {
+            onVersionRequested();
+        }
+        return result;
+    }
+    void handleConnectionStateChange(CSClient::State oldState, CSClient::State newState) override {
+        const auto handle = [=] { TestEngine::handleConnectionStateChange(oldState, newState); };
+        onState ? onState(newState, handle) : handle();
+    }
 
-    int registerAsTheEngine(const std::vector<CSClient::InputDef>& definitions);
-};
-
-/// A definition of an input, with subscription mode 1, or of an output.
-struct Definition {
-    std::string name;
-    CSClient::ParameterType type = CSClient::TYPE_FLOAT;
-
-    operator CSClient::InputDef() const { return input(name, type); }
-    operator CSClient::OutputDef() const { return output(name, type); }
-};
-
-// The two kinds of parameters, for tests of what they have in common. `row` returns a row of the table. Its status is,
-// for example, "waiting" or "id 7".
-
-struct Inputs {
-    using Registered = CSClient::InputDef;
-    static constexpr auto kRegister = &TestEngine::registerInputs;
-    static constexpr auto kUnregister = &CSClientProtocol::unregisterInputParameters;
-    static constexpr auto kUnregisterAll = &CSClientProtocol::unregisterAllInputParameters;
-    static constexpr auto kReregister = &CSClientProtocol::reregisterAllInputParameters;
-    static constexpr auto kNumber = &CSClientProtocol::getNumberOfInputParameters;
-    static constexpr auto kUnconfirmed = &CSClientProtocol::getNumberOfInputParametersWaitingForConfirmation;
-    static constexpr auto kHas = &CSClientProtocol::hasInputParameter;
-    static constexpr auto kTable = &TestEngine::inputTable;
-    static constexpr auto kIds = &TestEngine::inputIds;
-    static constexpr auto kRequest = &inputRequest;
-    static constexpr auto kEnd = &inputEnd;
-    static constexpr auto kConfirmation = &inputsConfirmed;
-    static constexpr const char* kWord = "input";
-
-    static std::string row(const std::string& name, const std::string& status = "waiting",
-                           CSClient::ParameterType type = CSClient::TYPE_FLOAT);
-    static std::string invalidType(const std::string& name);
-};
-
-struct Outputs {
-    using Registered = CSClient::OutputDef;
-    static constexpr auto kRegister = &TestEngine::registerOutputs;
-    static constexpr auto kUnregister = &CSClientProtocol::unregisterOutputParameters;
-    static constexpr auto kUnregisterAll = &CSClientProtocol::unregisterAllOutputParameters;
-    static constexpr auto kReregister = &CSClientProtocol::reregisterAllOutputParameters;
-    static constexpr auto kNumber = &CSClientProtocol::getNumberOfOutputParameters;
-    static constexpr auto kUnconfirmed = &CSClientProtocol::getNumberOfOutputParametersWaitingForConfirmation;
-    static constexpr auto kHas = &CSClientProtocol::hasOutputParameter;
-    static constexpr auto kTable = &TestEngine::outputTable;
-    static constexpr auto kIds = &TestEngine::outputIds;
-    static constexpr auto kRequest = &outputRequest;
-    static constexpr auto kEnd = &outputEnd;
-    static constexpr auto kConfirmation = &outputsConfirmed;
-    static constexpr const char* kWord = "output";
-
-    static std::string row(const std::string& name, const std::string& status = "waiting",
-                           CSClient::ParameterType type = CSClient::TYPE_FLOAT);
-    static std::string invalidType(const std::string& name);
-};
-
-using Kinds = testing::Types<Inputs, Outputs>;
-struct KindNames {
-    template <typename Kind>
-    static std::string GetName(int /*index*/) {
-        return std::is_same_v<Kind, Inputs> ? "Inputs" : "Outputs";
+    int registerAsTheEngine(const std::vector<CSClient::InputDef>& definitions) {
+        return TestEngine::registerInputParameters(definitions.data(), static_cast<unsigned int>(definitions.size()));
     }
 };
 
-/// An engine whose operations are those for one kind of parameters. It is ready, and it has no worker.
+/// An engine for one kind of parameters that also returns the requests to expect.
 template <typename Kind>
-class EngineOf : public TestEngine {
+class EngineOf : public EngineOfKind<Kind> {
   public:
-    explicit EngineOf(unsigned int options = 0, CSClient::State state = CSClient::STATE_READY)
-        : TestEngine(1, options) {
-        pretendState(state);
-    }
+    using EngineOfKind<Kind>::EngineOfKind;
 
-    int add(const std::vector<Definition>& definitions) { return (this->*Kind::kRegister)(registered(definitions)); }
-    int remove(const std::vector<std::string>& names) { return (this->*Kind::kUnregister)(names); }
-    void removeAll() { (this->*Kind::kUnregisterAll)(); }
-    void reregister() { (this->*Kind::kReregister)(); }
-    void confirm(const std::vector<IdAndName>& confirmed) { receive(Kind::kConfirmation(confirmed)); }
-    unsigned int number(bool confirmed) const { return (this->*Kind::kNumber)(confirmed); }
-    int unconfirmed() const { return (this->*Kind::kUnconfirmed)(); }
-    bool has(const std::string& name, bool confirmed) const { return (this->*Kind::kHas)(name, confirmed); }
-    std::vector<std::string> table() const { return (this->*Kind::kTable)(); }
-    std::string ids() const { return (this->*Kind::kIds)(); }
     static Requests request(const std::vector<Definition>& definitions) {
-        return Kind::kRequest(registered(definitions));
+        const auto registered = EngineOf::registered(definitions);
+        if constexpr (kIsOfInputs) {
+            return inputRequest(registered);
+        } else {
+            return outputRequest(registered);
+        }
     }
-    static std::vector<typename Kind::Registered> registered(const std::vector<Definition>& definitions) {
-        return {definitions.begin(), definitions.end()};
-    }
+    static Requests end(const std::vector<unsigned int>& ids) { return kIsOfInputs ? inputEnd(ids) : outputEnd(ids); }
+
+  private:
+    static constexpr bool kIsOfInputs = std::is_same_v<Kind, test::Inputs>;
 };
 
 /// A test with an engine and the text that it prints.

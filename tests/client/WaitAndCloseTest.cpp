@@ -1,16 +1,171 @@
-#include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <future>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 
 #include "tests/client/ClientFixtures.h"
 #include "tests/support/CapturedStreams.h"
-#include "tests/support/CountedSleeps.h"
 
 namespace com_tesk::test {
 namespace {
+
+constexpr unsigned int kStates[] = {0, 1, 2, 3, 4, 5};
+
+/// Returns a callback of `CountedSleeps` that runs `event` in one of the sleeps.
+std::function<void(int)> inSleep(int number, const std::function<void()>& event) {
+    return [=](int sleep) {
+        if (sleep == number) {
+            event();
+        }
+    };
+}
+
+std::atomic<int> caught{0};
+
+class StateWait : public testing::Test {
+  protected:
+    TestClient client;
+};
+
+TEST_F(StateWait, SeesTheCurrentStateWithoutSleeping) {
+    const CountedSleeps sleeps;
+    for (const unsigned int state : kStates) {
+        client.pretendState(static_cast<CSClient::State>(state));
+        for (const unsigned int wanted : kStates) {
+            EXPECT_EQ(client.waitForConnectionState(static_cast<CSClient::State>(wanted), 0), state == wanted)
+                << "waiting for " << wanted << " in state " << state;
+        }
+        EXPECT_TRUE(client.waitForConnectionState(static_cast<CSClient::State>(state), 5));
+    }
+    EXPECT_EQ(sleeps.count(), 0);
+}
+
+TEST_F(StateWait, SleepsOncePerSecondAndSeesAChangeAtTheNextPoll) {
+    for (const int change : {1, 3, 4}) {
+        client.pretendState(CSClient::STATE_CONNECTING);
+        const CountedSleeps sleeps(inSleep(change, [this] { client.pretendState(CSClient::STATE_READY); }));
+        // The last poll follows the last sleep.
+        EXPECT_EQ(client.waitForConnectionState(CSClient::STATE_READY, 3), change <= 3);
+        EXPECT_EQ(sleeps.count(), std::min(change, 3));
+    }
+}
+
+TEST_F(StateWait, DoesNotSeeAStateThatEndsBetweenTwoPolls) {
+    const CountedSleeps sleeps([this](int /*sleep*/) {
+        client.pretendState(CSClient::STATE_READY);
+        client.pretendState(CSClient::STATE_CONNECTING);
+    });
+    EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 2));
+}
+
+TEST_F(StateWait, IsNotBlockedByAnotherThreadWithTheConnectionLock) {
+    Gate gate;
+    std::thread holder([&] { client.probed->underConnectionLock([&gate] { gate.pass(); }); });
+    ASSERT_TRUE(gate.waitUntilReached());
+    const Stopwatch watch;
+    const CountedSleeps sleeps(inSleep(3, [this] { client.pretendState(CSClient::STATE_RECONNECTING); }));
+    client.pretendState(CSClient::STATE_CONNECTED);
+    EXPECT_TRUE(client.waitForConnectionState(CSClient::STATE_CONNECTED, 0));
+    EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 0));
+    EXPECT_TRUE(client.waitForConnectionState(CSClient::STATE_RECONNECTING, 3));
+    EXPECT_EQ(sleeps.count(), 3);
+    EXPECT_LT(watch.seconds(), kWithoutBlocking);
+    gate.open();
+    holder.join();
+}
+
+template <typename Kind>
+class ConfirmationWait : public ForEachKind<Kind> {
+  protected:
+    void registerOne(const char* name) { EXPECT_EQ(Kind::registerOne(this->client, Kind::define(name)), 0); }
+    bool wait(unsigned int seconds) { return Kind::wait(this->client, seconds); }
+};
+
+TYPED_TEST_SUITE(ConfirmationWait, Kinds, KindNames);
+
+TYPED_TEST(ConfirmationWait, ReturnsAtOnceWhenNothingIsUnconfirmed) {
+    const CountedSleeps sleeps;
+    EXPECT_TRUE(this->wait(1)) << "nothing is registered";
+    this->registerOne("A");
+    this->confirm(7, "A");
+    EXPECT_TRUE(this->wait(5));
+    this->confirm(7, "A");
+    EXPECT_TRUE(this->wait(5)) << "the same id again";
+    this->registerOne("B");
+    TypeParam::unregisterOne(this->client, "B");
+    EXPECT_TRUE(this->wait(1)) << "the other one is unregistered";
+    EXPECT_EQ(sleeps.count(), 0);
+}
+
+TYPED_TEST(ConfirmationWait, WithZeroSecondsIsFalse) {
+    const CountedSleeps sleeps;
+    EXPECT_FALSE(this->wait(0)) << "nothing is registered";
+    this->registerOne("A");
+    this->confirm(7, "A");
+    EXPECT_FALSE(this->wait(0)) << "everything is confirmed";
+    EXPECT_EQ(sleeps.count(), 0);
+}
+
+// Unlike the wait for a state, it does not poll after the last sleep.
+TYPED_TEST(ConfirmationWait, PollsOncePerSecondAndThenSleeps) {
+    this->registerOne("A");
+    this->registerOne("B");
+    this->confirm(7, "A");
+    const CountedSleeps sleeps([this](int sleep) {
+        if (sleep == 4 || sleep == 6) {
+            this->confirm(8U + static_cast<unsigned int>(sleep), sleep == 4 ? "B" : "C");
+        }
+    });
+    EXPECT_FALSE(this->wait(1));
+    EXPECT_EQ(sleeps.count(), 1);
+    EXPECT_FALSE(this->wait(3)) << "the confirmation arrives in the last sleep";
+    EXPECT_EQ(sleeps.count(), 4);
+    this->registerOne("C");
+    EXPECT_TRUE(this->wait(3));
+    EXPECT_EQ(sleeps.count(), 6);
+}
+
+TYPED_TEST(ConfirmationWait, TwoIdsOfOneNameMakeItTimeOut) {
+    const CountedSleeps sleeps;
+    this->registerOne("A");
+    this->confirm(7, "A");
+    this->confirm(8, "A");
+    EXPECT_FALSE(this->wait(1));
+}
+
+TYPED_TEST(ConfirmationWait, IgnoresTheOtherKind) {
+    using Other = typename TestFixture::OtherKind;
+    const CountedSleeps sleeps;
+    Other::registerOne(this->client, Other::define("A"));
+    EXPECT_TRUE(this->wait(1));
+    EXPECT_FALSE(Other::wait(this->client, 1));
+}
+
+// Every wait of a client sleeps in the same way.
+TEST_F(StateWait, SleepsWholeSecondsDespiteSignals) {
+    struct sigaction action = {};
+    struct sigaction previous = {};
+    action.sa_handler = [](int /*signal*/) { ++caught; };
+    sigaction(SIGUSR1, &action, &previous);
+    std::atomic<bool> isOver{false};
+    std::thread sender([&isOver, waiting = pthread_self()] {
+        while (!isOver) {
+            pthread_kill(waiting, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    });
+    const Stopwatch watch;
+    EXPECT_FALSE(client.waitForConnectionState(CSClient::STATE_READY, 2));
+    EXPECT_GE(watch.seconds(), 2.0);
+    EXPECT_GE(caught, 5) << "enough to interrupt the sleep several times";
+    isOver = true;
+    sender.join();
+    sigaction(SIGUSR1, &previous, nullptr);
+}
 
 using BlockedClient = ClientWithBlockedWorker<>;
 
@@ -53,14 +208,15 @@ TEST(Close, AfterTwoSleepsReturnsTheCurrentState) {
 TEST(Close, DoesNotInterruptAHostThatStallsInABody) {
     ScriptedSession session;
     ASSERT_NO_FATAL_FAILURE(session.connect());
-    session.peer->send(kUnfinishedFrame);
+    const std::string frame = hexFrame("04 02 7F FF 00 00 00 0C 00 7F 00 09");
+    session.peer->send(frame.substr(0, 33 * 3));
     // After one receive time-out the worker is inside the body.
     EXPECT_FALSE(session.client->waitForConnectionState(CSClient::STATE_DISCONNECTED, 1));
     EXPECT_EQ(session.client->close(), CSClient::STATE_DISCONNECTING);
     EXPECT_EQ(session.client->getServerPort(), 0U);
     const std::future<void> destruction = std::async(std::launch::async, [&] { session.client.reset(); });
     EXPECT_EQ(destruction.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
-    session.peer->send("02 7F FF 00 00 00 0C 00 7F 00 09");
+    session.peer->send(frame.substr(33 * 3));
     EXPECT_TRUE(session.peer->waitForEnd());
     EXPECT_EQ(destruction.wait_for(kWaitBound), std::future_status::ready);
     EXPECT_EQ(session.callbacks.states(), "0->1 1->2 2->4 4->3 3->0");
@@ -86,96 +242,6 @@ TEST(Close, EndsRetriesInTimeAndPrintsNothing) {
     EXPECT_EQ(session.client->getConnectionState(), CSClient::STATE_CONNECTING);
     EXPECT_EQ(session.client->close(), CSClient::STATE_DISCONNECTED);
     EXPECT_EQ(streams.out() + streams.err(), "");
-}
-
-TEST(Close, IsNotBlockedByAConnectInProgress) {
-    BlockedClient blocked(BlockedClient::IN_CONNECT);
-    const CountedSleeps sleeps;
-    EXPECT_EQ(blocked.client->getConnectionState(), CSClient::STATE_CONNECTING);
-    EXPECT_EQ(blocked.client->getServerIPAddress(), "127.0.0.1");
-    EXPECT_EQ(blocked.client->open(kAnyAddress, 2, nullptr), 2);
-    EXPECT_EQ(blocked.client->registerOutputParameter(output("A")), 0);
-    EXPECT_EQ(sleeps.count(), 0);
-    EXPECT_EQ(blocked.client->close(), CSClient::STATE_DISCONNECTING);
-    EXPECT_EQ(sleeps.count(), 2);
-    blocked.gate.open();
-    ASSERT_TRUE(blocked.callbacks.waitFor("state 3->0"));
-    EXPECT_EQ(blocked.callbacks.states(), "0->1 1->3 3->0");
-    const FakeTransport& transport = blocked.client->probed->fakeTransport();
-    EXPECT_EQ(transport.written(), Lines{}) << "a connection made after the close is not used";
-    EXPECT_GE(transport.closeCount(), 1);
-}
-
-/// A thread that has seen `STATE_DISCONNECTED` may act at once.
-class EndOfConnection : public testing::Test {
-  protected:
-    static constexpr int kRounds = 20;
-
-    EndOfConnection() {
-        lastCallback.onLine = [this](const std::string& line) {
-            if (line == "state 3->0") {
-                stateInside = client->getConnectionState();
-                gate.pass();
-            }
-        };
-    }
-    ~EndOfConnection() override { gate.open(); }
-
-    void connect() {
-        ASSERT_EQ(client->open(kAnyAddress, 1, nullptr), 0);
-        ASSERT_TRUE(waitForState(*client, CSClient::STATE_READY));
-    }
-
-    /// Ends the connection without sleeping.
-    void end() {
-        client->probed->forceCloseConnection();
-        ASSERT_TRUE(waitForState(*client, CSClient::STATE_DISCONNECTED));
-    }
-
-    /// Its callback of the end waits at the gate.
-    RecordingCallbacks lastCallback;
-    Gate gate;
-    CSClient::State stateInside = CSClient::STATE_RECONNECTING;
-    std::unique_ptr<TestClient> client = std::make_unique<TestClient>();
-};
-
-TEST_F(EndOfConnection, CloseReturnsZeroAfterTheLastCallbackWithEmptyTables) {
-    client->addCallbackInterface(&lastCallback);
-    ASSERT_NO_FATAL_FAILURE(connect());
-    client->registerOutputParameter(output("A"));
-    client->registerInputParameter(input("B"));
-    const CountedSleeps sleeps([&](int sleep) {
-        EXPECT_TRUE(gate.waitUntilReached());
-        EXPECT_EQ(client->getConnectionState(), CSClient::STATE_DISCONNECTING);
-        if (sleep == 4) {
-            gate.open();
-            EXPECT_TRUE(waitForState(*client, CSClient::STATE_DISCONNECTED));
-        }
-    });
-    EXPECT_EQ(client->close(), CSClient::STATE_DISCONNECTING) << "the callback still runs";
-    EXPECT_EQ(client->close(), CSClient::STATE_DISCONNECTED);
-    EXPECT_EQ(sleeps.count(), 4);
-    EXPECT_EQ(stateInside, CSClient::STATE_DISCONNECTED) << "the callback itself sees it earlier";
-    EXPECT_EQ(lastCallback.states(), "0->1 1->2 2->4 4->3 3->0");
-    EXPECT_EQ(client->probed->outputTable(), Lines{});
-    EXPECT_EQ(client->probed->inputTable(), Lines{});
-}
-
-TEST_F(EndOfConnection, AllowsEveryOperationAtOnce) {
-    for (int round = 0; round < kRounds; ++round) {
-        SCOPED_TRACE(round);
-        ASSERT_NO_FATAL_FAILURE(connect());
-        ASSERT_NO_FATAL_FAILURE(end());
-        ASSERT_NO_FATAL_FAILURE(connect());
-        client->registerOutputParameter(output("old"));
-        ASSERT_NO_FATAL_FAILURE(end());
-        EXPECT_EQ(client->registerOutputParameter(output("new")), 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        ASSERT_EQ(client->probed->outputTable(), Lines{"new type 1 waiting 00000000"});
-        ASSERT_NO_FATAL_FAILURE(connect());
-        ASSERT_NO_FATAL_FAILURE(end());
-        client = std::make_unique<TestClient>();
-    }
 }
 
 /// A client of an application, whose constructor may fail before there is an engine.
