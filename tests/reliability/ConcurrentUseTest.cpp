@@ -140,6 +140,21 @@ TEST_P(ConcurrentUse, LeavesTheClientUsable) {
     ASSERT_EQ(client->registerInputParameter({"END", CSClient::TYPE_INT, 1}), 0);
     ASSERT_TRUE(callbacks.waitFor("outputs confirmed END"));
     ASSERT_TRUE(callbacks.waitFor("inputs confirmed END"));
+    std::vector<std::thread> threads;
+    for (const char* const name : {"A", "B", "C"}) {
+        ASSERT_EQ(client->registerOutputParameter({name, CSClient::TYPE_INT}), 0);
+        threads.emplace_back([this, name] {
+            for (int i = 0; i <= 200; ++i) {
+                EXPECT_EQ(client->publishParameter(intParameter(name, i)), 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const char* const name : {"A", "B", "C"}) {
+        EXPECT_TRUE(host->waitForValue(name, HostValue::integer(200), std::chrono::seconds(10))) << name;
+    }
     EXPECT_EQ(client->publishParameter(intParameter("END", 4711)), 0);
     EXPECT_TRUE(host->waitForValue("END", HostValue::integer(4711), std::chrono::seconds(10)));
     EXPECT_TRUE(callbacks.waitFor("updated END=int:4711"));
