@@ -1,7 +1,4 @@
-#include <cerrno>
-#include <cstring>
 #include <limits>
-#include <thread>
 
 #include "tests/comms/SystemCalls.h"
 #include "tests/comms/Transports.h"
@@ -44,15 +41,12 @@ TEST(BufferedLargestFrame, IsAcceptedAndOneByteMoreIsNot) {
     for (const std::uint32_t largest : {100'000U, Bounds().largestFrame}) {
         BufferedPair pair(largestFrameOf(largest));
         for (const std::uint32_t size : {largest - 1, largest}) {
-            const Bytes body = patternedBytes(size - kHeader);
-            std::thread sender([&] { pair.peer->send(frameOf(body)); });
+            const Bytes frame = frameOf(patternedBytes(size - kHeader));
+            auto sending = std::async(std::launch::async, [&] { pair.peer->send(frame); });
             RawMessage message(RawMessage::DATA);
             EXPECT_EQ(readFully(pair.transport, kHeader, message), 32);
-            message.clear();
             EXPECT_EQ(readFully(pair.transport, size - kHeader, message), static_cast<int>(size - kHeader));
-            sender.join();
-            ASSERT_EQ(message.size(), body.size());
-            EXPECT_EQ(std::memcmp(message.data(), body.data(), body.size()), 0);
+            EXPECT_TRUE(bytesOf(message) == frame);
         }
         pair.peer->send(headerOf(largest + 1 - kHeader));
         EXPECT_EQ(readBodyOfFrame(pair.transport), "body: -1 error " + std::to_string(EMSGSIZE));
@@ -89,7 +83,7 @@ TEST(BufferedLargestFrame, NeverForbidsAHeader) {
 void expectTimeout(BufferedPair& pair, const Bytes& frame, std::size_t sent) {
     SCOPED_TRACE(std::to_string(sent) + " of " + std::to_string(frame.size()));
     pair.peer->send(slice(frame, 0, sent));
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     CallResult read = readOnce(pair.transport, kHeader);
     if (sent >= kHeader) {
         ASSERT_EQ(read.result, 32);
@@ -150,27 +144,24 @@ TEST(BufferedSilence, BetweenFramesIsNoError) {
 TEST(BufferedSilence, IsCountedOverSeveralReads) {
     BufferedPair pair(silenceOf(milliseconds(1'500)));
     pair.peer->send("00 00 00 2A");
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     EXPECT_EQ(readOnce(pair.transport, kHeader).result, -2);
-    const CallResult second = readOnce(pair.transport, kHeader);
-    EXPECT_EQ(second.result, -1);
-    EXPECT_EQ(second.error, ETIMEDOUT);
+    EXPECT_EQ(readOnce(pair.transport, kHeader).outcome(), Outcome(-1, ETIMEDOUT));
     EXPECT_GE(elapsed.seconds(), 1.49);
 }
 
 TEST(BufferedSilence, IsBrokenByASingleByte) {
     // The whole frame takes twice as long as a silence may.
     BufferedPair pair(silenceOf(milliseconds(2'000)));
-    std::thread trickle([&] {
+    auto trickle = std::async(std::launch::async, [&] {
         for (const unsigned char byte : hex(hexFrame(kTen))) {
             pair.peer->send(Bytes{byte});
             std::this_thread::sleep_for(milliseconds(110));
         }
     });
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     EXPECT_EQ(readBodyOfFrame(pair.transport), kTen);
     EXPECT_GT(elapsed.seconds(), 4.0);
-    trickle.join();
 }
 
 TEST(BufferedSilence, DoesNotCountTheTimeBetweenReads) {
@@ -178,12 +169,11 @@ TEST(BufferedSilence, DoesNotCountTheTimeBetweenReads) {
     pair.peer->send(headerOf(10));
     EXPECT_EQ(readOnce(pair.transport, kHeader).result, 32);
     std::this_thread::sleep_for(milliseconds(1'500));
-    std::thread late([&] {
+    auto late = std::async(std::launch::async, [&] {
         std::this_thread::sleep_for(milliseconds(100));
         pair.peer->send(kTen);
     });
     EXPECT_EQ(readOnce(pair.transport, 10).bytes, kTen);
-    late.join();
 }
 
 TEST(BufferedSilence, OfAnEarlierConnectionDoesNotCount) {
@@ -208,74 +198,70 @@ constexpr milliseconds kMoment{200};
 /// Far below the default bounds of connecting and of a silence.
 constexpr double kFarBelowDefaults = 3.0;
 
-struct NamedTime {
-    const char* name;
-    milliseconds time;
-};
+/// A connected transport, and one that finds no host, with the same bounds.
+struct ExtremeBounds {
+    explicit ExtremeBounds(milliseconds time)
+        : pair(boundsOf(time, Bounds().connectTimeout), bufferSizes(64U << 10U)), unconnected(boundsOf(time, time)) {}
 
-class BufferedExtremeBound : public testing::TestWithParam<NamedTime> {
-  protected:
     static Bounds boundsOf(milliseconds transfer, milliseconds connect) {
         Bounds bounds = silenceOf(transfer);
         bounds.writeTimeout = transfer;
         bounds.connectTimeout = connect;
         return bounds;
     }
+    bool open() { return unconnected.openConnection(BlackHole::host(), hole.port()); }
 
-    BufferedPair pair{boundsOf(GetParam().time, Bounds().connectTimeout), bufferSizes(64U << 10U)};
+    BufferedPair pair;
     const BlackHole hole;
-    VisibleBuffered unconnected{boundsOf(GetParam().time, GetParam().time)};
+    VisibleBuffered unconnected;
 };
 
-class BufferedEndlessBound : public BufferedExtremeBound {};
-INSTANTIATE_TEST_SUITE_P(Of, BufferedEndlessBound,
-                         testing::Values(NamedTime{"Max", milliseconds::max()},
-                                         NamedTime{"ThousandYears", std::chrono::hours(24 * 365 * 1000)}),
-                         nameOfRow<NamedTime>);
+TEST(BufferedEndlessBound, EndsNeitherAConnectNorASilenceNorAWrite) {
+    for (const milliseconds time : {milliseconds::max(), milliseconds(std::chrono::hours(24 * 365 * 1000))}) {
+        SCOPED_TRACE(time.count());
+        ExtremeBounds bound(time);
+        auto opened = std::async(std::launch::async, [&] { return bound.open(); });
+        EXPECT_EQ(opened.wait_for(kMoment), std::future_status::timeout);
+        bound.unconnected.setInterrupted(true);
+        EXPECT_FALSE(opened.get());
 
-TEST_P(BufferedEndlessBound, EndsNeitherAConnectNorASilenceNorAWrite) {
-    auto opened =
-        std::async(std::launch::async, [this] { return unconnected.openConnection(BlackHole::host(), hole.port()); });
-    EXPECT_EQ(opened.wait_for(kMoment), std::future_status::timeout);
-    unconnected.setInterrupted(true);
-    EXPECT_FALSE(opened.get());
+        bound.pair.peer->send("00 00");
+        EXPECT_EQ(readOnce(bound.pair.transport, 4).result, -2);
+        bound.pair.peer->send("00 2A");
+        EXPECT_EQ(readOnce(bound.pair.transport, 4).bytes, "00 00 00 2A");
 
-    pair.peer->send("00 00");
-    EXPECT_EQ(readOnce(pair.transport, 4).result, -2);
-    pair.peer->send("00 2A");
-    EXPECT_EQ(readOnce(pair.transport, 4).bytes, "00 00 00 2A");
-
-    const Bytes frame = patternedBytes(kMoreThanFits);
-    auto written = std::async(std::launch::async, [&] { return pair.transport.writeMessage(messageOfBytes(frame)); });
-    EXPECT_EQ(written.wait_for(kMoment), std::future_status::timeout);
-    EXPECT_TRUE(pair.peer->receive(frame.size()) == frame);
-    EXPECT_EQ(written.get(), static_cast<int>(frame.size()));
+        const Bytes frame = patternedBytes(kMoreThanFits);
+        BackgroundCall written([&] { return writeOnce(bound.pair.transport, messageOfBytes(frame)); });
+        EXPECT_TRUE(written.waitUntilItBlocks(bound.pair.transport.descriptor()));
+        std::this_thread::sleep_for(kMoment);
+        EXPECT_FALSE(written.hasEnded());
+        EXPECT_TRUE(bound.pair.peer->receive(frame.size()) == frame);
+        EXPECT_EQ(written.get().result, static_cast<int>(frame.size()));
+    }
 }
 
-class BufferedNegativeBound : public BufferedExtremeBound {};
-INSTANTIATE_TEST_SUITE_P(Of, BufferedNegativeBound,
-                         testing::Values(NamedTime{"Zero", milliseconds(0)}, NamedTime{"MinusOne", milliseconds(-1)},
-                                         NamedTime{"Min", milliseconds::min()}),
-                         nameOfRow<NamedTime>);
+TEST(BufferedNegativeBound, EndsWhateverHasToWaitAndNothingElse) {
+    for (const milliseconds time : {milliseconds(0), milliseconds(-1), milliseconds::min()}) {
+        SCOPED_TRACE(time.count());
+        ExtremeBounds bound(time);
+        BufferedPair& pair = bound.pair;
+        const Stopwatch elapsed;
+        EXPECT_FALSE(bound.open());
+        EXPECT_LT(elapsed.seconds(), kFarBelowDefaults);
 
-TEST_P(BufferedNegativeBound, EndsWhateverHasToWaitAndNothingElse) {
-    const ElapsedTime elapsed;
-    EXPECT_FALSE(unconnected.openConnection(BlackHole::host(), hole.port()));
-    EXPECT_LT(elapsed.seconds(), kFarBelowDefaults);
+        EXPECT_EQ(pair.transport.writeMessage(messageOf("01 02")), 2);
+        pair.peer->send(hexFrame(kTen));
+        EXPECT_EQ(readBodyOfFrame(pair.transport), kTen);
+        pair.peer->send("00 00");
+        const CallResult read = readOnce(pair.transport, 4);
+        EXPECT_EQ(read.error, ETIMEDOUT);
+        EXPECT_LT(read.seconds, kFarBelowDefaults);
 
-    EXPECT_EQ(pair.transport.writeMessage(messageOf("01 02")), 2);
-    pair.peer->send(hexFrame(kTen));
-    EXPECT_EQ(readBodyOfFrame(pair.transport), kTen);
-    pair.peer->send("00 00");
-    const CallResult read = readOnce(pair.transport, 4);
-    EXPECT_EQ(read.error, ETIMEDOUT);
-    EXPECT_LT(read.seconds, kFarBelowDefaults);
-
-    pair.connect();
-    const CallResult write = writeOnce(pair.transport, messageOfBytes(Bytes(kMoreThanFits)));
-    EXPECT_EQ(write.result, -1);
-    EXPECT_EQ(write.error, EAGAIN);
-    EXPECT_LT(write.seconds, kFarBelowDefaults);
+        pair.connect();
+        const CallResult write = writeOnce(pair.transport, messageOfBytes(Bytes(kMoreThanFits)));
+        EXPECT_EQ(write.outcome(), Outcome(-1, EAGAIN));
+        EXPECT_LT(write.seconds, kFarBelowDefaults);
+    }
 }
 
 }  // namespace

@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-#include <poll.h>
-
 #include <algorithm>
 #include <random>
-#include <vector>
 
-#include "tests/comms/BufferedPair.h"
 #include "tests/comms/SystemCalls.h"
+#include "tests/comms/Transports.h"
 #include "tests/support/Seed.h"
 #include "tests/support/TestSize.h"
 
@@ -48,46 +44,35 @@ class BufferedSplits : public testing::Test {
 Bytes streamOf(const Strings& bodies) {
     Bytes stream;
     for (const std::string& body : bodies) {
-        const Bytes frame = hex(hexFrame(body));
-        stream.insert(stream.end(), frame.begin(), frame.end());
+        append(stream, hex(hexFrame(body)));
     }
     return stream;
 }
 
 /// The messages of a host in a short session: its version, a confirmed input, a confirmed output, two updates.
 Strings sessionBodies() {
+    const std::string head = "04 02 7F FF 00 00 00 ";
     return {
-        "04 02 7F FF 00 00 00 2C 00 7F 01 06 00 01 00 00 00 00 00 01 " + hexField("4.4.1", 24),
-        "04 02 7F FF 00 00 00 48 00 7F 01 01 00 01 00 00 00 00 00 01 00 00 00 07 00 00 00 00 00 00 00 00 "
-        "00 00 00 00 3F C0 00 00 " +
+        head + "2C 00 7F 01 06 00 01 00 00 00 00 00 01 " + hexField("4.4.1", 24),
+        head + "48 00 7F 01 01 00 01 00 00 00 00 00 01 00 00 00 07 00 00 00 00 00 00 00 00 00 00 00 00 3F C0 00 00 " +
             hexField("SPEED"),
-        "04 02 7F FF 00 00 00 44 00 7F 01 02 00 01 00 00 00 00 00 01 00 00 00 09 00 00 04 B0 00 00 00 00 "
-        "00 00 00 00 " +
+        head + "44 00 7F 01 02 00 01 00 00 00 00 00 01 00 00 00 09 00 00 04 B0 00 00 00 00 00 00 00 00 " +
             hexField("RUDDER"),
-        "04 02 7F FF 00 00 00 1C 00 7F 01 03 00 01 00 00 00 00 00 01 00 00 00 07 3F C0 00 00",
-        "04 02 7F FF 00 00 00 1C 00 7F 01 03 00 01 00 00 00 00 00 01 00 00 00 07 40 20 00 00",
+        head + "1C 00 7F 01 03 00 01 00 00 00 00 00 01 00 00 00 07 3F C0 00 00",
+        head + "1C 00 7F 01 03 00 01 00 00 00 00 00 01 00 00 00 07 40 20 00 00",
     };
-}
-
-Strings normalized(const Strings& bodies) {
-    Strings texts;
-    for (const std::string& body : bodies) {
-        texts.push_back(hexText(hex(body)));
-    }
-    return texts;
 }
 
 TEST_F(BufferedSplits, EverySplitPointOfASessionIsInvisible) {
     const Strings bodies = sessionBodies();
     const Bytes stream = streamOf(bodies);
-    const Strings expected = normalized(bodies);
     Ends everyByte;
     for (std::size_t split = 1; split < stream.size(); ++split) {
-        ASSERT_EQ(bodiesOf(bodies.size(), stream, {split}), expected) << "split at " << split;
+        ASSERT_EQ(bodiesOf(bodies.size(), stream, {split}), bodies) << "split at " << split;
         everyByte.push_back(split);
     }
-    EXPECT_EQ(bodiesOf(bodies.size(), stream, everyByte), expected) << "byte by byte";
-    EXPECT_EQ(bodiesOf(bodies.size(), stream, {}), expected) << "all together";
+    EXPECT_EQ(bodiesOf(bodies.size(), stream, everyByte), bodies) << "byte by byte";
+    EXPECT_EQ(bodiesOf(bodies.size(), stream, {}), bodies) << "all together";
 }
 
 TEST_F(BufferedSplits, EveryPairOfSplitPointsOfShortStreamsIsInvisible) {
@@ -98,10 +83,9 @@ TEST_F(BufferedSplits, EveryPairOfSplitPointsOfShortStreamsIsInvisible) {
     std::size_t step = 1;
     for (const Strings& bodies : streams) {
         const Bytes stream = streamOf(bodies);
-        const Strings expected = normalized(bodies);
         for (std::size_t first = 1; first < stream.size(); first += step) {
             for (std::size_t second = first + 1; second < stream.size(); ++second) {
-                ASSERT_EQ(bodiesOf(bodies.size(), stream, {first, second}), expected) << first << " and " << second;
+                ASSERT_EQ(bodiesOf(bodies.size(), stream, {first, second}), bodies) << first << " and " << second;
             }
         }
         step = sized<std::size_t>(3, 1);  // For the messages of the session.
@@ -122,8 +106,7 @@ TEST_F(BufferedSplits, RandomPiecesOfRandomFramesAreInvisible) {
             // Up to twice the read-ahead.
             const Bytes body = patternedBytes(randomLength(15), static_cast<std::uint32_t>(random()));
             bodies.push_back(hexText(body));
-            const Bytes frame = frameOf(body);
-            stream.insert(stream.end(), frame.begin(), frame.end());
+            append(stream, frameOf(body));
         }
         Ends ends;
         for (std::size_t end = 0; end < stream.size();) {
@@ -143,8 +126,7 @@ TEST_P(BufferedSizes, OneLessAndOneMoreAreDeliveredExactlyHoweverTheyAreSplit) {
         const Bytes small = patternedBytes(5, 77);
         Bytes stream = frameOf(large);
         const std::size_t end = stream.size();
-        const Bytes next = frameOf(small);
-        stream.insert(stream.end(), next.begin(), next.end());
+        append(stream, frameOf(small));
         const Strings expected{hexText(large), hexText(small)};
         const std::vector<Ends> cuts{{},    {1},       {31},       {32},       {33},      {end - 1},
                                      {end}, {end + 1}, {end + 31}, {end + 32}, {32, end}, {end / 2, end + 5}};
@@ -164,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(Around, BufferedSizes,
 
 TEST(BufferedReadAhead, OfAnySizeDeliversExactly) {
     for (const std::size_t readAhead : {0U, 1U, 31U, 32U, 33U, 64U, 1'000U, 1U << 20U}) {
-        CSCommsInterfaceTCPBuffered::Bounds bounds;
+        Bounds bounds;
         bounds.readAhead = readAhead;
         BufferedPair pair(bounds);
         for (const std::size_t size : {1U, 31U, 32U, 33U, 63U, 64U, 65U, 999U, 1'000U, 1'001U, 20'000U}) {

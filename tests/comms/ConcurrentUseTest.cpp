@@ -1,12 +1,9 @@
+#include <sys/socket.h>
+
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <random>
 #include <system_error>
-#include <thread>
-#include <vector>
 
-#include "tests/comms/OtherDescriptors.h"
 #include "tests/comms/SystemCalls.h"
 #include "tests/comms/Transports.h"
 #include "tests/support/Emulator.h"
@@ -16,127 +13,138 @@ namespace com_tesk::test {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+
+/// The most that a close may take. A writer that blocks would delay it by 30 s.
+const double kMaxClose = isEmulated() ? 10.0 : 2.0;
+
+/// Two connected sockets of the application. The system gives them the lowest free numbers: those of descriptors that
+/// were just closed. In each direction one character is in transit, so that a stray write or read shows.
+class OtherDescriptors {
+  public:
+    OtherDescriptors() {
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, descriptors), 0);
+        send(descriptors[0], "0", 1, MSG_NOSIGNAL);
+        send(descriptors[1], "1", 1, MSG_NOSIGNAL);
+    }
+    OtherDescriptors(const OtherDescriptors&) = delete;
+    OtherDescriptors& operator=(const OtherDescriptors&) = delete;
+    ~OtherDescriptors() {
+        ::close(descriptors[0]);
+        ::close(descriptors[1]);
+    }
+
+    bool hasNumber(int descriptor) const { return descriptor == descriptors[0] || descriptor == descriptors[1]; }
+
+    /// Reads all. Returns true when no other thread has read, written or closed here.
+    bool areUntouched() const { return contentsOf(descriptors[0]) == "1" && contentsOf(descriptors[1]) == "0"; }
+
+  private:
+    static std::string contentsOf(int descriptor) {
+        char buffer[256];
+        const ssize_t count = recv(descriptor, buffer, sizeof buffer, MSG_DONTWAIT);
+        return {buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+    }
+
+    int descriptors[2] = {-1, -1};
+};
 
 /// An operation on another thread that is stopped before its system call: it has chosen its descriptor, but has not
 /// used it yet. It continues on request, or after a while, because a closing thread may wait for it.
 class StoppedOperation {
   public:
-    template <typename Operation>
-    StoppedOperation(const std::string& call, Operation operation)
-        : thread([this, call, operation] {
+    StoppedOperation(const std::string& call, const std::function<int()>& operation)
+        : result(std::async(std::launch::async, [this, call, operation] {
               SystemCalls calls;
               calls.before(call, [this] {
-                  isStopped = true;
-                  waitUntil([this] { return mayContinue.load(); }, 200ms);
+                  isStopped.open();
+                  mayContinue.wait(200ms);
                   hasContinued = true;
               });
-              result = operation();
-          }) {
-        EXPECT_TRUE(waitUntil([this] { return isStopped.load(); }));
+              return operation();
+          })) {
+        EXPECT_TRUE(isStopped.wait());
     }
-    StoppedOperation(const StoppedOperation&) = delete;
-    StoppedOperation& operator=(const StoppedOperation&) = delete;
-    ~StoppedOperation() { finish(); }
 
     /// Continues the operation and returns its result.
     int finish() {
-        mayContinue = true;
-        if (thread.joinable()) {
-            thread.join();
-        }
-        return result;
+        mayContinue.open();
+        return result.get();
     }
 
     std::atomic<bool> hasContinued{false};
 
   private:
-    std::atomic<bool> isStopped{false};
-    std::atomic<bool> mayContinue{false};
-    int result = -99;
-    std::thread thread;
+    Latch isStopped;
+    Latch mayContinue;
+    std::future<int> result;
 };
 
-class TransportDescriptorSafety : public testing::Test {
+class TransportDescriptorSafety : public BothTransports {
   protected:
-    TransportDescriptorSafety() { connect(); }
-
-    void connect() {
-        // The new socket then gets the lowest free number.
-        peer.reset();
+    void SetUp() override {
+        peer.reset();  // The new socket gets the lowest free number.
         transport.reset();
-        transport = std::make_unique<VisibleTransport>();
-        EXPECT_TRUE(transport->openConnection(ScriptedHost::address(), host.port()));
-        peer = host.accept();
-        descriptor = transport->descriptor();
+        transport = newTransport();
+        connect();
+        number = descriptor();
     }
 
-    int write() const { return transport->writeMessage(messageOf("A1 A2 A3")); }
+    std::function<int()> writing() {
+        return [used = transport.get()] { return used->writeMessage(messageOf("A1 A2 A3")); };
+    }
 
-    ScriptedHost host;
-    std::unique_ptr<VisibleTransport> transport;
-    std::unique_ptr<ScriptedHost::Peer> peer;
-    int descriptor = -1;
+    int number = -1;
 };
 
-TEST_F(TransportDescriptorSafety, AWriteOvertakenByCloseOrDestructionReachesNoOtherDescriptor) {
-    for (const bool isDestroyed : {false, true}) {
-        StoppedOperation writer("write", [&used = *transport] { return used.writeMessage(messageOf("A1 A2 A3")); });
+INSTANTIATE_TEST_SUITE_P(Of, TransportDescriptorSafety, testing::Values(false), nameOfTransport);
+
+TEST_P(TransportDescriptorSafety, AReadOrWriteOvertakenByCloseOrDestructionReachesNoOther) {
+    for (const auto& [isRead, isDestroyed] : {std::pair{false, false}, {false, true}, {true, false}, {true, true}}) {
+        SetUp();
+        RawMessage message(RawMessage::DATA);
+        const auto reading = [&, used = transport.get()] { return used->readMessage(3, message); };
+        StoppedOperation operation(isRead ? "read" : "write", isRead ? std::function<int()>(reading) : writing());
         if (isDestroyed) {
             transport.reset();
         } else {
             EXPECT_EQ(transport->close(), 0);
         }
-        EXPECT_TRUE(writer.hasContinued) << "close waits for the write";
+        EXPECT_TRUE(operation.hasContinued) << "close waits for it";
         const OtherDescriptors other;
-        ASSERT_TRUE(other.hasNumber(descriptor)) << "the test could not fail";
-        EXPECT_EQ(writer.finish(), -1);
-        EXPECT_EQ(other.contents(), "1 0");
-        connect();
+        ASSERT_TRUE(other.hasNumber(number)) << "the test could not fail";
+        EXPECT_LE(operation.finish(), isRead ? 0 : -1);
+        EXPECT_TRUE(other.areUntouched());
+        EXPECT_EQ(hexText(message), isRead ? "00 00 00" : "");
     }
 }
 
-TEST_F(TransportDescriptorSafety, AReadOvertakenByCloseReachesNoOtherDescriptor) {
-    RawMessage message(RawMessage::DATA);
-    StoppedOperation reader("read", [&] { return transport->readMessage(3, message); });
-    EXPECT_EQ(transport->close(), 0);
-    const OtherDescriptors other;
-    ASSERT_TRUE(other.hasNumber(descriptor)) << "the test could not fail";
-    EXPECT_LE(reader.finish(), 0);
-    EXPECT_EQ(other.contents(), "1 0");
-    EXPECT_EQ(hexText(message), "00 00 00");
-}
-
-TEST_F(TransportDescriptorSafety, AWriteOvertakenByAReopeningDoesNotReachTheNewConnection) {
-    ScriptedHost newHost;
-    StoppedOperation writer("write", [&] { return write(); });
-    ASSERT_TRUE(transport->openConnection(ScriptedHost::address(), newHost.port()));
-    ASSERT_EQ(transport->descriptor(), descriptor) << "the test could not fail";
+TEST_P(TransportDescriptorSafety, AWriteOvertakenByAReopeningDoesNotReachTheNewConnection) {
+    StoppedOperation writer("write", writing());
+    ASSERT_TRUE(open());
+    ASSERT_EQ(descriptor(), number) << "the test could not fail";
     writer.finish();
-    const auto newPeer = newHost.accept();
+    const auto newPeer = host.accept();
     ASSERT_NE(newPeer, nullptr);
     EXPECT_TRUE(newPeer->isQuietFor(50ms));
 }
 
-TEST_F(TransportDescriptorSafety, AWriteThatComesWhileCloseWaitsFailsAtOnce) {
-    StoppedOperation writer("write", [&] { return write(); });
-    std::thread closer([&] { transport->close(); });
-    EXPECT_TRUE(waitUntil([&] { return transport->descriptor() == -1; }));
+TEST_P(TransportDescriptorSafety, AWriteThatComesWhileCloseWaitsFailsAtOnce) {
+    StoppedOperation writer("write", writing());
+    const auto closing = std::async(std::launch::async, [&] { return transport->close(); });
+    EXPECT_TRUE(waitUntil([&] { return descriptor() == -1; }));
     {
         const SystemCalls calls;
-        EXPECT_EQ(write(), -1);
+        EXPECT_EQ(writing()(), -1);
         EXPECT_EQ(errno, EBADF);
         EXPECT_EQ(calls.text(), "");
     }
     EXPECT_EQ(transport->close(), -1);
-    closer.join();
 }
 
-TEST_F(TransportDescriptorSafety, AConnectInProgressDelaysNeitherCloseNorAWriter) {
+TEST_P(TransportDescriptorSafety, AConnectInProgressDelaysNeitherCloseNorAWriter) {
     transport->close();
-    StoppedOperation opener("connect",
-                            [&] { return transport->openConnection(ScriptedHost::address(), host.port()) ? 1 : 0; });
-    EXPECT_EQ(write(), -1);
+    StoppedOperation opener("connect", [&] { return open() ? 1 : 0; });
+    EXPECT_EQ(writing()(), -1);
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(transport->close(), -1) << "there is no socket before the connection is established";
     EXPECT_FALSE(opener.hasContinued);
@@ -147,16 +155,14 @@ TEST_F(TransportDescriptorSafety, AConnectInProgressDelaysNeitherCloseNorAWriter
 /// A host that accepts every connection, sends 256 times 'S', and checks that it receives only 'W'.
 class CheckingHost {
   public:
-    CheckingHost() : thread([this] { run(); }) {}
+    CheckingHost() : running(std::async(std::launch::async, [this] { run(); })) {}
     CheckingHost(const CheckingHost&) = delete;
     CheckingHost& operator=(const CheckingHost&) = delete;
     ~CheckingHost() { stop(); }
 
     void stop() {
         isOver = true;
-        if (thread.joinable()) {
-            thread.join();
-        }
+        running.wait();
     }
 
     unsigned int port() const { return host.port(); }
@@ -194,47 +200,53 @@ class CheckingHost {
     ScriptedHost host;
     std::vector<std::unique_ptr<ScriptedHost::Peer>> peers;
     std::atomic<bool> isOver{false};
-    std::thread thread;
+    std::future<void> running;
 };
 
 /// Threads that repeat operations on one transport until `join`.
 class TransportConcurrentUse : public BothTransports {
   protected:
-    template <typename Operation>
-    void repeat(const Operation& operation) {
-        threads.emplace_back([this, operation] {
+    void repeat(const std::function<void()>& operation) {
+        threads.push_back(std::async(std::launch::async, [this, operation] {
             while (!isOver) {
                 operation();
             }
-        });
+        }));
     }
 
     void join() {
         isOver = true;
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        threads.clear();
     }
 
     bool openToHost() { return transport->openConnection(ScriptedHost::address(), checkingHost.port()); }
+    /// Closes, and records the longest time of a close.
+    int timedClose() {
+        const Stopwatch elapsed;
+        const int result = transport->close();
+        const std::lock_guard<std::mutex> lock(mutex);
+        longestClose = std::max(longestClose, elapsed.seconds());
+        return result;
+    }
 
     /// Closes repeatedly while the other threads continue.
     void expectClosesReturn(int count) {
-        auto closed = std::async(std::launch::async, [this, count] {
-            for (int i = 0; i < count; ++i) {
-                transport->close();
-                std::this_thread::sleep_for(2ms);
-            }
-        });
-        // Thousands of times what they need.
-        EXPECT_EQ(closed.wait_for(20s), std::future_status::ready);
+        const Stopwatch elapsed;
+        for (int i = 0; i < count; ++i) {
+            timedClose();
+            std::this_thread::sleep_for(2ms);
+        }
         join();
+        EXPECT_LT(elapsed.seconds(), 20.0);
+        EXPECT_LT(longestClose, kMaxClose);
     }
 
+    std::mutex mutex;
+    double longestClose = 0.0;
     CheckingHost checkingHost;
     const RawMessage message = messageOfBytes(Bytes(48, 'W'));
     std::atomic<bool> isOver{false};
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> threads;
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, TransportConcurrentUse, testing::Bool(), nameOfTransport);
@@ -286,37 +298,29 @@ TEST_P(TransportConcurrentUse, TouchesNoOtherDescriptor) {
     std::atomic<int> read{0};
     std::atomic<int> closed{0};
     std::atomic<int> disturbances{0};
-    std::atomic<Clock::duration::rep> maxClose{0};
     // Opens descriptors that reuse the numbers of closed ones, and checks them after a moment.
     const auto useOtherDescriptors = [&disturbances](std::mt19937_64& random) {
         const OtherDescriptors first;
         const OtherDescriptors second;
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 4 == 0 ? random() % 300 : 0));
-        for (const OtherDescriptors* other : {&first, &second}) {
-            disturbances += other->contents() == "1 0" ? 0 : 1;
-        }
+        disturbances += first.areUntouched() && second.areUntouched() ? 0 : 1;
     };
     for (int i = 0; i < 2; ++i) {
         repeat([&] {
             if (transport->writeMessage(message) > 0) {
                 ++written;
                 std::this_thread::sleep_for(200us);  // A busy host needs time for new connections.
-            } else {
-                std::this_thread::yield();
             }
         });
         repeat([&, random = std::make_shared<std::mt19937_64>(seed + 1 + static_cast<unsigned int>(i))] {
-            const auto begin = Clock::now();
-            closed += transport->close() == 0 ? 1 : 0;
-            maxClose = std::max(maxClose.load(), (Clock::now() - begin).count());
+            closed += timedClose() == 0 ? 1 : 0;
             useOtherDescriptors(*random);
             std::this_thread::sleep_for(std::chrono::microseconds((*random)() % 30'000));
         });
     }
-    // The thread that opens is the one that reads.
     std::mt19937_64 random(seed);
-    int misread = 0;
-    const ElapsedTime elapsed;
+    std::ptrdiff_t misread = 0;
+    const Stopwatch elapsed;
     const auto isEnough = [&] { return closed > 50 && written > 50 && read > 5; };
     while (elapsed.seconds() < 2.0 || (!isEnough() && elapsed.seconds() < 20.0)) {
         if (!openToHost()) {
@@ -325,11 +329,9 @@ TEST_P(TransportConcurrentUse, TouchesNoOtherDescriptor) {
         for (std::uint64_t reads = random() % 4; reads > 0; --reads) {
             RawMessage received(RawMessage::DATA);
             const int count = transport->readMessage(16, received);
-            if (count > 0) {
-                ++read;
-                misread +=
-                    std::all_of(received.begin(), received.begin() + count, [](char c) { return c == 'S'; }) ? 0 : 1;
-            }
+            read += count > 0 ? 1 : 0;
+            misread +=
+                std::count_if(received.begin(), received.begin() + std::max(count, 0), [](char c) { return c != 'S'; });
         }
         useOtherDescriptors(random);
     }
@@ -338,8 +340,7 @@ TEST_P(TransportConcurrentUse, TouchesNoOtherDescriptor) {
     EXPECT_EQ(disturbances, 0);
     EXPECT_EQ(checkingHost.strays, 0);
     EXPECT_EQ(misread, 0);
-    // A writer that blocks would delay it by 30 s.
-    EXPECT_LT(Clock::duration(maxClose), std::chrono::seconds(isEmulated() ? 10 : 2));
+    EXPECT_LT(longestClose, kMaxClose);
     EXPECT_TRUE(isEnough()) << closed << " closes, " << written << " writes, " << read << " reads";
     EXPECT_GT(checkingHost.received, 0);
 }

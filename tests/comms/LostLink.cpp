@@ -22,8 +22,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -39,15 +41,13 @@ using com_tesk::RawMessage;
 constexpr unsigned int kPort = 4464;
 constexpr unsigned int kAnswer = 32;
 
-double secondsBetween(Clock::time_point start, Clock::time_point end) {
-    return std::chrono::duration<double>(end - start).count();
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 void sleepFor(double seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
-
-// The host.
 
 int acceptOne() {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -59,104 +59,71 @@ int acceptOne() {
     address.sin_family = AF_INET;
     address.sin_port = htons(kPort);
     if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener, 1) != 0) {
-        return -1;
+        throw std::system_error(errno, std::generic_category(), "host");
     }
     return accept(listener, nullptr, nullptr);
 }
 
-/// Reads `piece` bytes at most, then pauses, until the time has passed.
-void readFor(double seconds, int connection, std::size_t piece, std::size_t& received) {
-    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-    std::vector<char> bytes(piece);
-    while (Clock::now() < end) {
-        const ssize_t count = recv(connection, bytes.data(), bytes.size(), MSG_DONTWAIT);
-        received += count > 0 ? static_cast<std::size_t>(count) : 0;
-        sleepFor(0.05);
-    }
-}
-
-int runHost(std::size_t expected, const std::vector<std::string>& steps) {
+void runHost(std::size_t expected, const std::vector<std::string>& steps) {
+    const std::map<std::string, std::size_t> pieces{{"quiet", 0}, {"steady", 32'768}, {"trickle", 500}};
     const int connection = acceptOne();
-    if (connection < 0) {
-        std::perror("host");
-        return EXIT_FAILURE;
-    }
+    std::vector<char> bytes(65'536);
     std::size_t received = 0;
     for (const std::string& step : steps) {
         const std::size_t colon = step.find(':');
-        const double seconds = std::stod(step.substr(colon + 1));
-        const std::string kind = step.substr(0, colon);
-        if (kind == "quiet") {
-            sleepFor(seconds);
-        } else if (kind == "steady") {
-            readFor(seconds, connection, 32'768, received);
-        } else if (kind == "trickle") {
-            readFor(seconds, connection, 500, received);
-        } else {
-            throw std::invalid_argument(step);
+        const std::size_t piece = pieces.at(step.substr(0, colon));
+        const Clock::time_point start = Clock::now();
+        while (secondsSince(start) < std::stod(step.substr(colon + 1))) {
+            const ssize_t count = piece == 0 ? 0 : recv(connection, bytes.data(), piece, MSG_DONTWAIT);
+            received += count > 0 ? static_cast<std::size_t>(count) : 0;
+            sleepFor(0.05);
         }
     }
-    std::vector<char> bytes(65'536);
     bool isAnswered = expected == 0;
-    for (;;) {
+    for (ssize_t count = 1; count > 0;) {
         if (!isAnswered && received >= expected) {
             isAnswered = true;
             send(connection, bytes.data(), kAnswer, MSG_NOSIGNAL);
         }
-        const ssize_t count = recv(connection, bytes.data(), bytes.size(), 0);
-        if (count <= 0) {
-            return EXIT_SUCCESS;
-        }
+        count = recv(connection, bytes.data(), bytes.size(), 0);
         received += static_cast<std::size_t>(count);
     }
 }
 
-// The client.
-
-bool connectTo(CSCommsInterfaceTCPBuffered& transport, const char* address) {
-    for (int attempt = 0; attempt < 50; ++attempt) {
-        if (transport.openConnection(address, kPort)) {
-            return true;
+void connectTo(CSCommsInterfaceTCPBuffered& transport, const char* address) {
+    for (int attempt = 0; !transport.openConnection(address, kPort); ++attempt) {
+        if (attempt == 50) {
+            throw std::runtime_error("client: no connection");
         }
         sleepFor(0.1);
     }
-    return false;
 }
 
 /// @return 0 answered; otherwise what ended the connection, or -1 for the end of the stream.
 int converse(CSCommsInterfaceTCPBuffered& transport, std::size_t bytes, double secondsAway) {
-    if (bytes > 0) {
-        RawMessage message(RawMessage::DATA);
-        message.resize(bytes);
-        if (transport.writeMessage(message) < 0) {
-            return errno;
-        }
+    RawMessage message(RawMessage::DATA);
+    message.resize(bytes);
+    if (bytes > 0 && transport.writeMessage(message) < 0) {
+        return errno;
     }
     sleepFor(secondsAway);
-    for (;;) {
+    int result = -2;
+    while (result == -2) {
         RawMessage answer(RawMessage::DATA);
-        const int result = transport.readMessage(kAnswer, answer);
-        if (result == static_cast<int>(kAnswer)) {
-            return 0;
-        }
-        if (result != -2) {
-            return result == 0 ? -1 : errno;
-        }
+        result = transport.readMessage(kAnswer, answer);
     }
+    return result == static_cast<int>(kAnswer) ? 0 : result == 0 ? -1 : errno;
 }
 
-int runClient(char** words) {
+void runClient(char** words) {
     com_tesk::CSCommsInterfaceTCP::Options options;
     options.sendBufferSize = static_cast<std::uint32_t>(std::stoul(words[2]));
     CSCommsInterfaceTCPBuffered transport(options);
-    if (!connectTo(transport, words[0])) {
-        std::fputs("client: no connection\n", stderr);
-        return EXIT_FAILURE;
-    }
+    connectTo(transport, words[0]);
     const Clock::time_point start = Clock::now();
     const double secondsToCut = std::stod(words[4]);
     const std::string command = words[5];
-    std::atomic<Clock::rep> cut{0};
+    std::atomic<Clock::rep> cut{start.time_since_epoch().count()};
     std::thread cutter([&] {
         if (secondsToCut >= 0) {
             sleepFor(secondsToCut);
@@ -167,17 +134,14 @@ int runClient(char** words) {
         }
     });
     const int error = converse(transport, std::stoul(words[1]), std::stod(words[3]));
-    const Clock::time_point end = Clock::now();
-    const Clock::time_point cutTime{Clock::duration(cut.load())};
     if (error == 0) {
-        std::printf("answered %.1f\n", secondsBetween(start, end));
+        std::printf("answered %.1f\n", secondsSince(start));
     } else {
-        std::printf("gone %.1f %s\n", secondsBetween(cut == 0 ? start : cutTime, end),
+        std::printf("gone %.1f %s\n", secondsSince(Clock::time_point{Clock::duration(cut.load())}),
                     error < 0 ? "end of stream" : std::strerror(error));
     }
     std::fflush(stdout);
     cutter.join();
-    return EXIT_SUCCESS;
 }
 
 }  // namespace
@@ -186,12 +150,13 @@ int main(int count, char** words) {
     try {
         const std::string role = count > 2 ? words[1] : "";
         if (role == "host") {
-            return runHost(std::stoul(words[2]), std::vector<std::string>(words + 3, words + count));
+            runHost(std::stoul(words[2]), std::vector<std::string>(words + 3, words + count));
+        } else if (role == "client" && count == 8) {
+            runClient(words + 2);
+        } else {
+            throw std::invalid_argument("Started by lost-link.");
         }
-        if (role == "client" && count == 8) {
-            return runClient(words + 2);
-        }
-        std::fputs("Started by lost-link.\n", stderr);
+        return EXIT_SUCCESS;
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s\n", exception.what());
     }

@@ -1,14 +1,9 @@
 #include "comms/ReceiveBacklog.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <random>
 #include <system_error>
 
-#include "tests/comms/BufferedPair.h"
+#include "tests/comms/Transports.h"
 #include "tests/message/AllocationLimit.h"
 #include "tests/support/Seed.h"
 
@@ -27,14 +22,7 @@ class ReceiveBacklogTest : public testing::Test {
     }
     ~ReceiveBacklogTest() override {
         ::close(ends[0]);
-        closePeer();
-    }
-
-    void closePeer() {
-        if (ends[1] >= 0) {
-            ::close(ends[1]);
-            ends[1] = -1;
-        }
+        ::close(ends[1]);
     }
 
     void arrive(const Bytes& bytes) {
@@ -89,8 +77,7 @@ TEST_F(ReceiveBacklogTest, KeepsEveryByteInAnyMixOfTakingAndDelivering) {
         arrive(slice(stream, arrived, arrived + next));
         arrived += next;
         EXPECT_EQ(takeIn(), next > 0);
-        const Bytes some = deliver(arrived < stream.size() ? upTo(30'000) : stream.size());
-        delivered.insert(delivered.end(), some.begin(), some.end());
+        append(delivered, deliver(arrived < stream.size() ? upTo(30'000) : stream.size()));
     }
     EXPECT_TRUE(delivered == stream);
     EXPECT_TRUE(backlog.isEmpty());
@@ -110,7 +97,7 @@ TEST_F(ReceiveBacklogTest, TakesInExactlyUpToItsLimit) {
 
 TEST_F(ReceiveBacklogTest, TakesInNothingAtTheEndOfTheStream) {
     arrive(hex("01"));
-    closePeer();
+    shutdown(ends[1], SHUT_WR);
     EXPECT_TRUE(takeIn());
     EXPECT_FALSE(takeIn());
     EXPECT_EQ(hexText(deliver(9)), "01");

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
 
 namespace com_tesk::test {
@@ -54,22 +56,14 @@ Function systemFunction(const char* name) {
 }
 
 std::string nameOfOption(int level, int option) {
-    struct Name {
-        int level;
-        int option;
-        const char* text;
+    static const std::map<std::pair<int, int>, const char*> names{
+        {{SOL_SOCKET, SO_RCVTIMEO}, "SOL_SOCKET SO_RCVTIMEO"},   {{SOL_SOCKET, SO_SNDTIMEO}, "SOL_SOCKET SO_SNDTIMEO"},
+        {{SOL_SOCKET, SO_SNDBUF}, "SOL_SOCKET SO_SNDBUF"},       {{SOL_SOCKET, SO_RCVBUF}, "SOL_SOCKET SO_RCVBUF"},
+        {{IPPROTO_TCP, TCP_NODELAY}, "IPPROTO_TCP TCP_NODELAY"},
     };
-    constexpr Name kNames[] = {
-        {SOL_SOCKET, SO_RCVTIMEO, "SOL_SOCKET SO_RCVTIMEO"},   {SOL_SOCKET, SO_SNDTIMEO, "SOL_SOCKET SO_SNDTIMEO"},
-        {SOL_SOCKET, SO_SNDBUF, "SOL_SOCKET SO_SNDBUF"},       {SOL_SOCKET, SO_RCVBUF, "SOL_SOCKET SO_RCVBUF"},
-        {IPPROTO_TCP, TCP_NODELAY, "IPPROTO_TCP TCP_NODELAY"},
-    };
-    for (const Name& name : kNames) {
-        if (name.level == level && name.option == option) {
-            return name.text;
-        }
-    }
-    return "level " + std::to_string(level) + " option " + std::to_string(option);
+    const auto found = names.find({level, option});
+    return found != names.end() ? found->second
+                                : "level " + std::to_string(level) + " option " + std::to_string(option);
 }
 
 std::string textOfValue(const void* value, socklen_t length) {
@@ -94,8 +88,8 @@ std::string textOfAddress(const sockaddr* address, socklen_t length) {
     std::memcpy(&record, address, sizeof record);
     char dotted[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &record.sin_addr, dotted, sizeof dotted);
-    const bool isPadded = std::all_of(std::begin(record.sin_zero), std::end(record.sin_zero),
-                                      [](unsigned char byte) { return byte == 0; });
+    const bool isPadded =
+        std::count(std::begin(record.sin_zero), std::end(record.sin_zero), 0) == sizeof record.sin_zero;
     const std::string family = "family " + std::to_string(record.sin_family);
     return (record.sin_family == AF_INET ? "AF_INET" : family) + " " + dotted + ":" +
            std::to_string(ntohs(record.sin_port)) + (isPadded ? " padding=zero" : " padding=rubbish");
@@ -112,12 +106,9 @@ std::string textOfAction(const struct sigaction* action) {
     if (action == nullptr) {
         return "query";
     }
-    std::string text = action->sa_handler == SIG_IGN ? "SIG_IGN" : "other handler";
-    bool isEmpty = true;
-    for (int signal = 1; signal < NSIG; ++signal) {
-        isEmpty = isEmpty && sigismember(&action->sa_mask, signal) != 1;
-    }
-    return text + (isEmpty ? " mask=empty" : " mask=filled") + " flags=" + std::to_string(action->sa_flags);
+    return std::string(action->sa_handler == SIG_IGN ? "SIG_IGN" : "other handler") +
+           (sigisemptyset(&action->sa_mask) == 1 ? " mask=empty" : " mask=filled") +
+           " flags=" + std::to_string(action->sa_flags);
 }
 
 /// Returns a function that describes a call which transfers `count` bytes.
@@ -246,6 +237,18 @@ CSCLIENT_PROGRAM_WIDE ssize_t recv(int descriptor, void* buffer, size_t count, i
 CSCLIENT_PROGRAM_WIDE ssize_t send(int descriptor, const void* buffer, size_t count, int flags) {
     static const auto real = systemFunction<decltype(&send)>("send");
     return recorded(real, transferOf("send", descriptor, count), descriptor, buffer, count, flags);
+}
+
+CSCLIENT_PROGRAM_WIDE int fcntl(int descriptor, int command, ...) {
+    static const auto real = systemFunction<decltype(&fcntl)>("fcntl");
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    const auto describe = [=](const SystemCalls& calls) {
+        return "fcntl " + calls.nameOf(descriptor) + " " + (command == F_SETFD ? "F_SETFD" : std::to_string(command));
+    };
+    return recorded(real, describe, descriptor, command, argument);
 }
 
 CSCLIENT_PROGRAM_WIDE int shutdown(int descriptor, int how) noexcept {

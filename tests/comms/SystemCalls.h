@@ -18,6 +18,7 @@ namespace com_tesk::test {
 ///   socket AF_INET SOCK_STREAM|SOCK_CLOEXEC IPPROTO_TCP
 ///   setsockopt #1 SOL_SOCKET SO_RCVTIMEO 1 s 0 us
 ///   setsockopt #1 IPPROTO_TCP TCP_NODELAY 1
+///   fcntl #1 F_SETFD (other commands are numbers)
 ///   connect #1 AF_INET 127.0.0.1:4464 padding=zero
 ///   read #1 32, write #1 44, recv #1 16384, send #1 44
 ///   shutdown #1 SHUT_RDWR

@@ -44,6 +44,15 @@ struct Shared {
     }
 };
 
+inline int detachStateOf(pthread_t thread) {
+    pthread_attr_t attributes;
+    int detachState = -1;
+    pthread_getattr_np(thread, &attributes);
+    pthread_attr_getdetachstate(&attributes, &detachState);
+    pthread_attr_destroy(&attributes);
+    return detachState;
+}
+
 inline void noteStart(Shared& shared) {
     ++shared.starts;
     shared.task = thisTask();
@@ -99,31 +108,5 @@ inline void* ignoreCancellation(void* argument) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
     return waitForLeave(argument);
 }
-
-/// Makes the system refuse new threads in its scope: the default size of their stacks is more than there is.
-class NoStacks {
-  public:
-    NoStacks() {
-        pthread_getattr_default_np(&previous);
-        pthread_attr_t huge;
-        pthread_getattr_default_np(&huge);
-        pthread_attr_setstacksize(&huge, kHugeSize);
-        pthread_setattr_default_np(&huge);
-        pthread_attr_destroy(&huge);
-    }
-    NoStacks(const NoStacks&) = delete;
-    NoStacks& operator=(const NoStacks&) = delete;
-    ~NoStacks() {
-        pthread_setattr_default_np(&previous);
-        pthread_attr_destroy(&previous);
-    }
-
-  private:
-    /// Seven eighths of 32 bits are not free in one piece; a quarter of 64 bits is more than processors address.
-    static constexpr std::size_t kHugeSize =
-        sizeof(std::size_t) > 4 ? std::size_t{1} << (sizeof(std::size_t) * 8 - 2) : std::size_t{0xE0000000U};
-
-    pthread_attr_t previous;
-};
 
 }  // namespace com_tesk::test

@@ -1,7 +1,6 @@
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 
-#include <cerrno>
 #include <type_traits>
 #include <utility>
 
@@ -38,24 +37,23 @@ TEST_P(TransportOpening, CreatesABlockingSocketThatProgramsDoNotInherit) {
     SystemCalls calls;
     EXPECT_TRUE(open());
     EXPECT_EQ(calls.textOf("socket AF"), kCreation);
+    EXPECT_EQ(calls.textOf("F_SETFD"), "") << "another thread could start a program before";
     EXPECT_EQ(fcntl(descriptor(), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fcntl(descriptor(), F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST_P(TransportOpening, LeavesTheOptionsOnTheSocket) {
     connect();
-    timeval receiveTimeout{};
-    timeval sendTimeout{};
+    timeval timeout{};
     int noDelay = 0;
-    socklen_t length = sizeof receiveTimeout;
-    ASSERT_EQ(getsockopt(descriptor(), SOL_SOCKET, SO_RCVTIMEO, &receiveTimeout, &length), 0);
-    ASSERT_EQ(getsockopt(descriptor(), SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, &length), 0);
+    socklen_t length = sizeof timeout;
+    for (const auto& [option, seconds] : {std::pair{SO_RCVTIMEO, 1}, std::pair{SO_SNDTIMEO, 30}}) {
+        ASSERT_EQ(getsockopt(descriptor(), SOL_SOCKET, option, &timeout, &length), 0);
+        EXPECT_EQ(timeout.tv_sec, seconds);
+        EXPECT_EQ(timeout.tv_usec, 0);
+    }
     length = sizeof noDelay;
     ASSERT_EQ(getsockopt(descriptor(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &length), 0);
-    EXPECT_EQ(receiveTimeout.tv_sec, 1);
-    EXPECT_EQ(receiveTimeout.tv_usec, 0);
-    EXPECT_EQ(sendTimeout.tv_sec, 30);
-    EXPECT_EQ(sendTimeout.tv_usec, 0);
     EXPECT_EQ(noDelay, 1);
 }
 
@@ -141,11 +139,11 @@ TEST_P(TransportOpening, UsesTheAddressAndTheLowSixteenBitsOfThePort) {
 // The standard transport only.
 
 /// Returns the calls of an opening of the standard transport without buffer sizes.
-std::string openingCalls(const std::string& socketName, unsigned int port) {
-    return std::string("sigaction SIGPIPE SIG_IGN mask=empty flags=0 old=none\n") + kCreation + "setsockopt " +
-           socketName + " SOL_SOCKET SO_RCVTIMEO 1 s 0 us\nsetsockopt " + socketName +
-           " SOL_SOCKET SO_SNDTIMEO 30 s 0 us\nsetsockopt " + socketName + " IPPROTO_TCP TCP_NODELAY 1\nconnect " +
-           socketName + " AF_INET 127.0.0.1:" + std::to_string(port) + " padding=zero\n";
+std::string openingCalls(const std::string& socket, unsigned int port) {
+    return std::string("sigaction SIGPIPE SIG_IGN mask=empty flags=0 old=none\n") + kCreation + "setsockopt " + socket +
+           " SOL_SOCKET SO_RCVTIMEO 1 s 0 us\n" + "setsockopt " + socket + " SOL_SOCKET SO_SNDTIMEO 30 s 0 us\n" +
+           "setsockopt " + socket + " IPPROTO_TCP TCP_NODELAY 1\n" + "connect " + socket +
+           " AF_INET 127.0.0.1:" + std::to_string(port) + " padding=zero\n";
 }
 
 TEST(StandardOpening, MakesItsCallsInOrderAndClosesTheOldSocketFirst) {
@@ -204,6 +202,70 @@ TEST(BufferedOpening, LeavesTheApplicationsHandlerOfBrokenPipes) {
     pair.connect();
     EXPECT_EQ(calls.textOf("sigaction"), "");
     EXPECT_EQ(SignalHandler::current(SIGPIPE), before);
+}
+
+// Addresses.
+
+/// Returns the four bytes in the order in which they are in memory.
+std::string bytesOfAddress(std::uint32_t address) {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&address);
+    return hexText(Bytes(bytes, bytes + sizeof address));
+}
+
+/// A transport that only records what it is asked to open.
+class RecordingTransport : public CSCommsInterfaceTCP {
+  public:
+    explicit RecordingTransport(bool givenResult) : CSCommsInterfaceTCP(Options()), result(givenResult) {}
+
+    using CSCommsInterfaceTCP::openConnection;
+    bool openConnection(unsigned int address, unsigned int port) override {
+        openings.emplace_back(bytesOfAddress(address), port);
+        return result;
+    }
+
+    const bool result;
+    std::vector<std::pair<std::string, unsigned int>> openings;
+};
+
+TEST(TransportAddressFromText, HasTheFirstNumberAtTheLowestAddressOrIsAllOnes) {
+    constexpr std::pair<const char*, const char*> kRows[] = {
+        {"10.1.2.3", "0A 01 02 03"},
+        {"127.0.0.1", "7F 00 00 01"},
+        {"0.0.0.0", "00 00 00 00"},
+        {"192.168.255.254", "C0 A8 FF FE"},
+        {"255.255.255.255", "FF FF FF FF"},
+        // Forms that the system's own conversion accepts.
+        {"127.1", "7F 00 00 01"},
+        {"0x7f.0.0.010", "7F 00 00 08"},
+    };
+    for (const auto& [text, bytes] : kRows) {
+        EXPECT_EQ(bytesOfAddress(CSCommsInterfaceTCP::convertIPAddressToOctet(text)), bytes) << text;
+    }
+    for (const char* text : {"", "host", "1.2.3.256", "1.2.3.4.5", "1.2.3.x", "1.2.3.4x", "-1.2.3.4"}) {
+        EXPECT_EQ(CSCommsInterfaceTCP::convertIPAddressToOctet(text), 0xFFFFFFFFU) << text;
+    }
+}
+
+TEST(TransportAddressToText, TakesTheLeastSignificantByteFirst) {
+    constexpr std::pair<std::uint32_t, const char*> kRows[] = {
+        {0x0100007FU, "127.0.0.1"},       {0x04030201U, "1.2.3.4"},       {0x0302010AU, "10.1.2.3"}, {0U, "0.0.0.0"},
+        {0xFFFFFFFFU, "255.255.255.255"}, {0x80FF6409U, "9.100.255.128"},
+    };
+    for (const auto& [address, text] : kRows) {
+        EXPECT_EQ(CSCommsInterfaceTCP::convertIPOctetToAddress(address), text);
+    }
+    ASSERT_EQ(htons(1), 0x0100) << "the machine is not little-endian";
+}
+
+TEST(TransportOpenByText, PassesAddressAndPortToTheNumericFormAndReturnsItsResult) {
+    for (const bool result : {false, true}) {
+        RecordingTransport transport(result);
+        EXPECT_EQ(transport.openConnection("127.0.0.1", 4711), result);
+        EXPECT_EQ(transport.openConnection("127.0.0.1", 70'000), result);
+        EXPECT_EQ(transport.openConnection("no address", 1), result);
+        const decltype(transport.openings) expected{{"7F 00 00 01", 4711}, {"7F 00 00 01", 70'000}, {"FF FF FF FF", 1}};
+        EXPECT_EQ(transport.openings, expected);
+    }
 }
 
 }  // namespace

@@ -1,10 +1,5 @@
 // The waits of the library: InterruptiblePause and sleepWholeSeconds.
 
-#include <gtest/gtest.h>
-#include <pthread.h>
-
-#include <atomic>
-#include <future>
 #include <list>
 
 #include "comms/InterruptiblePause.h"
@@ -20,7 +15,7 @@ constexpr unsigned int kManySeconds = 60;
 constexpr double kFarBelowMany = 20.0;
 
 double secondsOfPause(InterruptiblePause& pause, unsigned int seconds) {
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     pause.sleep(seconds);
     return elapsed.seconds();
 }
@@ -34,7 +29,7 @@ TEST(InterruptiblePause, LastsItsSeconds) {
 
 TEST(InterruptiblePause, EndsForAllThreadsWhenAnotherThreadInterrupts) {
     InterruptiblePause pause;
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     std::list<BackgroundCall> sleepers;
     for (int i = 0; i < 3; ++i) {
         sleepers.emplace_back([&pause] {
@@ -59,36 +54,49 @@ TEST(InterruptiblePause, ReturnsAtOnceFromAnInterruptionToAReset) {
     EXPECT_GE(secondsOfPause(pause, 1), 1.0);
 }
 
-TEST(InterruptiblePause, IsNotEndedByAReset) {
-    InterruptiblePause pause;
-    pause.reset();
-    auto paused = std::async(std::launch::async, [&pause] { return secondsOfPause(pause, 1); });
-    while (paused.wait_for(milliseconds(10)) != std::future_status::ready) {
-        pause.reset();
-    }
-    EXPECT_GE(paused.get(), 1.0);
-}
-
-TEST(InterruptiblePause, IsNotShortenedBySignals) {
+TEST(InterruptiblePause, IsNotEndedByAResetOrBySignals) {
     InterruptiblePause pause;
     const RepeatedSignal signals(pthread_self(), milliseconds(3));
+    auto resetting = std::async(std::launch::async, [&pause] {
+        for (int i = 0; i < 90; ++i) {
+            pause.reset();
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+    });
     EXPECT_GE(secondsOfPause(pause, 1), 1.0);
 }
 
-void* pauseLong(void* pause) {
-    static_cast<InterruptiblePause*>(pause)->sleep(kManySeconds);
+struct Waiter : Shared {
+    std::function<void()> wait;
+};
+
+void* runWaiter(void* argument) {
+    Waiter& waiter = *static_cast<Waiter*>(argument);
+    pthread_cleanup_push([](void* /*unused*/) { dropDeadFrames(); }, nullptr);
+    noteStart(waiter);
+    waiter.wait();
+    pthread_cleanup_pop(0);
     return nullptr;
 }
 
-TEST(InterruptiblePause, LeavesItsMutexFreeWhenItIsCancelled) {
-    InterruptiblePause pause;
+/// Cancels a thread that sleeps in this wait.
+void expectCancellation(const std::function<void()>& wait) {
+    Waiter waiter;
+    waiter.wait = wait;
     pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, nullptr, pauseLong, &pause), 0);
-    std::this_thread::sleep_for(milliseconds(50));  // The cancellation comes inside the pause or just before.
+    ASSERT_EQ(pthread_create(&thread, nullptr, runWaiter, &waiter), 0);
+    EXPECT_TRUE(waiter.waitForSleep());
+    const Stopwatch elapsed;
     ASSERT_EQ(pthread_cancel(thread), 0);
     void* result = nullptr;
     ASSERT_EQ(pthread_join(thread, &result), 0);
     EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_LT(elapsed.seconds(), 5.0);
+}
+
+TEST(InterruptiblePause, LeavesItsMutexFreeWhenItIsCancelled) {
+    InterruptiblePause pause;
+    expectCancellation([&pause] { pause.sleep(kManySeconds); });
     auto others = std::async(std::launch::async, [&pause] {
         pause.interrupt();
         pause.sleep(kManySeconds);
@@ -98,10 +106,10 @@ TEST(InterruptiblePause, LeavesItsMutexFreeWhenItIsCancelled) {
 }
 
 TEST(SleepWholeSeconds, SleepsItsSeconds) {
-    const ElapsedTime none;
+    const Stopwatch none;
     sleepWholeSeconds(0);
     EXPECT_LT(none.seconds(), 0.5);
-    const ElapsedTime one;
+    const Stopwatch one;
     sleepWholeSeconds(1);
     EXPECT_GE(one.seconds(), 1.0);
     EXPECT_LT(one.seconds(), 2.0);
@@ -115,32 +123,15 @@ INSTANTIATE_TEST_SUITE_P(Every, SleepWholeSecondsUnderSignals, testing::Values(1
 
 TEST_P(SleepWholeSecondsUnderSignals, IsNeitherShortenedNorStretched) {
     RepeatedSignal signals(pthread_self(), milliseconds(GetParam()));
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     sleepWholeSeconds(2);
     EXPECT_GE(elapsed.seconds(), 2.0);
     EXPECT_LT(elapsed.seconds(), 3.5);
     EXPECT_GE(signals.sent, GetParam() == 1 ? 21 : 2);
 }
 
-void* sleepLong(void* argument) {
-    static_cast<Shared*>(argument)->task = thisTask();
-    pthread_cleanup_push([](void* /*unused*/) { dropDeadFrames(); }, nullptr);
-    sleepWholeSeconds(100);
-    pthread_cleanup_pop(0);
-    return nullptr;
-}
-
 TEST(SleepWholeSeconds, CanBeCancelled) {
-    Shared shared;
-    pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, nullptr, sleepLong, &shared), 0);
-    EXPECT_TRUE(shared.waitForSleep());
-    const ElapsedTime elapsed;
-    pthread_cancel(thread);
-    void* result = nullptr;
-    EXPECT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_LT(elapsed.seconds(), 5.0);
+    expectCancellation([] { sleepWholeSeconds(100); });
 }
 
 }  // namespace

@@ -1,12 +1,6 @@
-// A write that waits for space receives what the peer sends meanwhile, so that a peer that sends before it reads continues.
+// Writes that wait for space: they receive what the peer sends meanwhile, and keep the frames of many writers whole.
 
-#include <sys/ioctl.h>
-
-#include <atomic>
-#include <cerrno>
-#include <exception>
 #include <random>
-#include <vector>
 
 #include "tests/comms/SystemCalls.h"
 #include "tests/comms/Transports.h"
@@ -22,15 +16,14 @@ constexpr std::size_t kMoreThanSocketsHold = 12U << 20U;
 /// More than this side's send buffer and the peer's receive buffer hold.
 constexpr std::size_t kLongWrite = 8U << 20U;
 
+Bounds boundsOf(milliseconds writeTimeout) {
+    Bounds bounds;
+    bounds.writeTimeout = writeTimeout;
+    return bounds;
+}
+
 class BufferedReceivingInWrites : public testing::Test {
   protected:
-    static Bounds boundsOf(milliseconds writeTimeout, std::uint32_t largestFrame = 16U << 20U) {
-        Bounds bounds;
-        bounds.writeTimeout = writeTimeout;
-        bounds.largestFrame = largestFrame;
-        return bounds;
-    }
-
     explicit BufferedReceivingInWrites(const Bounds& bounds = boundsOf(milliseconds(10'000)))
         : pair(bounds, bufferSizes(4'096, 4'096)) {}
 
@@ -38,8 +31,7 @@ class BufferedReceivingInWrites : public testing::Test {
     static Bytes framesOf(std::size_t size) {
         Bytes stream;
         for (std::uint32_t number = 1; stream.size() < size; ++number) {
-            const Bytes frame = frameOf(patternedBytes(99'968, number));
-            stream.insert(stream.end(), frame.begin(), frame.end());
+            append(stream, frameOf(patternedBytes(99'968, number)));
         }
         return stream;
     }
@@ -110,7 +102,7 @@ TEST_P(BufferedReceivingInWritesThenReads, KeepsTheOrderForAPeerThatSendsBeforeI
         const std::size_t size = std::min(GetParam() == 0 ? any : GetParam(), stream.size() - all.size());
         const Bytes some = readBytes(size, kMoreThanSocketsHold);
         ASSERT_EQ(some.size(), size);
-        all.insert(all.end(), some.begin(), some.end());
+        append(all, some);
     }
     EXPECT_TRUE(all == stream);
     EXPECT_EQ(readOnce(pair.transport, 1).result, -2) << "nothing more has arrived";
@@ -163,52 +155,37 @@ TEST_F(BufferedReceivingInWrites, IsReadAfterAResetButNotByTheNextConnection) {
     }
 }
 
-class BufferedReceivingInWritesWithLimit : public BufferedReceivingInWrites {
-  protected:
-    static constexpr std::uint32_t kLimit = 200'000;
-
-    BufferedReceivingInWritesWithLimit() : BufferedReceivingInWrites(boundsOf(milliseconds(1'000), kLimit)) {}
-};
-
-TEST_F(BufferedReceivingInWritesWithLimit, ReceivesNoMoreThanTheLargestFrame) {
+TEST(BufferedReceivingInWritesWithLimit, ReceivesNoMoreThanTheLargestFrame) {
+    Bounds bounds = boundsOf(milliseconds(1'000));
+    bounds.largestFrame = 200'000;
+    BufferedPair pair(bounds, bufferSizes(4'096, 4'096));
     auto peerDoes = std::async(std::launch::async, [&] {
-        try {
-            pair.peer->send(Bytes(kMoreThanSocketsHold));
-        } catch (const std::exception&) {
-            // The client has closed.
-        }
+        // The client closes before all is sent.
+        EXPECT_THROW(pair.peer->send(Bytes(kMoreThanSocketsHold)), std::exception);
     });
     std::size_t received = 0;
     {
         const SystemCalls calls;
-        EXPECT_EQ(write(), -1);
-        EXPECT_EQ(errno, EAGAIN);
+        EXPECT_EQ(writeOnce(pair.transport, messageOfBytes(Bytes(kLongWrite))).outcome(), Outcome(-1, EAGAIN));
         for (const std::string& line : calls.lines()) {
             received += line.compare(0, 8, "recv #? ") == 0 ? std::stoul(line.substr(8)) : 0;
         }
     }
     pair.transport.close();
     peerDoes.get();
-    EXPECT_EQ(received, kLimit);
+    EXPECT_EQ(received, bounds.largestFrame);
 }
 
 /// The parameter is the read-ahead of a reader at the same time.
-class BufferedReceivingInWritesAndReads : public testing::TestWithParam<std::size_t> {
-  protected:
-    static Bounds bounds() {
-        Bounds bounds;
-        bounds.writeTimeout = milliseconds(10'000);
-        bounds.readAhead = GetParam();
-        return bounds;
-    }
-
-    BufferedPair pair{bounds(), bufferSizes(4'096, 4'096)};
-};
+class BufferedReceivingInWritesAndReads : public testing::TestWithParam<std::size_t> {};
 
 INSTANTIATE_TEST_SUITE_P(ReadAhead, BufferedReceivingInWritesAndReads, testing::Values(32U, 1'000U, 16'384U),
                          testing::PrintToStringParamName());
 
 TEST_P(BufferedReceivingInWritesAndReads, KeepsEveryFrameWholeAndInOrder) {
+    Bounds bounds = boundsOf(milliseconds(10'000));
+    bounds.readAhead = GetParam();
+    BufferedPair pair(bounds, bufferSizes(4'096, 4'096));
     const std::uint64_t seed = newSeed();
     std::mt19937_64 random(seed);
     std::vector<Bytes> bodies(sized(300U, 3'000U));
@@ -253,6 +230,52 @@ TEST_P(BufferedReceivingInWritesAndReads, KeepsEveryFrameWholeAndInOrder) {
     EXPECT_TRUE(echoing.get());
     pair.peer->endSending();
     EXPECT_EQ(reading.get(), bodies.size());
+}
+
+/// Returns a frame of one of several writers. Its body holds both numbers and a pattern that follows from them.
+Bytes frameOfWriter(unsigned int writer, unsigned int number, std::uint64_t seed) {
+    std::mt19937_64 random(seed + writer * 1'000 + number);
+    const std::size_t any = 1 + static_cast<std::size_t>(random() % (std::uint64_t{1} << (1 + random() % 18)));
+    const std::size_t size = number == 0 ? 1 : number == 1 && writer < 2 ? 1U << 20U : any;
+    Bytes body = patternedBytes(size, writer * 1'000 + number);
+    body[0] = static_cast<unsigned char>(writer);
+    if (size > 1) {
+        body[1] = static_cast<unsigned char>(number);
+    }
+    return frameOf(body);
+}
+
+TEST(BufferedWriting, OfEightThreadsToASlowReaderKeepsEveryFrameWhole) {
+    constexpr unsigned int kWriters = 8;
+    const unsigned int frames = sized(12U, 60U);
+    const std::uint64_t seed = newSeed();
+    BufferedPair pair(Bounds(), bufferSizes(4'096));
+    std::vector<std::future<void>> writers;
+    for (unsigned int writer = 0; writer < kWriters; ++writer) {
+        writers.push_back(std::async(std::launch::async, [&, writer] {
+            for (unsigned int number = 0; number < frames; ++number) {
+                const RawMessage message = messageOfBytes(frameOfWriter(writer, number, seed));
+                EXPECT_EQ(pair.transport.writeMessage(message), static_cast<int>(message.size()));
+            }
+        }));
+    }
+    std::vector<unsigned int> next(kWriters, 0);
+    for (unsigned int received = 0; received < kWriters * frames; ++received) {
+        Bytes frame = pair.peer->receive(33);
+        const unsigned int writer = frame.size() == 33 ? frame[32] : kWriters;
+        const Bytes whole = writer < kWriters ? frameOfWriter(writer, next[writer], seed) : Bytes();
+        append(frame, pair.peer->receive(whole.size() - std::min<std::size_t>(33, whole.size())));
+        if (whole.empty() || frame != whole) {
+            ADD_FAILURE() << "each writer's frames arrive whole and in its order";
+            pair.transport.close();  // So that the writers do not wait for a reader.
+            break;
+        }
+        ++next[writer];
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
+    }
+    writers.clear();
+    EXPECT_EQ(next, std::vector<unsigned int>(kWriters, frames));
+    EXPECT_TRUE(pair.peer->isQuietFor(milliseconds(20)));
 }
 
 }  // namespace

@@ -1,18 +1,10 @@
-#include "comms/CSMutex.h"
-
-#include <gtest/gtest.h>
 #include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <future>
-#include <thread>
 #include <type_traits>
-#include <vector>
 
 #include "comms/CSLockGuard.h"
+#include "comms/CSMutex.h"
+#include "comms/CSUseCount.h"
 #include "tests/comms/Transports.h"
 
 namespace com_tesk::test {
@@ -74,7 +66,7 @@ TEST(CSMutex, IsTakenAtOnceWhenFreeHoweverItIsLocked) {
     };
     EXPECT_FALSE(mutex.isHeldByThisThread());
     for (const auto& operation : operations) {
-        const ElapsedTime elapsed;
+        const Stopwatch elapsed;
         EXPECT_TRUE(operation());
         EXPECT_LT(elapsed.seconds(), 2.0);
         EXPECT_TRUE(mutex.isHeldByThisThread());
@@ -110,9 +102,9 @@ TEST(CSMutex, ExcludesOtherThreadsHoweverItIsLocked) {
     constexpr int kRounds = 2'000;
     OpenMutex mutex;
     int unguarded = 0;
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> threads;
     for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&mutex, &unguarded, i]() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
+        threads.push_back(std::async(std::launch::async, [&mutex, &unguarded, i]() CSCLIENT_NO_THREAD_SAFETY_ANALYSIS {
             for (int round = 0; round < kRounds;) {
                 const bool isLocked = i < 2 ? mutex.lock() == 0 : mutex.takeWithin(milliseconds(round % 2));
                 if (isLocked) {
@@ -121,11 +113,9 @@ TEST(CSMutex, ExcludesOtherThreadsHoweverItIsLocked) {
                     mutex.unlock();
                 }
             }
-        });
+        }));
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(unguarded, 4 * kRounds);
 }
 
@@ -185,13 +175,13 @@ TEST(CSMutexLockWithin, FailsAfterItsTimeAndAtOnceForItsHolder) {
     OpenMutex mutex;
     mutex.lock();
     for (const int timeout : {100, 0, -1}) {
-        const ElapsedTime elapsed;
+        const Stopwatch elapsed;
         EXPECT_FALSE(mutex.succeedsElsewhere([&] { return mutex.takeWithin(milliseconds(timeout)); }));
         EXPECT_GE(elapsed.seconds(), timeout / 1'000.0);
         EXPECT_LT(elapsed.seconds(), 2.0);
         EXPECT_TRUE(mutex.isHeldByThisThread());
     }
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     EXPECT_FALSE(mutex.takeWithin(std::chrono::seconds(20))) << "at once for its holder";
     EXPECT_LT(elapsed.seconds(), 5.0);
     EXPECT_TRUE(mutex.isHeldByThisThread());
@@ -207,6 +197,101 @@ TEST(CSMutexLockWithin, GetsALockThatIsReleasedMeanwhile) {
     EXPECT_EQ(other.wait_for(milliseconds(50)), std::future_status::timeout);
     mutex.release();
     EXPECT_TRUE(other.get());
+}
+
+using Use = CSUseCount::Use;
+
+class CSUseCountTest : public testing::Test {
+  protected:
+    std::unique_ptr<Use> use() { return std::make_unique<Use>(count); }
+
+    void startToWait() {
+        waiters.push_back(std::async(std::launch::async, [this] {
+            count.waitForUsers();
+            ++ended;
+        }));
+    }
+    bool hasAnyEnded() {
+        return waitUntil([this] { return ended > 0; }, std::chrono::milliseconds(50));
+    }
+    bool haveAllEnded() {
+        return waitUntil([this] { return ended == static_cast<int>(waiters.size()); });
+    }
+
+    CSUseCount count;
+    std::atomic<int> ended{0};
+    std::vector<std::future<void>> waiters;
+};
+
+TEST_F(CSUseCountTest, IsInUseUntilTheLastUseEnds) {
+    EXPECT_FALSE(count.isInUse());
+    count.waitForUsers();
+    auto first = use();
+    auto second = use();
+    auto third = use();
+    first.reset();
+    auto fourth = use();
+    second.reset();
+    third.reset();
+    EXPECT_TRUE(count.isInUse());
+    fourth.reset();
+    EXPECT_FALSE(count.isInUse());
+    const auto fifth = use();
+    EXPECT_TRUE(count.isInUse());
+}
+
+TEST_F(CSUseCountTest, TwoWaitsLastUntilTheLastUseEnds) {
+    auto first = use();
+    auto second = use();
+    startToWait();
+    startToWait();
+    EXPECT_FALSE(hasAnyEnded());
+    first.reset();
+    EXPECT_FALSE(hasAnyEnded());
+    second.reset();
+    EXPECT_TRUE(haveAllEnded());
+}
+
+TEST_F(CSUseCountTest, WaitIsNotProlongedByUsesThatBeginLater) {
+    auto first = use();
+    startToWait();
+    EXPECT_FALSE(hasAnyEnded());
+    const auto later = use();
+    first.reset();
+    EXPECT_TRUE(haveAllEnded());
+    EXPECT_TRUE(count.isInUse());
+}
+
+TEST_F(CSUseCountTest, NoThreadUsesAHandleThatWasWithdrawn) {
+    constexpr int kRounds = 200;
+    // Stands for a descriptor; 0 is none.
+    std::atomic<int> handle{0};
+    std::atomic<int> closed{0};
+    std::atomic<bool> isOver{false};
+    std::atomic<int> misuses{0};
+    std::vector<std::future<void>> users;
+    for (int i = 0; i < 3; ++i) {
+        users.push_back(std::async(std::launch::async, [&] {
+            while (!isOver) {
+                const Use inUse(count);
+                const int seen = handle;
+                if (seen != 0) {
+                    std::this_thread::yield();
+                    misuses += closed == seen ? 1 : 0;
+                }
+            }
+        }));
+    }
+    for (int round = 1; round <= kRounds; ++round) {
+        handle = round;
+        std::this_thread::yield();
+        handle = 0;
+        count.waitForUsers();
+        closed = round;
+    }
+    isOver = true;
+    users.clear();
+    EXPECT_EQ(misuses, 0);
 }
 
 }  // namespace

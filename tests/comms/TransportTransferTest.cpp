@@ -1,32 +1,20 @@
-#include <poll.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <limits>
 #include <new>
 
 #include "tests/comms/SystemCalls.h"
 #include "tests/comms/Transports.h"
 #include "tests/message/AllocationLimit.h"
+#include "tests/support/CapturedStreams.h"
 
 namespace com_tesk::test {
 namespace {
 
 constexpr char kTwenty[] = "01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14";
 
-void waitForInput(int descriptor) {
-    pollfd waiting{descriptor, POLLIN, 0};
-    ASSERT_EQ(poll(&waiting, 1, 10'000), 1);
-}
-
 class TransportReading : public BothTransports {
   protected:
     void SetUp() override { connect(); }
-
-    void arrive(const std::string& hexBytes) {
-        peer->send(hexBytes);
-        waitForInput(descriptor());
-    }
 
     /// A read that gives nothing leaves zeros in the standard transport, and the message as it was in the buffered one.
     void expectNothingRead() { EXPECT_EQ(hexText(message), isBuffered() ? "01 02" : "01 02 00 00 00 00"); }
@@ -36,27 +24,24 @@ class TransportReading : public BothTransports {
 
 INSTANTIATE_TEST_SUITE_P(Of, TransportReading, testing::Bool(), nameOfTransport);
 
-TEST_P(TransportReading, AppendsTheBytesAskedForAndLeavesTheRest) {
-    arrive("A1 A2 A3 A4");
+TEST_P(TransportReading, AppendsTheBytesAskedForLeavesTheRestAndKeepsTheType) {
+    peer->send("A1 A2 A3 A4 A5");
+    waitForInput(descriptor());
     EXPECT_EQ(transport->readMessage(0, message), 0);
     EXPECT_EQ(hexText(message), "01 02");
     EXPECT_EQ(transport->readMessage(3, message), 3);
     EXPECT_EQ(hexText(message), "01 02 A1 A2 A3");
     EXPECT_EQ(transport->readMessage(1, message), 1);
     EXPECT_EQ(hexText(message), "01 02 A1 A2 A3 A4");
+    RawMessage control(RawMessage::CONTROL);
+    EXPECT_EQ(transport->readMessage(1, control), 1);
+    EXPECT_EQ(hexText(control), "A5");
+    EXPECT_EQ(control.getType(), RawMessage::CONTROL);
     EXPECT_EQ(transport->readMessage(0, message), 0) << "at once";
 }
 
-TEST_P(TransportReading, KeepsTheTypeOfTheMessage) {
-    arrive("A1");
-    RawMessage control(RawMessage::CONTROL);
-    EXPECT_EQ(transport->readMessage(1, control), 1);
-    EXPECT_EQ(hexText(control), "A1");
-    EXPECT_EQ(control.getType(), RawMessage::CONTROL);
-}
-
 TEST_P(TransportReading, ReturnsMinusTwoWhenNothingArrivesForASecond) {
-    const ElapsedTime elapsed;
+    const Stopwatch elapsed;
     EXPECT_EQ(transport->readMessage(4, message), -2);
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_GE(elapsed.seconds(), 0.95);
@@ -65,7 +50,7 @@ TEST_P(TransportReading, ReturnsMinusTwoWhenNothingArrivesForASecond) {
 }
 
 TEST_P(TransportReading, ReturnsZeroRepeatedlyAfterThePeerHasClosed) {
-    peer->send("A1 A2");
+    peer->send(isBuffered() ? "A1 A2 A3" : "A1 A2");  // The third is a part of a frame, which is dropped.
     peer->close();
     waitForInput(descriptor());
     EXPECT_EQ(transport->readMessage(2, message), 2);
@@ -90,7 +75,7 @@ TEST_P(TransportReading, ReturnsMinusOneAfterAReset) {
     EXPECT_GE(descriptor(), 0);
 }
 
-TEST_P(TransportReading, ReturnsMinusOneWithoutAConnection) {
+TEST_P(TransportReading, AndWritingFailWithoutAConnectionAndWorkAgainAfterReopening) {
     transport->close();
     const auto unopened = newTransport();
     for (CSCommsInterfaceTCP* closed : {transport.get(), unopened.get()}) {
@@ -98,9 +83,15 @@ TEST_P(TransportReading, ReturnsMinusOneWithoutAConnection) {
         const SystemCalls calls;
         EXPECT_EQ(closed->readMessage(4, message), -1);
         EXPECT_EQ(errno, EBADF);
-        EXPECT_EQ(calls.text(), "");
         expectNothingRead();
+        for (const RawMessage& written : {messageOf("01"), messageOf("")}) {
+            EXPECT_EQ(writeOnce(*closed, written).outcome(), Outcome(-1, EBADF));
+        }
+        EXPECT_EQ(calls.text(), "");
     }
+    connect();
+    EXPECT_EQ(transport->writeMessage(messageOf("A1 A2")), 2);
+    EXPECT_EQ(hexText(peer->receive(2)), "A1 A2");
 }
 
 // The standard transport only: one call of the system for each read, whatever it gives.
@@ -197,6 +188,147 @@ TEST_F(StandardReading, RefusesASizeThatDoesNotFitThirtyTwoBits) {
     waitForInput(pair.transport.descriptor());
     EXPECT_EQ(pair.transport.readMessage(2, message), 2);
     EXPECT_EQ(hexText(message), "01 02 A1 A2");
+}
+
+class TransportWriting : public BothTransports {
+  protected:
+    void SetUp() override { connect(); }
+
+    int write(const std::string& hexBytes) { return transport->writeMessage(messageOf(hexBytes)); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, TransportWriting, testing::Bool(), nameOfTransport);
+
+TEST_P(TransportWriting, SendsExactlyTheBytesAndReturnsTheirNumber) {
+    const RawMessage message = messageOf("00 01 7F 80 FF");
+    EXPECT_EQ(transport->writeMessage(message), 5);
+    EXPECT_EQ(hexText(message), "00 01 7F 80 FF");
+    EXPECT_EQ(write(""), 0);
+    EXPECT_EQ(write("A1"), 1);
+    transport->close();
+    EXPECT_EQ(hexText(peer->receive(10)), "00 01 7F 80 FF A1");
+}
+
+TEST_P(TransportWriting, OfASmallMessageIsOneCall) {
+    const RawMessage message = messageOf("01 02 03 04");
+    const SystemCalls calls;
+    EXPECT_EQ(transport->writeMessage(message), 4);
+    EXPECT_EQ(calls.text(), isBuffered() ? "send #? 4\n" : "write #? 4\n");
+}
+
+TEST_P(TransportWriting, ToAPeerThatHasGoneFailsAndRaisesNoSignal) {
+    for (const bool isReset : {false, true}) {
+        const SignalHandler deadly(SIGPIPE, SIG_DFL);
+        connect();
+        const auto handler = SignalHandler::current(SIGPIPE);
+        EXPECT_EQ(handler, isBuffered() ? SIG_DFL : SIG_IGN);
+        if (isReset) {
+            peer->reset();
+        } else {
+            peer->close();
+        }
+        EXPECT_TRUE(waitUntil([&] { return write("01") == -1; }));
+        // The first failure reports the reset. The next write would raise SIGPIPE.
+        EXPECT_EQ(write("01"), -1);
+        EXPECT_EQ(errno, EPIPE);
+        EXPECT_EQ(SignalHandler::current(SIGPIPE), handler);
+        EXPECT_GE(descriptor(), 0);
+        EXPECT_EQ(transport->close(), 0);
+    }
+}
+
+// The standard transport: one call, whatever it gives.
+
+TEST(StandardWriting, TriesOnceAndKeepsTheConnection) {
+    StandardPair pair;
+    const CapturedStreams streams;
+    const RawMessage message = messageOf("01 02 03 04");
+    for (const Outcome& outcome : {Outcome(3, 0), Outcome(-1, EINTR), Outcome(-1, EAGAIN), Outcome(-1, EIO)}) {
+        SystemCalls calls;
+        calls.answer("write", outcome.first, outcome.second);
+        EXPECT_EQ(writeOnce(pair.transport, message).outcome(), outcome);
+        EXPECT_EQ(calls.text(), "write #? 4\n");
+    }
+    EXPECT_EQ(streams.out() + streams.err(), "");
+    EXPECT_EQ(pair.transport.writeMessage(message), 4);
+    EXPECT_EQ(hexText(pair.peer->receive(4)), "01 02 03 04");
+}
+
+// The buffered transport: a whole frame, or the end of the connection.
+
+Bounds writeWithin(milliseconds timeout) {
+    Bounds bounds;
+    bounds.writeTimeout = timeout;
+    return bounds;
+}
+
+const Options kSmallSendBuffer = bufferSizes(64U << 10U);
+
+TEST(BufferedWriting, CompletesShortWrites) {
+    BufferedPair pair;
+    const RawMessage message = messageOf("01 02 03 04");
+    SystemCalls calls;
+    calls.answer("send #? 4", 1, 0);
+    calls.answer("send #? 3", 2, 0);
+    EXPECT_EQ(pair.transport.writeMessage(message), 4);
+    EXPECT_EQ(calls.text(), "send #? 4\nsend #? 3\nsend #? 1\n");
+    EXPECT_EQ(hexText(pair.peer->receive(1)), "04") << "the first three were not really sent";
+}
+
+TEST(BufferedWriting, OfMoreThanTheSocketHoldsIsCompletedWhenThePeerReadsAlsoUnderSignals) {
+    BufferedPair pair(Bounds(), kSmallSendBuffer);
+    const Bytes frame = patternedBytes(kMoreThanFits);
+    std::atomic<bool> isWritten{false};
+    auto received = std::async(std::launch::async, [&] {
+        EXPECT_FALSE(waitUntil([&] { return isWritten.load(); }, milliseconds(100)));
+        return pair.peer->receive(frame.size());
+    });
+    const RepeatedSignal signals(pthread_self(), milliseconds(1));
+    EXPECT_EQ(pair.transport.writeMessage(messageOfBytes(frame)), static_cast<int>(frame.size()));
+    isWritten = true;
+    EXPECT_TRUE(received.get() == frame);
+}
+
+TEST(BufferedWriting, ToAPeerThatDoesNotReadEndsTheConnectionAfterTheWriteTimeout) {
+    BufferedPair pair(writeWithin(milliseconds(300)), kSmallSendBuffer);
+    const CallResult write = writeOnce(pair.transport, messageOfBytes(Bytes(kMoreThanFits)));
+    EXPECT_EQ(write.outcome(), Outcome(-1, EAGAIN));
+    EXPECT_GE(write.seconds, 0.29);
+    EXPECT_LT(write.seconds, 5.0);
+    EXPECT_EQ(pair.transport.writeMessage(messageOf("01")), -1) << "nothing follows half a frame";
+    EXPECT_EQ(readOnce(pair.transport, 1).result, 0);
+    EXPECT_TRUE(pair.peer->waitForEnd());
+    pair.connect();
+    EXPECT_EQ(pair.transport.writeMessage(messageOf("01 02")), 2);
+    EXPECT_EQ(hexText(pair.peer->receive(2)), "01 02");
+}
+
+TEST(BufferedWriting, TakesNoLongerThanItsTimeAlsoWhenThePeerReadsALittle) {
+    BufferedPair pair(writeWithin(milliseconds(500)), bufferSizes(1));
+    std::atomic<bool> isOver{false};
+    std::thread slowReader([&] {
+        while (!isOver) {
+            pair.peer->receive(4'000, milliseconds(1));
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+    });
+    const CallResult write = writeOnce(pair.transport, messageOfBytes(Bytes(kMoreThanFits)));
+    EXPECT_EQ(write.result, -1);
+    EXPECT_GE(write.seconds, 0.49);
+    EXPECT_LT(write.seconds, 5.0);
+    isOver = true;
+    slowReader.join();
+}
+
+TEST(BufferedWriting, AfterAFailedWriteOfAnotherThreadFailsAtOnce) {
+    BufferedPair pair(writeWithin(milliseconds(1'000)), kSmallSendBuffer);
+    const RawMessage message = messageOfBytes(Bytes(kMoreThanFits));
+    BackgroundCall first([&] { return writeOnce(pair.transport, message); });
+    EXPECT_TRUE(first.waitUntilItBlocks(pair.transport.descriptor()));
+    const CallResult second = writeOnce(pair.transport, message);
+    EXPECT_EQ(second.result, -1);
+    EXPECT_LT(second.seconds, 1.8) << "it does not wait for a time-out of its own";
+    EXPECT_EQ(first.get().result, -1);
 }
 
 }  // namespace
