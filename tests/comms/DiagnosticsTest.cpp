@@ -8,7 +8,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "tests/message/AllocationLimit.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/CapturedStreams.h"
 
 namespace com_tesk::test {

@@ -4,7 +4,7 @@
 #include <system_error>
 
 #include "tests/comms/Transports.h"
-#include "tests/message/AllocationLimit.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Seed.h"
 
 namespace com_tesk::test {

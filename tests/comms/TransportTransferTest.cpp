@@ -4,7 +4,7 @@
 
 #include "tests/comms/SystemCalls.h"
 #include "tests/comms/Transports.h"
-#include "tests/message/AllocationLimit.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/CapturedStreams.h"
 
 namespace com_tesk::test {

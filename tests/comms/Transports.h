@@ -22,7 +22,7 @@
 #include "comms/CSCommsInterfaceTCPBuffered.h"
 #include "comms/TcpConnection.h"
 #include "tests/comms/TaskStatus.h"
-#include "tests/message/MessageOf.h"
+#include "tests/support/MessageOf.h"
 #include "tests/support/ScriptedHost.h"
 #include "tests/support/Waiting.h"
 

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include "tests/message/AllocationLimit.h"
-#include "tests/message/MessageOf.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/MessageOf.h"
 
 namespace com_tesk::test {
 namespace {

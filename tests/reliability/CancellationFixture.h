@@ -20,6 +20,7 @@
 #include "tests/reliability/Stress.h"
 #include "tests/support/ClientOf.h"
 #include "tests/support/Hex.h"
+#include "tests/support/MessageOf.h"
 #include "tests/support/OpenEngine.h"
 
 namespace com_tesk::test {
@@ -251,11 +252,5 @@ class CancellationFixture {
     std::atomic<int> lastProbe{0};  ///< the last value received under a name that begins with "PROBE"
     LoopbackHost host;
 };
-
-inline RawMessage messageOf(const Bytes& bytes) {
-    RawMessage message(RawMessage::DATA);
-    message.insert(message.end(), bytes.begin(), bytes.end());
-    return message;
-}
 
 }  // namespace com_tesk::test

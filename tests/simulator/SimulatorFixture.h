@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/CapturedStreams.h"
+#include "tests/support/MessageOf.h"
 #include "tests/support/RecordingCallbacks.h"
 #include "tests/support/TestEngine.h"
 
@@ -27,14 +28,6 @@ inline Lines newRequests(TestEngine& engine) {
 inline void makeReady(TestEngine& engine) {
     engine.connect();
     engine.ignoreRequestsSoFar();
-}
-
-/// Returns a received message.
-inline RawMessage messageOf(const std::string& bodyHex, RawMessage::Type type = RawMessage::DATA) {
-    const Bytes bytes = hex(bodyHex);
-    RawMessage message(type);
-    message.insert(message.end(), bytes.begin(), bytes.end());
-    return message;
 }
 
 /// Returns the hex text of the publication of integers by simulator 5, as pairs of id and value.
