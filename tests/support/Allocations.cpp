@@ -15,7 +15,7 @@ constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 constexpr int kEndless = -1;
 
 std::atomic<std::size_t> sizeLimit{kUnlimited};
-std::atomic<std::size_t> largest{0};
+std::atomic<std::size_t> largestRequested{0};
 std::atomic<std::size_t> heldBytes{0};
 std::atomic<long> live{0};
 
@@ -39,7 +39,8 @@ bool failsNow() {
 void* allocate(std::size_t size) noexcept {
     const std::size_t allowed = sizeLimit;
     if (allowed != kUnlimited) {
-        for (std::size_t known = largest; size > known && !largest.compare_exchange_weak(known, size);) {
+        for (std::size_t known = largestRequested;
+             size > known && !largestRequested.compare_exchange_weak(known, size);) {
         }
     }
     void* const memory = size > allowed || failsNow() ? nullptr : std::malloc(size == 0 ? 1 : size);
@@ -77,7 +78,7 @@ long liveAllocations() {
 }
 
 AllocationLimit::AllocationLimit(std::size_t newLimit) {
-    largest = 0;
+    largestRequested = 0;
     sizeLimit = newLimit;
 }
 
@@ -86,7 +87,7 @@ AllocationLimit::~AllocationLimit() {
 }
 
 std::size_t AllocationLimit::largestRequest() const {
-    return largest;
+    return largestRequested;
 }
 
 FailingMemory::FailingMemory(int granted, Kind kind) {
