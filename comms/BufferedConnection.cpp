@@ -132,12 +132,23 @@ bool BufferedConnection::connectWithin(int descriptor, unsigned int address, uns
     }
     if (!TcpConnection::connectSocket(descriptor, address, port)) {
         // A shutdown wakes this wait. A shutdown before the connect began had no effect, so test for it first.
-        if (errno != EINPROGRESS || isGivenUp(descriptor) || waitUntilReady(descriptor, POLLOUT, deadline) <= 0) {
+        if (errno != EINPROGRESS || isGivenUp(descriptor)) {
+            return false;
+        }
+        const short ready = waitUntilReady(descriptor, POLLOUT, deadline);
+        if (ready == 0) {
+            errno = ETIMEDOUT;
+        }
+        if (ready <= 0) {
             return false;
         }
         int error = 0;
         socklen_t length = sizeof error;
-        if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) != 0 || error != 0) {
+        if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
+            return false;
+        }
+        if (error != 0) {
+            errno = error;
             return false;
         }
     }

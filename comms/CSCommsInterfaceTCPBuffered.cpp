@@ -1,5 +1,7 @@
 #include "comms/CSCommsInterfaceTCPBuffered.h"
 
+#include <cerrno>
+
 #include "comms/BufferedConnection.h"
 
 namespace com_tesk {
@@ -24,7 +26,9 @@ bool CSCommsInterfaceTCPBuffered::openConnection(unsigned int address, unsigned 
     buffered->beginReading();
     const bool isOpened = buffered->open(address, port);
     if (!isOpened) {
+        const int reason = errno;
         close();
+        errno = reason;
     }
     return isOpened;
 }
