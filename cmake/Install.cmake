@@ -1,11 +1,12 @@
-# The files that `cmake --install` installs. The components runtime, development and tools correspond to the Debian packages.
-# debian/*.install names the files of each package.
+# The files that `cmake --install` installs. The components correspond to the Debian packages: runtime, development, tools,
+# session-runtime, session-development and host-development. debian/*.install names the files of each package.
 
 include(CMakePackageConfigHelpers)
 
-# All headers under include/ are public, and no others are installed. scripts/test-install compiles each header by itself.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csclient COMPONENT development
-    FILES_MATCHING PATTERN "*.h")
+# All headers under include/ are public. scripts/test-install compiles each header by itself.
+set(headers_folder ${CMAKE_INSTALL_INCLUDEDIR}/csclient)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${headers_folder} COMPONENT development
+    FILES_MATCHING PATTERN "*.h" PATTERN session EXCLUDE)
 
 install(TARGETS csclient_shared csclient_static EXPORT csclientTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
@@ -19,6 +20,25 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/csclientConfigVersion.cma
 install(FILES ${PROJECT_BINARY_DIR}/csclientConfig.cmake ${PROJECT_BINARY_DIR}/csclientConfigVersion.cmake
     DESTINATION ${config_folder} COMPONENT development)
 
+# The session and the host each have an export set of their own, so that the client library can be installed without them.
+if(TARGET csclient-session_shared)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/session DESTINATION ${headers_folder} COMPONENT session-development
+        FILES_MATCHING PATTERN "*.h")
+    install(TARGETS csclient-session_shared csclient-session_static EXPORT csclient-sessionTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT session-development
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT session-runtime NAMELINK_COMPONENT session-development)
+    install(EXPORT csclient-sessionTargets NAMESPACE csclient:: DESTINATION ${config_folder} COMPONENT session-development)
+endif()
+if(TARGET csclient_host)
+    # LoopbackHost.h, and the headers that it includes.
+    install(FILES ${PROJECT_SOURCE_DIR}/host/LoopbackHost.h ${PROJECT_SOURCE_DIR}/host/HostEvent.h
+        ${PROJECT_SOURCE_DIR}/host/HostOptions.h ${PROJECT_SOURCE_DIR}/host/Value.h
+        DESTINATION ${headers_folder}/host COMPONENT host-development)
+    install(TARGETS csclient_host EXPORT csclient-hostTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host-development)
+    install(EXPORT csclient-hostTargets NAMESPACE csclient:: DESTINATION ${config_folder} COMPONENT host-development)
+endif()
+
 # The directories may be absolute. They are then not below the prefix.
 foreach(folder IN ITEMS INCLUDEDIR LIBDIR)
     if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
@@ -29,13 +49,25 @@ foreach(folder IN ITEMS INCLUDEDIR LIBDIR)
 endforeach()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/csclient.pc.in ${PROJECT_BINARY_DIR}/csclient.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/csclient.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+if(TARGET csclient-session_shared)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/csclient-session.pc.in ${PROJECT_BINARY_DIR}/csclient-session.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/csclient-session.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT session-development)
+    install(FILES ${PROJECT_SOURCE_DIR}/man/csclient-session.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3
+        COMPONENT session-development)
+endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/man/csclient.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
-# Tools that link the shared library find it in the directory where it was installed, unless the system looks there anyway.
-if(BUILD_SHARED_LIBS AND NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
-    file(RELATIVE_PATH from_tools_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-    set(tools_rpath "$ORIGIN/${from_tools_to_libraries}")
+# Files that link the shared library find it in the directory where it was installed, unless the system looks there anyway.
+if(NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
+    if(TARGET csclient-session_shared)
+        set_target_properties(csclient-session_shared PROPERTIES INSTALL_RPATH "$ORIGIN")
+    endif()
+    if(BUILD_SHARED_LIBS)
+        file(RELATIVE_PATH from_tools_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+        set(tools_rpath "$ORIGIN/${from_tools_to_libraries}")
+    endif()
 endif()
 foreach(tool IN ITEMS cspublish cshost)
     if(TARGET ${tool})

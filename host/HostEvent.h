@@ -11,6 +11,7 @@ namespace com_tesk {
 
 /// An event of the host.
 struct HostEvent {
+    /// What has happened. The comments name the fields that are set, besides `time` and `client`.
     enum class Kind {
         LISTENING,             ///< text: address and port.
         STOPPED,               ///< Every client connection is closed, and the port is free again.
@@ -32,13 +33,13 @@ struct HostEvent {
         REQUEST_IGNORED,       ///< text: why. The client is still served.
     };
 
-    Kind kind = Kind::LISTENING;
-    std::chrono::system_clock::time_point time{};
-    std::uint64_t client = 0;  ///< Clients are numbered from 1 in the order of connections; 0 is the host itself.
-    std::string name;          ///< Of the input, output or value; the bytes as the client sent them.
-    std::uint32_t id = 0;
-    std::optional<HostValue> value;
-    std::string text;
+    Kind kind = Kind::LISTENING;                   ///< What has happened.
+    std::chrono::system_clock::time_point time{};  ///< When.
+    std::uint64_t client = 0;        ///< Clients are numbered from 1 in the order of connections; 0 is the host itself.
+    std::string name;                ///< Of the input, output or value; the bytes as the client sent them.
+    std::uint32_t id = 0;            ///< Of the input or output, or the simulator id.
+    std::optional<HostValue> value;  ///< The value, of the kinds that have one.
+    std::string text;                ///< What `Kind` says.
 };
 
 /// Returns the event as a text without its time, for example: client 2 published ALT = 12.5 (float, output id 4).

@@ -13,6 +13,7 @@
 
 namespace com_tesk {
 
+/// What a `LoopbackHost` listens on, answers and tolerates.
 struct HostOptions {
     /// The text of an IPv4 address; "0.0.0.0" for every interface.
     std::string listenAddress = "127.0.0.1";
@@ -20,8 +21,10 @@ struct HostOptions {
     std::uint16_t port = 0;
 
     /// The version text and the protocol version in version replies. The text is cut to 128 bytes.
+    /// @{
     std::string versionText = "csclient loopback host";
     std::uint32_t protocolVersion = 1;
+    /// @}
     /// The simulator id in every version reply. Without it, each client receives its own id.
     std::optional<std::uint16_t> assignId;
 

@@ -51,8 +51,9 @@ namespace com_tesk {
 /// operation says otherwise. After stop() the operations still work on the stored values.
 class LoopbackHost {
   public:
-    using Options = HostOptions;
+    using Options = HostOptions;  ///< Short name.
 
+    /// How `dropClients` closes connections.
     enum class DropMode {
         GRACEFUL,  ///< The client reads what was sent to it, then the end of the stream.
         RESET,     ///< The client's next read or write fails: connection reset.
@@ -99,9 +100,11 @@ class LoopbackHost {
 
     /// Each wait blocks until the condition holds, at most for `limit`. Not from the event sink.
     /// @return true when the condition held.
+    /// @{
     bool waitForValue(const std::string& name, HostValue value, std::chrono::milliseconds limit) const;
     bool waitForClients(std::size_t exactly, std::chrono::milliseconds limit) const;
     bool waitForSubscribers(const std::string& name, std::size_t exactly, std::chrono::milliseconds limit) const;
+    /// @}
 
   private:
     class Impl;

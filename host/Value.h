@@ -11,18 +11,21 @@ namespace com_tesk {
 /// received, so the payload of a NaN and a negative zero stay unchanged.
 class HostValue {
   public:
+    /// Makes a value of the number or of its bits.
+    /// @{
     static HostValue integer(std::int32_t number);
     static HostValue real(float number);
     static HostValue fromBits(std::uint32_t bits, bool isInteger) { return {bits, isInteger}; }
+    /// @}
 
     /// Reads a value of `--set NAME=`: `i:` and a decimal 32-bit integer, otherwise a decimal float.
     /// @return nothing when any part of the text is not such a number, or the number is out of range.
     static std::optional<HostValue> fromText(std::string_view text);
 
-    bool isInteger() const { return holdsInteger; }
-    std::uint32_t bits() const { return rawBits; }
-    std::int32_t asInteger() const;  ///< The bits as a signed integer, for both kinds.
-    float asReal() const;            ///< The bits as a float, for both kinds.
+    bool isInteger() const { return holdsInteger; }  ///< True for an integer, false for a float.
+    std::uint32_t bits() const { return rawBits; }   ///< The 32 bits as transmitted.
+    std::int32_t asInteger() const;                  ///< The bits as a signed integer, for both kinds.
+    float asReal() const;                            ///< The bits as a float, for both kinds.
 
     /// Returns the number as a standard stream prints it by default: 12.5, -3, nan.
     std::string text() const;
@@ -31,6 +34,7 @@ class HostValue {
     friend bool operator==(const HostValue& a, const HostValue& b) {
         return a.rawBits == b.rawBits && a.holdsInteger == b.holdsInteger;
     }
+    /// The opposite.
     friend bool operator!=(const HostValue& a, const HostValue& b) { return !(a == b); }
 
   private:

@@ -1,0 +1,94 @@
+// The operations of the handles of outputs and inputs.
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "session/Input.h"
+#include "session/InputSlot.h"
+#include "session/Output.h"
+#include "session/OutputSlot.h"
+#include "session/SlotOwner.h"
+
+namespace com_tesk {
+
+using session::InputSlot;
+using session::SampleReading;
+
+namespace {
+
+template <typename T>
+Reading<T> typed(const SampleReading& reading) {
+    return {session::fromBits<T>(reading.sample.bits), reading.quality, InputSlot::timeOf(reading.sample),
+            reading.sample.number};
+}
+
+}  // namespace
+
+template <typename T>
+bool Output<T>::set(T value) const {
+    return slot->set(session::toBits(value));
+}
+
+template <typename T>
+void Output<T>::withdraw() const {
+    slot->owner.withdraw(*slot);
+}
+
+template <typename T>
+bool Output<T>::isConfirmed() const {
+    return slot->isConfirmed();
+}
+
+template <typename T>
+const std::string& Output<T>::name() const {
+    return slot->name();
+}
+
+template <typename T>
+Reading<T> Input<T>::read() const {
+    return typed<T>(slot->read());
+}
+
+template <typename T>
+void Input<T>::onChange(Callback callback) const {
+    InputSlot::Callback untyped;
+    if (callback) {
+        untyped = [typedCallback = std::move(callback)](const SampleReading& reading) {
+            typedCallback(typed<T>(reading));
+        };
+    }
+    slot->owner.setCallback(*slot, std::move(untyped));
+}
+
+template <typename T>
+void Input<T>::setMaxAge(std::chrono::milliseconds maxAge) const {
+    constexpr std::chrono::milliseconds::rep kMaxAge = std::numeric_limits<std::uint32_t>::max();
+    slot->maxAgeMilliseconds =
+        static_cast<std::uint32_t>(std::clamp<std::chrono::milliseconds::rep>(maxAge.count(), 0, kMaxAge));
+    slot->owner.maxAgeChanged();
+}
+
+template <typename T>
+void Input<T>::withdraw() const {
+    slot->owner.withdraw(*slot);
+}
+
+template <typename T>
+bool Input<T>::isConfirmed() const {
+    return slot->isConfirmed();
+}
+
+template <typename T>
+const std::string& Input<T>::name() const {
+    return slot->name();
+}
+
+template class Output<float>;
+template class Output<std::int32_t>;
+template class Output<bool>;
+template class Input<float>;
+template class Input<std::int32_t>;
+template class Input<bool>;
+
+}  // namespace com_tesk
