@@ -89,6 +89,16 @@ bool CSClient::changeCommsInterface(CSCommsInterfaceTCP* transport) {
     return engine->changeCommsInterface(transport);
 }
 
+bool CSClient::changeCommsInterface(std::unique_ptr<CSCommsInterfaceTCP> transport) {
+    // Destroying the previous transport is a cancellation point. The client already has the new one there.
+    const CancellationDisabled untilReleased;
+    const bool isTaken = changeCommsInterface(transport.get());
+    if (isTaken) {
+        static_cast<void>(transport.release());
+    }
+    return isTaken;
+}
+
 int CSClient::sendMessage(const RawMessage& message) {
     return static_cast<int>(engine->sendMessage(message));
 }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "message/Export.h"
@@ -101,8 +103,23 @@ class CSCLIENT_EXPORT CSClient {
         std::int32_t asInt;  ///< The bits as a two's-complement integer.
     };
 
-    /// A named value.
+    /// A named value. An aggregate: `{"altitude", {1234.5F}, TYPE_FLOAT}`. Its first braces initialize `asFloat`, so
+    /// make an integer with `ofInt`.
     struct Parameter {
+        /// Returns a value with its type. The name is as it was registered.
+        /// @{
+        static Parameter ofFloat(std::string name, float number) {
+            Parameter parameter{std::move(name), {}, TYPE_FLOAT, 0};
+            parameter.value.asFloat = number;
+            return parameter;
+        }
+        static Parameter ofInt(std::string name, std::int32_t number) {
+            Parameter parameter{std::move(name), {}, TYPE_INT, 0};
+            parameter.value.asInt = number;
+            return parameter;
+        }
+        /// @}
+
         std::string name;                     ///< As it was registered.
         Value value = {0.0F};                 ///< `type` selects how to read it.
         ParameterType type = TYPE_UNDEFINED;  ///< `TYPE_FLOAT` or `TYPE_INT` in every record that the library makes.
@@ -144,6 +161,18 @@ class CSCLIENT_EXPORT CSClient {
         virtual void inputParametersConfirmed(const std::vector<InputDef>& inputs) = 0;
     };
 
+    /// A `CallbackIface` whose operations do nothing. Derive from it and override those that the application needs.
+    class CallbackAdapter : public CallbackIface {
+      public:
+        /// As in `CallbackIface`; each does nothing.
+        /// @{
+        void connectionStateChanged(State /*oldState*/, State /*newState*/) override {}
+        void inputParametersUpdated(const std::vector<Parameter>& /*parameters*/) override {}
+        void outputParametersConfirmed(const std::vector<OutputDef>& /*outputs*/) override {}
+        void inputParametersConfirmed(const std::vector<InputDef>& /*inputs*/) override {}
+        /// @}
+    };
+
     /// Installs no engine. The object is usable only after a subclass has installed one.
     /// @param options  for the subclass's engine; not used here.
     explicit CSClient(unsigned int options);
@@ -170,11 +199,11 @@ class CSCLIENT_EXPORT CSClient {
     /// @return 0 started; 2 the state is not `STATE_DISCONNECTED` and nothing has changed, or no thread could be
     ///         started. Without a thread the client is stuck in `STATE_CONNECTING` (`open` has then slept a second)
     ///         or `STATE_DISCONNECTING`. Its destructor then waits without limit.
-    virtual int open(unsigned int address, unsigned int port, const ConnectionOptions* options);
+    virtual int open(unsigned int address, unsigned int port, const ConnectionOptions* options = nullptr);
 
     /// As above, with a dotted address, which must not be null. It is read during the call only. Text that is no
     /// address is passed on as 255.255.255.255; no connection to that address succeeds.
-    int open(const char* address, unsigned int port, const ConnectionOptions* options);
+    int open(const char* address, unsigned int port, const ConnectionOptions* options = nullptr);
 
     /// Ends the connection and erases every registration. Blocks for at most 2.05 seconds and the time that callbacks
     /// take: up to 50 ms for a state change in progress, then up to two seconds, in whole seconds, for the worker. With
@@ -193,6 +222,9 @@ class CSCLIENT_EXPORT CSClient {
     /// @return true: the client now owns `transport` and has deleted the previous one, unless it is the same. False,
     ///         when `transport` is null or in any other state: the caller keeps it.
     bool changeCommsInterface(CSCommsInterfaceTCP* transport);
+    /// As above, and destroys `transport` when it is refused:
+    /// `client.changeCommsInterface(std::make_unique<CSCommsInterfaceTCPBuffered>())`.
+    bool changeCommsInterface(std::unique_ptr<CSCommsInterfaceTCP> transport);
 
     /// Sends a copy of a message in a frame, with one write, on the calling thread. Its bytes are sent unchanged, but
     /// in a data message of more than 8 bytes, bytes 4 to 7 become its length. Takes no lock of the client unless the

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "client/CSClient.h"
 #include "message/Export.h"
 
@@ -13,6 +15,9 @@ class CSCLIENT_EXPORT SimClient : public CSClient {
     ///                     another.
     /// @param options      `OPTION_AUTO_RECONNECT` and `OPTION_SILENT`, or-ed; other bits are kept without effect.
     SimClient(unsigned int simulatorId, unsigned int options);
+    /// As above, with a transport: `SimClient(1, 0, std::make_unique<CSCommsInterfaceTCPBuffered>())`. Null keeps the
+    /// standard transport.
+    SimClient(unsigned int simulatorId, unsigned int options, std::unique_ptr<CSCommsInterfaceTCP> transport);
     /// As `~CSClient`.
     ~SimClient() override;
 };
