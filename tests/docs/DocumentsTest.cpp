@@ -10,10 +10,22 @@
 #include "comms/CSCommsInterfaceTCPBuffered.h"
 #include "host/LoopbackHost.h"
 #include "message/FrameLayout.h"
+#include "session/Session.h"
 #include "simulator/MessageLayout.h"
 #include "tests/docs/ManualPage.h"
 
 // Never called: there is no such host.
+[[maybe_unused]] static void exampleOfSession() {
+    com_tesk::Session::Options options;
+    options.host = "192.168.1.20";
+    com_tesk::Session session(options);
+    const auto altitude = session.output<float>("altitude");
+    session.start();
+    altitude.set(1234.5F);
+    session.stop(std::chrono::seconds(1));
+}
+
+// As above.
 [[maybe_unused]] static void example() {
     com_tesk::SimClient client(1, com_tesk::CSClient::OPTION_AUTO_RECONNECT);
     client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);
@@ -61,9 +73,9 @@ TEST(HostExample, InTheHeaderConsistsOfTheLinesOfThisTest) {
     EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find("{" + example + "EXPECT_TRUE"), std::string::npos) << example;
 }
 
-/// The literal block of a section of csclient(3), without blanks.
-std::string blockUnder(const std::string& section) {
-    const std::string page = sourceFile("man/csclient.3");
+/// The literal block of a section of a manual page, without blanks.
+std::string blockUnder(const std::string& section, const std::string& pageFile) {
+    const std::string page = sourceFile(pageFile);
     const std::string beginning = ".Bd -literal\n";
     const std::size_t begin = page.find(beginning, page.find("\n.Sh " + section + "\n"));
     const std::size_t end = page.find("\n.Ed", begin);
@@ -71,22 +83,45 @@ std::string blockUnder(const std::string& section) {
     return withoutBlanks(page.substr(begin + beginning.size(), end - begin - beginning.size()));
 }
 
+/// A manual page of section 3, the function in this file that compiles its example, and the headers of its synopsis.
+struct LibraryPage {
+    const char* file;
+    const char* example;
+    std::vector<std::string> headers;
+};
+
+const std::vector<LibraryPage>& libraryPages() {
+    static const std::vector<LibraryPage> pages{
+        {"man/csclient.3", "example", {"client/CSClient.h", "client/SimClient.h"}},
+        {"man/csclient-session.3",
+         "exampleOfSession",
+         {"session/Session.h", "session/Output.h", "session/Input.h", "session/Link.h", "session/Health.h"}},
+    };
+    return pages;
+}
+
 TEST(ManPage, HasTheExampleThatIsCompiledHere) {
-    const std::string example = blockUnder("EXAMPLES");
-    EXPECT_GT(example.size(), 200U);
-    EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find("voidexample(){" + example + "}"), std::string::npos)
-        << example;
+    for (const LibraryPage& page : libraryPages()) {
+        const std::string example = blockUnder("EXAMPLES", page.file);
+        EXPECT_GT(example.size(), 200U) << page.file;
+        const std::string function = std::string("void") + page.example + "(){" + example + "}";
+        EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find(function), std::string::npos) << page.file << example;
+    }
 }
 
 TEST(ManPage, HasASynopsisOfDeclarationsInTheHeaders) {
-    const std::string headers =
-        withoutBlanks(sourceFile("include/client/CSClient.h") + sourceFile("include/client/SimClient.h"));
-    std::istringstream synopsis(blockUnder("SYNOPSIS"));
-    int declarations = 0;
-    for (std::string declaration; std::getline(synopsis, declaration, ';'); ++declarations) {
-        EXPECT_NE(headers.find(declaration + ";"), std::string::npos) << declaration;
+    for (const LibraryPage& page : libraryPages()) {
+        std::string headers;
+        for (const std::string& header : page.headers) {
+            headers += withoutBlanks(sourceFile("include/" + header));
+        }
+        std::istringstream synopsis(blockUnder("SYNOPSIS", page.file));
+        int declarations = 0;
+        for (std::string declaration; std::getline(synopsis, declaration, ';'); ++declarations) {
+            EXPECT_NE(headers.find(declaration + ";"), std::string::npos) << page.file << ": " << declaration;
+        }
+        EXPECT_GT(declarations, 8) << page.file;
     }
-    EXPECT_GT(declarations, 8);
 }
 
 TEST(Limits, AreInTheCodeWhereThePageSays) {
