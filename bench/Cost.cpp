@@ -10,6 +10,7 @@
 #include <functional>
 #include <random>
 
+#include "bench/CostCases.h"
 #include "bench/CountedAllocations.h"
 #include "bench/Frames.h"
 #include "bench/MemoryEngine.h"
@@ -36,7 +37,8 @@ class Summing : public CSClient::CallbackIface {
     float sum = 0;
 };
 
-/// Counts `calls` calls of `call`. Each call handles `values` values.
+}  // namespace
+
 void count(const char* name, unsigned int calls, unsigned int values, const std::function<void(unsigned int)>& call) {
     const unsigned long before = countedAllocations();
     CALLGRIND_START_INSTRUMENTATION;
@@ -46,6 +48,8 @@ void count(const char* name, unsigned int calls, unsigned int values, const std:
     CALLGRIND_STOP_INSTRUMENTATION;
     std::printf("%s %u %u %lu\n", name, calls, calls * values, countedAllocations() - before);
 }
+
+namespace {
 
 host::Bytes outputsReply(unsigned int count) {
     std::vector<host::OutputConfirmation> outputs;
@@ -169,6 +173,10 @@ constexpr Case kCases[] = {
     {"register-1000", registerMany},
     {"confirm-1000", confirmMany},
     {"unregister-1000", unregisterMany},
+    {"session-set", sessionSet},
+    {"session-update-1000", sessionUpdateMany},
+    {"session-health-1000", sessionHealth},
+    {"session-parameters-1000", sessionParameters},
 };
 
 int run(int argc, char** argv) {

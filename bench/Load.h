@@ -51,6 +51,7 @@ std::vector<Work> receiveWork();
 std::vector<Work> roundTripWork();
 std::vector<Work> registrationWork();
 std::vector<Work> memoryWork();
+std::vector<Work> sessionWork();
 /// Also prints which peers are not installed.
 std::vector<Work> peerWork();
 

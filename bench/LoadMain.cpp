@@ -62,7 +62,7 @@ std::vector<Work> allWork(const Arguments& arguments) {
     std::vector<Work> all;
     // Memory first: memory that the other rows leave in the heap would falsify it.
     for (const std::vector<Work>& part :
-         {memoryWork(), publishWork(), receiveWork(), roundTripWork(), registrationWork()}) {
+         {memoryWork(), publishWork(), receiveWork(), roundTripWork(), registrationWork(), sessionWork()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     if (arguments.hasPeers) {
