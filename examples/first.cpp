@@ -1,33 +1,20 @@
-#include <client/SimClient.h>
-#include <comms/CSCommsInterfaceTCPBuffered.h>
+#include <poll.h>
+#include <session/Session.h>
 
 #include <iostream>
 
-using com_tesk::CSClient;
-
-struct Printer : CSClient::CallbackIface {
-    void connectionStateChanged(CSClient::State, CSClient::State) override {}
-    void outputParametersConfirmed(const std::vector<CSClient::OutputDef>&) override {}
-    void inputParametersConfirmed(const std::vector<CSClient::InputDef>&) override {}
-    void inputParametersUpdated(const std::vector<CSClient::Parameter>& parameters) override {
-        for (const auto& parameter : parameters) {
-            std::cout << parameter.name << " = ";
-            if (parameter.type == CSClient::TYPE_INT) std::cout << parameter.value.asInt << "\n";
-            else std::cout << parameter.value.asFloat << "\n";
-        }
-    }
-};
+using namespace std::chrono_literals;
 
 int main() {
-    Printer printer;
-    com_tesk::SimClient client(/*simulatorId=*/1, CSClient::OPTION_AUTO_RECONNECT);
-    client.changeCommsInterface(new com_tesk::CSCommsInterfaceTCPBuffered);  // Whole frames and bounded waits.
-    client.addCallbackInterface(&printer);
-    client.registerOutputParameter({"altitude", CSClient::TYPE_FLOAT});
-    client.registerInputParameter({"altitude", CSClient::TYPE_FLOAT, /*subscriptionMode=*/1});
-    client.open("127.0.0.1", 55580, nullptr);
-    if (!client.waitForConnectionState(CSClient::STATE_READY, 5) || !client.waitForOutputsToBeRegistered(5)) return 1;
-    client.publishParameter({"altitude", {1234.5F}, CSClient::TYPE_FLOAT});
-    client.waitForConnectionState(CSClient::STATE_DISCONNECTED, 2);  // Two seconds in which values arrive.
-    client.close();
+    com_tesk::Session::Options options;  // The host is 127.0.0.1:55580 unless they say otherwise.
+    com_tesk::Session session(options);
+    const com_tesk::Output<float> altitude = session.output<float>("altitude");
+    const com_tesk::Input<float> echo = session.input<float>("altitude");
+    echo.onChange([](const com_tesk::Reading<float>& reading) { std::cout << "altitude = " << reading.value << "\n"; });
+    session.onLink([](const com_tesk::LinkEvent& event) { std::cerr << event.text << "\n"; });
+    session.start();
+    if (!session.waitUntil(com_tesk::Link::READY, 5s)) return 1;
+    altitude.set(1234.5F);
+    pollfd waiting{session.descriptor(), POLLIN, 0};
+    while (poll(&waiting, 1, 2000) > 0) session.dispatch();  // Callbacks run here. It ends after two quiet seconds.
 }

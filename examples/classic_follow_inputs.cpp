@@ -1,6 +1,6 @@
 // Prints the values of inputs as they arrive, until it has printed <count> values or is stopped.
 //
-//   follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]
+//   classic_follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]
 
 #include <client/SimClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
@@ -57,7 +57,7 @@ class Follower : public CSClient::CallbackIface {
 
 int main(int argc, char** argv) {
     if (argc < 5) {
-        std::cerr << "follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]" << std::endl;
+        std::cerr << "classic_follow_inputs <address> <port> <count, 0 for no end> <name> [<name> ...]" << std::endl;
         return EXIT_FAILURE;
     }
     // Created before the client, so that it still exists when the last callback runs.

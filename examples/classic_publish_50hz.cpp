@@ -1,6 +1,6 @@
 // Publishes a sine of 0.1 Hz fifty times a second, for a number of seconds or until it is stopped.
 //
-//   publish_50hz <address> [port] [seconds]
+//   classic_publish_50hz <address> [port] [seconds]
 
 #include <client/SimClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
@@ -22,7 +22,7 @@ constexpr double kRadiansPerSecond = 0.1 * 2.0 * 3.14159265358979;
 constexpr unsigned int kPatienceSeconds = 5;
 
 int fail(const char* what) {
-    std::cerr << "publish_50hz: " << what << std::endl;
+    std::cerr << "classic_publish_50hz: " << what << std::endl;
     return EXIT_FAILURE;
 }
 

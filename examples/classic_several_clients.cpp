@@ -1,5 +1,5 @@
 // Runs several clients in one process, in a ring. Each publishes a value and waits for the value of the next one.
-//   several_clients <address> [port] [clients]
+//   classic_several_clients <address> [port] [clients]
 
 #include <client/SimClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
@@ -60,7 +60,7 @@ class Station : private CSClient::CallbackIface {
 
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 4) {
-        std::cerr << "several_clients <address> [port] [clients]" << std::endl;
+        std::cerr << "classic_several_clients <address> [port] [clients]" << std::endl;
         return EXIT_FAILURE;
     }
     const unsigned int port = argc > 2 ? static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)) : 55580;

@@ -1,6 +1,6 @@
 // A board with a switch and a lamp. It publishes its switch as the output "switch". Its lamp follows the input "lamp",
 // and is dark without a connection. Both are files that contain 0 or 1. Stops on SIGTERM and SIGINT.
-//   board <address> <port> <switch file> <lamp file>
+//   classic_board <address> <port> <switch file> <lamp file>
 
 #include <client/SimClient.h>
 #include <comms/CSCommsInterfaceTCPBuffered.h>
@@ -44,7 +44,7 @@ class Lamp : public CSClient::CallbackIface {
 
 int main(int argc, char** argv) {
     if (argc != 5) {
-        std::cerr << "board <address> <port> <switch file> <lamp file>" << std::endl;
+        std::cerr << "classic_board <address> <port> <switch file> <lamp file>" << std::endl;
         return EXIT_FAILURE;
     }
     // The signals are blocked in every thread and received by sigtimedwait below, so no signal handler runs.
