@@ -14,7 +14,6 @@
 #include "tests/support/Parameters.h"
 
 namespace com_tesk::test {
-
 namespace {
 
 std::string frameHeader(std::uint32_t frameLength, std::uint32_t headerLength = 32) {
