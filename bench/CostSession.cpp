@@ -42,7 +42,7 @@ class SessionParts : private session::SlotOwner, private session::SessionProtoco
     void withdraw(session::InputSlot& /*slot*/) override {}
     void setCallback(session::InputSlot& /*slot*/,
                      std::function<void(const session::SampleReading&)> /*callback*/) override {}
-    void maxAgeChanged() override {}
+    void maxAgeChanged(session::InputSlot& /*slot*/) override {}
     void connectionBegan() override {}
     void connectionEnded() noexcept override {}
     void messageReceived(const RawMessage& /*message*/) override {}

@@ -86,6 +86,11 @@ void Core::withdraw(InputSlot& slot) {
     declarationsChanged();
 }
 
+void Core::maxAgeChanged(InputSlot& slot) {
+    dispatcher.addQualityChange(slot);  // With a longer age a value can become good again.
+    supervisor.recheckAges();
+}
+
 void Core::setCallback(InputSlot& slot, std::function<void(const SampleReading&)> callback) {
     dispatcher.setInputCallback(slot, std::move(callback));
     supervisor.recheckAges();

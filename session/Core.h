@@ -59,7 +59,7 @@ class Core final : private SessionProtocol::Observer, private SlotOwner {
     void withdraw(OutputSlot& slot) override;
     void withdraw(InputSlot& slot) override;
     void setCallback(InputSlot& slot, std::function<void(const SampleReading&)> callback) override;
-    void maxAgeChanged() override { supervisor.recheckAges(); }
+    void maxAgeChanged(InputSlot& slot) override;
     void dispatchUntilEnd();
 
     SessionProtocol protocol;

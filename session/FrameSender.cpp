@@ -29,6 +29,12 @@ void FrameSender::trySend() {
     sendHeld();
 }
 
+void FrameSender::endSending() {
+    const MutexLock lock(mutex);
+    hasEnded = true;
+    transport.endSending();
+}
+
 void FrameSender::sendLater() {
     wanted = true;
     wake.signal();
@@ -37,7 +43,7 @@ void FrameSender::sendLater() {
 void FrameSender::sendHeld() {
     wanted = false;
     // One frame at a time: what is staged while the socket takes a frame leaves in one frame after it.
-    while (isUp() && transport.sendRest()) {
+    while (isUp() && !hasEnded && transport.sendRest()) {
         if (!sendVersionRequest() && !sendOutputDeclarations() && !sendInputDeclarations() && !sendValues()) {
             break;
         }

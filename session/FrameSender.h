@@ -109,6 +109,8 @@ class FrameSender {
     void send() CSCLIENT_EXCLUDES(mutex);
     /// As `send`, unless another thread is sending; then the session's thread does it.
     void trySend() CSCLIENT_EXCLUDES(mutex);
+    /// Tells the host that nothing more is sent on this connection. Values that are staged from now on stay staged.
+    void endSending() CSCLIENT_EXCLUDES(mutex);
     /// Leaves what waits to the session's thread.
     void sendLater();
     /// Requests the version, after everything that waits.
@@ -139,11 +141,13 @@ class FrameSender {
         for (const auto& slot : inputs.all()) {
             const std::chrono::milliseconds limit = slot->maxAge();
             if (limit.count() == 0 || !slot->isWatched) {
+                slot->staleNumber = 0;
                 continue;
             }
             const Sample sample = slot->newest.read();
             const Clock::time_point old = InputSlot::timeOf(sample) + limit;
             if (sample.number == 0 || old > now) {
+                slot->staleNumber = 0;
                 next = std::min(next, sample.number == 0 ? now + limit : old);
                 continue;
             }
@@ -225,6 +229,8 @@ class FrameSender {
     SlotTable<OutputSlot> outputs CSCLIENT_GUARDED_BY(mutex);
     SlotTable<InputSlot> inputs CSCLIENT_GUARDED_BY(mutex);
     bool isVersionWanted CSCLIENT_GUARDED_BY(mutex) = false;
+    /// True when nothing more is sent on the current connection.
+    bool hasEnded CSCLIENT_GUARDED_BY(mutex) = false;
     /// When the unanswered requests were sent, the oldest first.
     std::array<Clock::time_point, kMaxRequests> requested CSCLIENT_GUARDED_BY(mutex);
     /// Outputs whose value has not left on any connection.

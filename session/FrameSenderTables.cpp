@@ -105,6 +105,7 @@ void FrameSender::begin(std::uint32_t number) {
     forgetRegistrations();
     current = number;
     isVersionWanted = true;
+    hasEnded = false;
     unanswered = 0;
     sendHeld();
 }

@@ -66,7 +66,7 @@ void Input<T>::setMaxAge(std::chrono::milliseconds maxAge) const {
     constexpr std::chrono::milliseconds::rep kMaxAge = std::numeric_limits<std::uint32_t>::max();
     slot->maxAgeMilliseconds =
         static_cast<std::uint32_t>(std::clamp<std::chrono::milliseconds::rep>(maxAge.count(), 0, kMaxAge));
-    slot->owner.maxAgeChanged();
+    slot->owner.maxAgeChanged(*slot);
 }
 
 template <typename T>

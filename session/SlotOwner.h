@@ -15,7 +15,7 @@ class SlotOwner {
     virtual void withdraw(InputSlot& slot) = 0;
     virtual void setCallback(InputSlot& slot, std::function<void(const SampleReading&)> callback) = 0;
     /// The maximum age of an input has changed.
-    virtual void maxAgeChanged() = 0;
+    virtual void maxAgeChanged(InputSlot& slot) = 0;
 
   protected:
     ~SlotOwner() = default;

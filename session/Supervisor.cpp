@@ -129,7 +129,7 @@ bool Supervisor::isDoneSending(Clock::time_point now) {
         const MutexLock lock(stopMutex);
         limit = drainUntil;
     }
-    const bool isSent = sender.isDrained(true);
+    const bool isSent = hasEndedSending || sender.isDrained(true);
     const bool isUp = sender.connection() != 0;
     if (isSent && (!isUp || transport.isAcknowledged())) {
         const MutexLock lock(stopMutex);
@@ -144,7 +144,7 @@ bool Supervisor::isDoneSending(Clock::time_point now) {
     if (isSent && isUp) {
         if (!hasEndedSending) {
             hasEndedSending = true;
-            transport.endSending();
+            sender.endSending();
         }
         lookAt(now + kAcknowledgementPoll);
     }

@@ -49,8 +49,8 @@ class Input {
     Reading<T> read() const;
 
     /// Sets the function that `Session::dispatch` calls when the value or its quality has changed since its last
-    /// call, and for the first value. It replaces any earlier function; an empty one removes it. It is called for a
-    /// value that has already arrived, too.
+    /// call, and for the first value. It replaces any earlier function; an empty one removes it. For a
+    /// value that has already arrived it is called, too.
     ///
     /// With `Delivery::EVERY` it is called for each value that arrives, also for equal ones, and not for changes of
     /// the quality.

@@ -125,12 +125,18 @@ TEST_F(Inputs, ValueBecomesStaleAtItsMaximumAge) {
     ASSERT_TRUE(dispatchUntil(session, [&] { return readings.size() == 4; }));
     EXPECT_EQ(readings[2].quality, Quality::GOOD) << "the same value is news after a stale one";
     EXPECT_EQ(readings[3].quality, Quality::STALE);
+    lamp.setMaxAge(1h);
+    ASSERT_TRUE(dispatchUntil(session, [&] { return readings.size() == 5; }));
+    EXPECT_EQ(readings[4].quality, Quality::GOOD) << "good again with a longer age";
+    lamp.setMaxAge(1ms);
+    ASSERT_TRUE(dispatchUntil(session, [&] { return readings.size() == 6; }));
+    EXPECT_EQ(readings[5].quality, Quality::STALE) << "and stale again with a shorter one";
     lamp.setMaxAge(0ms);
     EXPECT_EQ(lamp.read().quality, Quality::GOOD);
     lamp.setMaxAge(-1ms);
     EXPECT_EQ(lamp.read().quality, Quality::GOOD) << "off";
     EXPECT_FALSE(dispatchUntil(
-        session, [&] { return readings.size() > 5; }, 150ms))
+        session, [&] { return readings.size() > 7; }, 150ms))
         << "at most the change back";
 }
 

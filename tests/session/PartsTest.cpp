@@ -104,7 +104,7 @@ class NoOwner : public session::SlotOwner {
     void withdraw(session::OutputSlot&) override {}
     void withdraw(session::InputSlot&) override {}
     void setCallback(session::InputSlot&, std::function<void(const session::SampleReading&)>) override {}
-    void maxAgeChanged() override {}
+    void maxAgeChanged(session::InputSlot& /*slot*/) override {}
 };
 
 TEST(OutputStages, GiveOutputsInTheOrderOfTheirFirstValue) {

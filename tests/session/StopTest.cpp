@@ -173,6 +173,19 @@ TEST_F(StoppingBatch, StopWithATimeReturnsFalseWhenTheHostDoesNotRead) {
     EXPECT_LT(took, 100ms + busy(kPromised));
 }
 
+TEST_F(StoppingBatch, ValuesSetWhileAStopWaitsStayStaged) {
+    startWith(3'000);
+    setAll(1);
+    session->flush();
+    std::thread stopping([this] { EXPECT_FALSE(session->stop(200ms)) << "the host does not read"; });
+    std::this_thread::sleep_for(100ms);
+    outputs[0].set(7);
+    session->flush();
+    stopping.join();
+    EXPECT_EQ(session->health().valuesOut, 3'000U);
+    EXPECT_FALSE(session->flush(0ms)) << "the value has not left";
+}
+
 TEST_F(Stopping, StopWithATimeReturnsFalseWithoutAConnection) {
     Session session(optionsFor(test::refusingPort()));
     session.output<float>("OUT").set(1);
