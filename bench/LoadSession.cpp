@@ -62,12 +62,13 @@ std::vector<Row> measureSet(const Effort& effort) {
     const RawSocket socket(rawHost.port());
     const host::Bytes frame = publicationFrame({1});
     Side raw;
-    raw.calls = raw.units = 20'000 / effort.divisor;
+    const unsigned int calls = 20'000 / effort.divisor;
+    raw.calls = raw.units = calls;
     Side library = raw;
-    const auto repeat = [&raw](const auto& call) {
+    const auto repeat = [calls](const auto& call) {
         const Meter meter;
         const double begin = threadSeconds();
-        for (unsigned int i = 0; i < static_cast<unsigned int>(raw.calls); ++i) {
+        for (unsigned int i = 0; i < calls; ++i) {
             call(i);
         }
         Usage usage = meter.stop();
@@ -96,19 +97,20 @@ std::vector<Row> measureFlush(const Effort& effort) {
     }
     const host::Bytes frame = publicationFrame(ids);
     Side raw;
-    raw.calls = 100 / effort.divisor;
+    const unsigned int calls = 100 / effort.divisor;
+    raw.calls = calls;
     raw.units = raw.calls * kAtOnce;
     Side library = raw;
     raw.round = [&] {
         const Meter meter;
-        for (unsigned int i = 0; i < static_cast<unsigned int>(raw.calls); ++i) {
+        for (unsigned int i = 0; i < calls; ++i) {
             socket.writeAll(frame.data(), frame.size());
         }
         return meter.stop();
     };
     library.round = [&] {
         const Meter meter;
-        for (unsigned int i = 0; i < static_cast<unsigned int>(raw.calls); ++i) {
+        for (unsigned int i = 0; i < calls; ++i) {
             for (const Output<float>& output : ready.out) {
                 output.set(static_cast<float>(i));
             }
@@ -130,16 +132,14 @@ std::vector<Row> measureLatency(const Effort& effort) {
     const RawSocket socket(rawHost.port());
     const host::Bytes publication = publicationFrame({1});
     host::Bytes update(publication.size());
-    unsigned int arrived = 0;
-    ready.in[0].onChange([&arrived](const Reading<float>& /*reading*/) { ++arrived; });
+    ready.in[0].onChange([](const Reading<float>& /*reading*/) {});
+    ready.session.dispatch();  // The value that came with the confirmation.
     pollfd waiting{ready.session.descriptor(), POLLIN, 0};
     const auto trip = [&](unsigned int number) {
-        const unsigned int before = arrived;
         ready.out[0].set(static_cast<float>(number));
         ready.session.flush();
-        while (arrived == before) {
+        while (ready.session.dispatch() == 0) {
             poll(&waiting, 1, 1'000);
-            ready.session.dispatch();
         }
     };
     std::vector<double> raw[2];

@@ -149,11 +149,11 @@ Health Core::health() {
     health.bytesOut = traffic.bytesOut;
     health.valuesIn = receiver.values();
     health.valuesOut = sender.valuesSent();
-    sender.forEachOutput([&health](OutputSlot& slot) {
+    sender.forEachOutput([&health](const OutputSlot& slot) {
         health.overwritten += slot.overwritten;
         health.droppedOutputs += slot.dropped;
     });
-    sender.forEachInput([&health](InputSlot& slot) { health.droppedInputs += slot.dropped; });
+    sender.forEachInput([&health](const InputSlot& slot) { health.droppedInputs += slot.dropped; });
     health.droppedEvents = dispatcher.droppedEvents();
     health.unknownIds = receiver.unknownIds();
     UpdateReceiver::HostFacts host = receiver.host();

@@ -200,8 +200,8 @@ std::size_t Dispatcher::runInputs() {
 std::size_t Dispatcher::runInput(InputSlot& slot) {
     std::shared_ptr<const InputSlot::Callback> callback;
     SampleReading reading;
-    std::size_t count = 0;
     if (slot.delivery() == Delivery::EVERY) {
+        std::size_t count = 0;
         try {
             for (; count < slot.maxQueued() && !hasEnded && takeReading(slot, callback, reading); ++count) {
                 (*callback)(reading);

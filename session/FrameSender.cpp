@@ -179,8 +179,7 @@ bool FrameSender::sendValues() {
 
 void FrameSender::queueMore() {
     std::size_t kept = 0;
-    for (std::size_t i = 0; i < more.size(); ++i) {
-        OutputSlot* const slot = more[i];
+    for (OutputSlot* const slot : more) {
         slot->hasMore = false;
         if (takeNext(*slot)) {
             slot->hasMore = true;

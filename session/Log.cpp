@@ -15,7 +15,7 @@ void Log::write(Session::Level level, std::string_view text) const {
         std::string line = "csclient: ";
         line.append(text).push_back('\n');
         // One call for the line, so that lines of several threads do not mix.
-        static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+        static_cast<void>(::write(STDERR_FILENO, line.data(), line.size()) == 0);
     }
 }
 

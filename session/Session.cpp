@@ -2,6 +2,7 @@
 
 #include "session/Session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "session/Core.h"
@@ -77,12 +78,9 @@ bool Session::waitConfirmed(std::initializer_list<ParameterHandle> handles, std:
 bool Session::waitConfirmed(const std::vector<ParameterHandle>& handles, std::chrono::milliseconds timeout) const {
     return core->links.waitFor(
         [&handles] {
-            for (const ParameterHandle& handle : handles) {
-                if (handle.output != nullptr ? !handle.output->isConfirmed() : !handle.input->isConfirmed()) {
-                    return false;
-                }
-            }
-            return true;
+            return std::all_of(handles.begin(), handles.end(), [](const ParameterHandle& handle) {
+                return handle.output != nullptr ? handle.output->isConfirmed() : handle.input->isConfirmed();
+            });
         },
         timeout);
 }

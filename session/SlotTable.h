@@ -51,7 +51,7 @@ class SlotTable {
         byName[slot.name()] = &slot;
         slots.push_back(std::move(made));
         addChanged(slot);
-        return slot;
+        return *slots.back();
     }
 
     /// Adds a slot whose declaration differs from what the host knows. Does not allocate.

@@ -26,7 +26,7 @@ void WakePipe::signal() {
     if (!isSignalled.exchange(true)) {
         const char byte = 1;
         // One byte always fits: the pipe holds at most one for each `clear`.
-        static_cast<void>(!write(writeEnd, &byte, sizeof byte));
+        static_cast<void>(write(writeEnd, &byte, sizeof byte) == 0);
     }
 }
 

@@ -115,8 +115,8 @@ TEST_F(OwnedTransport, NullIsRefused) {
 
 TEST_F(OwnedTransport, OfTheConstructorIsTheTransportThatConnects) {
     std::unique_ptr<FakeTransport> transport = newTransport();
-    FakeTransport& given = *transport;
     {
+        FakeTransport& given = *transport;
         SimClient client(1, kSilent, std::move(transport));
         EXPECT_EQ(client.open(kAnyAddress, 7), 0);
         EXPECT_TRUE(waitUntil([&] { return given.openings().size() == 1; }));

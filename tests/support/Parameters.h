@@ -58,6 +58,7 @@ inline std::string text(const CSClient::Parameter& parameter) {
 
 inline std::vector<std::string> texts(const std::vector<CSClient::Parameter>& parameters) {
     std::vector<std::string> result;
+    result.reserve(parameters.size());
     for (const CSClient::Parameter& each : parameters) {
         result.push_back(text(each));
     }
