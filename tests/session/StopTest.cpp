@@ -175,14 +175,16 @@ TEST_F(StoppingBatch, StopWithATimeReturnsFalseWhenTheHostDoesNotRead) {
 
 TEST_F(StoppingBatch, ValuesSetWhileAStopWaitsStayStaged) {
     startWith(3'000);
-    setAll(1);
-    session->flush();
-    std::thread stopping([this] { EXPECT_FALSE(session->stop(200ms)) << "the host does not read"; });
+    for (std::int32_t value = 1; value <= 5; ++value) {
+        setAll(value);
+        ASSERT_TRUE(session->flush(0ms)) << "the system takes it, and the host does not";
+    }
+    std::thread stopping([this] { EXPECT_FALSE(session->stop(200ms)); });
     std::this_thread::sleep_for(100ms);
     outputs[0].set(7);
     session->flush();
     stopping.join();
-    EXPECT_EQ(session->health().valuesOut, 3'000U);
+    EXPECT_EQ(session->health().valuesOut, 5U * 3'000U);
     EXPECT_FALSE(session->flush(0ms)) << "the value has not left";
 }
 
