@@ -67,6 +67,7 @@ TEST_F(OutputFrames, NothingBlocksWhileTheHostDoesNotRead) {
     EXPECT_LT(longest([&] { setAll(1); }), busy(30ms));
     EXPECT_LT(longest([&] { session->output<bool>("LATER"); }), busy(30ms));
     EXPECT_LT(longest([&] { session->health(); }), busy(30ms));
+    fillSocket();  // The system may have moved bytes to the host's side meanwhile.
     const auto waited = timeOf([&] { EXPECT_FALSE(session->flush(60ms)); });
     EXPECT_GE(waited, 60ms);
     EXPECT_LT(waited, 60ms + busy(60ms));

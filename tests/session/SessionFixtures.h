@@ -16,6 +16,7 @@
 
 #include "host/LoopbackHost.h"
 #include "session/Session.h"
+#include "tests/support/Emulator.h"
 #include "tests/support/HostMessages.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/ScriptedHost.h"
@@ -34,9 +35,10 @@ using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
 /// Returns the bound with which a test compares a time of at most `promised`: longer for a busy machine, and more so
-/// for an instrumented program.
-constexpr Milliseconds busy(Milliseconds promised) {
-    return promised * (test::kUnderThreadSanitizer ? 12 : test::kUnderSanitizer ? 8 : 3);
+/// for an instrumented or emulated program.
+inline Milliseconds busy(Milliseconds promised) {
+    const bool isSlowest = test::kUnderThreadSanitizer || test::isEmulated();
+    return promised * (isSlowest ? 12 : test::kUnderSanitizer ? 8 : 3);
 }
 
 /// Returns the duration of an action.
