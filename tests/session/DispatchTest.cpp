@@ -200,6 +200,19 @@ TEST_F(Dispatching, OldestLinkEventsAreDroppedAndCounted) {
     EXPECT_EQ(events.back().cause, Cause::STOPPED_BY_US);
 }
 
+TEST_F(Dispatching, ExceptionLeavesTheDescriptorReadableForTheOthers) {
+    Session session(optionsFor(host.port()));
+    int others = 0;
+    session.input<float>("A").onChange([](const auto&) { throw std::runtime_error("from a callback"); });
+    session.input<float>("B").onChange([&](const auto&) { ++others; });
+    session.start();
+    ASSERT_TRUE(session.waitUntil(Link::READY, kWaitBound));
+    EXPECT_THROW(session.dispatch(), std::runtime_error);
+    EXPECT_TRUE(isReadable(session.descriptor()));
+    EXPECT_EQ(session.dispatch(), 1U);
+    EXPECT_EQ(others, 1);
+}
+
 TEST_F(Dispatching, ExceptionLeavesDispatchAndTheOthersWait) {
     Session session(optionsFor(host.port()));
     const auto throwing = session.input<std::int32_t>("THROWING", Delivery::EVERY);

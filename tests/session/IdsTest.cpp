@@ -235,6 +235,7 @@ TEST_F(Ids, HostThatAssignsASimulatorIdGetsEverythingUnderIt) {
     EXPECT_TRUE(waitUntil([&] { return session.health().simulatorId == 77; }));
     EXPECT_TRUE(session.waitUntil(Link::READY, kWaitBound));
     EXPECT_GE(record.count(HostEvent::Kind::SIMULATOR_ID_CHANGED), 1U);
+    EXPECT_TRUE(waitUntil([&] { return record.count(HostEvent::Kind::OUTPUT_CONFIRMED) == 2; })) << "under both ids";
     EXPECT_EQ(logged(Session::Level::WARNING, "simulator id 77"), 1U);
 }
 

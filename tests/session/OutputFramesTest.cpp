@@ -73,6 +73,16 @@ TEST_F(OutputFrames, NothingBlocksWhileTheHostDoesNotRead) {
     EXPECT_LT(waited, 60ms + busy(60ms));
 }
 
+TEST_F(OutputFrames, RestOfAFrameDoesNotReachTheNextConnection) {
+    options.retry = 1ms;
+    startWith(3'000);
+    fillSocket();
+    peer.reset();
+    const auto next = acceptAndAnswer(host, 2);
+    EXPECT_TRUE(session->waitUntil(Link::READY, kWaitBound));
+    EXPECT_EQ(readRequest(*next).records.size(), outputs.size()) << "the newest values";
+}
+
 TEST_F(OutputFrames, ValuesStagedDuringAFrameLeaveInOneFrame) {
     startWith(3'000);
     const auto last = static_cast<unsigned int>(fillSocket());
