@@ -189,6 +189,7 @@ TEST_F(StoppingBatch, ValuesSetWhileAStopWaitsStayStaged) {
         return session->health().valuesOut == before;
     };
     EXPECT_TRUE(waitUntil(stays));
+    EXPECT_GE(session->health().sinceConnected.count(), 0) << "a write after the end would break the connection";
     session->stop();
     stopping.join();
     EXPECT_FALSE(session->flush(0ms)) << "the value has not left";
