@@ -220,7 +220,7 @@ TEST_F(Links, HeartbeatGivesUpAHostThatDoesNotRead) {
             output.set(1);
         }
         session->flush();
-        return session->health().losses != 0;
+        return session->health().lastCause != Cause::NONE;
     }));
     EXPECT_EQ(session->health().lastCause, Cause::NO_ANSWER);
 }

@@ -173,28 +173,6 @@ TEST_F(StoppingBatch, StopWithATimeReturnsFalseWhenTheHostDoesNotRead) {
     EXPECT_LT(took, 100ms + busy(kPromised));
 }
 
-TEST_F(StoppingBatch, ValuesSetWhileAStopWaitsStayStaged) {
-    startWith(3'000);
-    for (std::int32_t value = 1; value <= 5; ++value) {
-        setAll(value);
-        ASSERT_TRUE(session->flush(0ms)) << "the system takes it, and the host does not";
-    }
-    std::thread stopping([this] { EXPECT_FALSE(session->stop(kWaitBound)) << "the host acknowledges nothing"; });
-    std::int32_t value = 5;
-    const auto stays = [&] {
-        const std::uint64_t before = session->health().valuesOut;
-        outputs[0].set(++value);
-        session->flush();
-        std::this_thread::sleep_for(20ms);
-        return session->health().valuesOut == before;
-    };
-    EXPECT_TRUE(waitUntil(stays));
-    EXPECT_GE(session->health().sinceConnected.count(), 0) << "a write after the end would break the connection";
-    session->stop();
-    stopping.join();
-    EXPECT_FALSE(session->flush(0ms)) << "the value has not left";
-}
-
 TEST_F(Stopping, StopWithATimeReturnsFalseWithoutAConnection) {
     Session session(optionsFor(test::refusingPort()));
     session.output<float>("OUT").set(1);
