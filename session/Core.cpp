@@ -135,13 +135,13 @@ void Core::endDispatching() {
 
 Health Core::health() {
     Health health;
-    const LinkMonitor::LastFailure last = links.lastFailure();
-    health.link = links.current();
-    health.lastCause = last.cause;
-    health.lastError = last.error;
     health.connects = supervisor.connects();
     health.losses = supervisor.losses();
     health.failedAttempts = supervisor.failedAttempts();
+    const LinkMonitor::LastFailure last = links.lastFailure();  // After the counts: their causes are there by then.
+    health.link = links.current();
+    health.lastCause = last.cause;
+    health.lastError = last.error;
     const SessionTransport::Traffic& traffic = transport.traffic();
     health.framesIn = traffic.framesIn;
     health.framesOut = traffic.framesOut;

@@ -3,6 +3,7 @@
 #include <netdb.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string>
 #include <system_error>
 
@@ -17,6 +18,19 @@ constexpr unsigned int kMaxUnanswered = 3;
 
 /// The pause after the session's thread found no memory.
 constexpr std::chrono::milliseconds kRecoveryPause{100};
+
+/// Counts a failure when it goes out of scope: after its cause was reported, so that nobody sees a failure without a
+/// cause, and also when there was no memory for the report.
+class CountedAtEnd {
+  public:
+    explicit CountedAtEnd(std::atomic<std::uint64_t>& countedNumber) : number(countedNumber) {}
+    CountedAtEnd(const CountedAtEnd&) = delete;
+    CountedAtEnd& operator=(const CountedAtEnd&) = delete;
+    ~CountedAtEnd() { ++number; }
+
+  private:
+    std::atomic<std::uint64_t>& number;
+};
 
 const char* textOf(Cause cause) {
     switch (cause) {
@@ -65,7 +79,7 @@ void Supervisor::open() {
     if (found.error != 0) {
         phase = Phase::PAUSED;
         nextAttempt = after(attemptBegan, options.retry);
-        ++failed;
+        const CountedAtEnd counted(failed);
         reportFailure(Cause::NAME_NOT_FOUND, found.error, false);
         return;
     }
@@ -187,9 +201,9 @@ void Supervisor::afterEnd() {
     if (isStopWanted()) {
         return;
     }
-    ++(wasConnected ? lost : failed);
     const SessionTransport::Failure failure = transport.failure();
     const bool isKnown = failure.cause != Cause::NONE && failure.cause != Cause::STOPPED_BY_US;
+    const CountedAtEnd counted(wasConnected ? lost : failed);
     reportFailure(isKnown ? failure.cause : Cause::CLOSED, failure.error, wasConnected);
 }
 

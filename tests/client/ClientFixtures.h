@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <chrono>
 #include <functional>
@@ -33,22 +34,24 @@ constexpr unsigned int kAnyAddress = 0x0100007F;
 /// The time in seconds within which an operation that does not block returns on a busy machine.
 constexpr double kWithoutBlocking = 0.9;
 
-/// Polls without pauses, so that a test acts right after the change. Returns false on a time-out.
+/// Polls every millisecond. Returns false on a time-out.
 inline bool waitForState(const CSClient& client, CSClient::State state) {
     const Stopwatch watch;
     while (client.getConnectionState() != state) {
         if (watch.seconds() > 10.0) {
             return false;
         }
-        std::this_thread::yield();
+        ::poll(nullptr, 0, 1);  // A sleep would be counted.
     }
     return true;
 }
 
-/// Closes without the seconds for which `close` sleeps.
+/// Closes without the seconds for which `close` sleeps. The worker must end while it sleeps for the first time.
 inline CSClient::State closeWithoutSleeping(CSClient& client) {
     const CountedSleeps sleeps([&](int /*sleep*/) { EXPECT_TRUE(waitForState(client, CSClient::STATE_DISCONNECTED)); });
-    return client.close();
+    const CSClient::State state = client.close();
+    EXPECT_LE(sleeps.count(), 1);
+    return state;
 }
 
 /// A client on a fake transport whose worker stays in a read, or in the attempt to connect, until the gate is open.

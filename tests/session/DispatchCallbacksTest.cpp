@@ -44,7 +44,7 @@ TEST_F(Callbacks, MayDeclareSetAndWithdraw) {
 TEST_F(Callbacks, MayStopAndStartAgain) {
     const auto session = startWithLamp();
     int calls = 0;
-    Milliseconds took{0};
+    Took took;
     lamp.onChange([&](const Reading<std::int32_t>& reading) {
         if (reading.quality == Quality::GOOD && ++calls == 1) {
             took = timeOf([&] { session->stop(); });

@@ -1,6 +1,8 @@
 // Counts and times of a session, and the status of its parameters.
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "tests/session/SessionFixtures.h"
 
@@ -66,6 +68,8 @@ TEST_F(Healths, FramesBytesAndValuesAreCountedExactly) {
 TEST_F(Healths, AgesGrowAndEndWithTheConnection) {
     ScriptedHost host;
     Session session(optionsFor(host.port()));
+    std::vector<Cause> causes;
+    session.onLink([&](const LinkEvent& event) { causes.push_back(event.cause); });
     session.start();
     {
         const auto peer = acceptAndAnswer(host, 1);
@@ -80,8 +84,14 @@ TEST_F(Healths, AgesGrowAndEndWithTheConnection) {
     EXPECT_EQ(health.sinceConnected, -1ms);
     EXPECT_GE(health.sinceReceived, 20ms);
     EXPECT_EQ(health.connects, 1U);
-    EXPECT_EQ(health.lastCause, Cause::CLOSED);
     EXPECT_EQ(health.hostVersion, "scripted");
+    // The next attempt is refused, soon after the loss.
+    EXPECT_TRUE(health.lastCause == Cause::CLOSED || health.lastCause == Cause::REFUSED) << toString(health.lastCause);
+    ASSERT_TRUE(waitUntil([&] { return session.health().lastCause == Cause::REFUSED; }));
+    session.dispatch();
+    const auto failure = std::find_if(causes.begin(), causes.end(), [](Cause cause) { return cause != Cause::NONE; });
+    ASSERT_NE(failure, causes.end());
+    EXPECT_EQ(*failure, Cause::CLOSED);
 }
 
 TEST_F(Healths, RoundTripIsThatOfTheVersionRequest) {

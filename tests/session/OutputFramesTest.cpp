@@ -57,7 +57,7 @@ TEST_F(OutputFrames, NothingBlocksWhileTheHostDoesNotRead) {
     startWith(2'000);
     fillSocket();
     const auto longest = [](const auto& action) {
-        Milliseconds result{0};
+        Took result;
         for (int i = 0; i < 20; ++i) {
             result = std::max(result, timeOf(action));
         }

@@ -12,7 +12,7 @@ using Reconnecting = SessionTest;
 
 TEST_F(Reconnecting, StartToTheFirstValueTakesMilliseconds) {
     LoopbackHost host(record.options());
-    Milliseconds fastest{10'000};
+    Took fastest{10s, 10s};
     // The fastest of several: a busy machine delays some.
     for (int i = 0; i < 20 && fastest > busy(2ms); ++i) {
         Session session(optionsFor(host.port()));
@@ -28,7 +28,7 @@ TEST_F(Reconnecting, StartToTheFirstValueTakesMilliseconds) {
 
 TEST_F(Reconnecting, WaitsReturnAtTheEvent) {
     LoopbackHost host(record.options());
-    Milliseconds fastest{10'000};
+    Took fastest{10s, 10s};
     for (int i = 0; i < 10 && fastest > busy(5ms); ++i) {
         Session session(optionsFor(host.port()));
         const auto output = session.output<std::int32_t>("OUT");
@@ -82,13 +82,14 @@ TEST_F(Reconnecting, NewestValuesArriveSoonAfterAHostRestart) {
     const auto altitude = session.output<std::int32_t>("ALT");
     const auto lamp = session.input<std::int32_t>("LAMP");
     session.start();
-    Milliseconds fastest{10'000};
+    Took fastest{10s, 10s};
     for (int restart = 1; restart <= 3; ++restart) {
         ASSERT_TRUE(session.waitConfirmed({altitude, lamp}, kWaitBound));
+        const std::uint64_t failedBefore = session.health().failedAttempts;
         host.reset();
         ASSERT_TRUE(waitUntil([&] { return session.link() == Link::CONNECTING; }));
         altitude.set(restart);
-        std::this_thread::sleep_for(70ms);  // Attempts are refused meanwhile.
+        ASSERT_TRUE(waitUntil([&] { return session.health().failedAttempts > failedBefore; }));
         host = std::make_unique<LoopbackHost>(record.options(port));
         fastest = std::min(
             fastest, timeOf([&] { EXPECT_TRUE(host->waitForValue("ALT", HostValue::integer(restart), kWaitBound)); }));
@@ -97,7 +98,6 @@ TEST_F(Reconnecting, NewestValuesArriveSoonAfterAHostRestart) {
     EXPECT_LE(fastest, busy(60ms));
     EXPECT_EQ(session.health().connects, 4U);
     EXPECT_EQ(session.health().losses, 3U);
-    EXPECT_GE(session.health().failedAttempts, 3U);
 }
 
 TEST_F(Reconnecting, FirstAttemptAfterALossComesAtOnce) {

@@ -16,6 +16,7 @@
 
 #include "host/LoopbackHost.h"
 #include "session/Session.h"
+#include "tests/session/Took.h"
 #include "tests/support/Emulator.h"
 #include "tests/support/HostMessages.h"
 #include "tests/support/Sanitizers.h"
@@ -39,14 +40,6 @@ using Milliseconds = std::chrono::milliseconds;
 inline Milliseconds busy(Milliseconds promised) {
     const bool isSlowest = test::kUnderThreadSanitizer || test::isEmulated();
     return promised * (isSlowest ? 12 : test::kUnderSanitizer ? 8 : 3);
-}
-
-/// Returns the duration of an action.
-template <typename Action>
-Milliseconds timeOf(const Action& action) {
-    const auto began = Clock::now();
-    action();
-    return std::chrono::duration_cast<Milliseconds>(Clock::now() - began);
 }
 
 /// True when the descriptor is readable now.
