@@ -24,7 +24,7 @@ Bounds boundsOf(milliseconds writeTimeout) {
 
 class BufferedReceivingInWrites : public testing::Test {
   protected:
-    explicit BufferedReceivingInWrites(const Bounds& bounds = boundsOf(milliseconds(10'000)))
+    explicit BufferedReceivingInWrites(const Bounds& bounds = boundsOf(milliseconds(60'000)))
         : pair(bounds, bufferSizes(4'096, 4'096)) {}
 
     /// Returns frames of 100,000 bytes, together `size` bytes or little more.
