@@ -189,7 +189,7 @@ std::vector<ParameterStatus> Core::parameters() {
         if (slot.isDeclared) {
             ParameterStatus& status = add(slot, ParameterStatus::Direction::INPUT);
             const SampleReading reading = slot.read();
-            status.value = toNumber(reading.sample.bits, slot.type);
+            status.value = toNumber(reading.sample.bits, slot.typeOf(reading.sample));
             status.quality = reading.quality;
             status.count = reading.sample.number;
             status.age = ageOf(reading.sample.received);

@@ -244,6 +244,7 @@ bool Dispatcher::takeReading(InputSlot& slot, std::shared_ptr<const InputSlot::C
 
 bool Dispatcher::isNews(InputSlot& slot, const SampleReading& reading) {
     const bool isSame = slot.isDelivered && slot.lastDelivered.sample.bits == reading.sample.bits &&
+                        slot.lastDelivered.sample.isInteger == reading.sample.isInteger &&
                         slot.lastDelivered.quality == reading.quality;
     slot.isDelivered = true;
     slot.lastDelivered = reading;

@@ -13,14 +13,28 @@
 namespace com_tesk {
 
 using session::InputSlot;
+using session::Sample;
 using session::SampleReading;
 
 namespace {
 
 template <typename T>
+T valueOf(const Sample& sample) {
+    return session::fromBits<T>(sample.bits);
+}
+template <>
+Number valueOf<Number>(const Sample& sample) {
+    if (sample.isInteger) {
+        const auto integer = session::fromBits<std::int32_t>(sample.bits);
+        return {true, static_cast<float>(integer), integer};
+    }
+    const auto real = session::fromBits<float>(sample.bits);
+    return {false, real, session::toInteger(real)};
+}
+
+template <typename T>
 Reading<T> typed(const SampleReading& reading) {
-    return {session::fromBits<T>(reading.sample.bits), reading.quality, InputSlot::timeOf(reading.sample),
-            reading.sample.number};
+    return {valueOf<T>(reading.sample), reading.quality, InputSlot::timeOf(reading.sample), reading.sample.number};
 }
 
 }  // namespace
@@ -90,5 +104,6 @@ template class Output<bool>;
 template class Input<float>;
 template class Input<std::int32_t>;
 template class Input<bool>;
+template class Input<Number>;
 
 }  // namespace com_tesk

@@ -21,6 +21,7 @@ namespace com_tesk::session {
 /// A received value.
 struct Sample {
     std::uint32_t bits = 0;
+    bool isInteger = false;     ///< The type of the bits, of an input that keeps the host's type.
     std::int64_t received = 0;  ///< The clock's ticks.
     std::uint64_t number = 0;   ///< 0: no value has arrived.
 };
@@ -72,6 +73,14 @@ class InputSlot {
         }
         const std::chrono::milliseconds limit = maxAge();
         return limit.count() != 0 && now - timeOf(sample) >= limit ? Quality::STALE : Quality::GOOD;
+    }
+
+    /// Returns the type of a value's bits.
+    ValueType typeOf(const Sample& sample) const {
+        if (type != ValueType::NUMBER) {
+            return type;
+        }
+        return sample.isInteger ? ValueType::INT : ValueType::FLOAT;
     }
 
     static Clock::time_point timeOf(const Sample& sample) {

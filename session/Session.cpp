@@ -125,5 +125,6 @@ template Output<bool> Session::output(std::string_view name, Delivery delivery);
 template Input<float> Session::input(std::string_view name, Delivery delivery);
 template Input<std::int32_t> Session::input(std::string_view name, Delivery delivery);
 template Input<bool> Session::input(std::string_view name, Delivery delivery);
+template Input<Number> Session::input(std::string_view name, Delivery delivery);
 
 }  // namespace com_tesk

@@ -19,8 +19,8 @@ constexpr unsigned int kMaxUnanswered = 3;
 /// The pause after the session's thread found no memory.
 constexpr std::chrono::milliseconds kRecoveryPause{100};
 
-/// Counts a failure when it goes out of scope: after its cause was reported, so that nobody sees a failure without a
-/// cause, and also when there was no memory for the report.
+/// Counts a failure when it goes out of scope: after its cause was reported, so that no thread reads a failure without
+/// a cause, and also when there was no memory for the report.
 class CountedAtEnd {
   public:
     explicit CountedAtEnd(std::atomic<std::uint64_t>& countedNumber) : number(countedNumber) {}

@@ -95,13 +95,15 @@ void UpdateReceiver::receiveUpdate(const RawMessage& message) {
 }
 
 void UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now) {
-    if (value.type != wireType(slot.type) && !slot.isMismatchReported) {
+    const bool keepsType = slot.type == ValueType::NUMBER;
+    if (!keepsType && value.type != wireType(slot.type) && !slot.isMismatchReported) {
         slot.isMismatchReported = true;
         log.write(Session::Level::WARNING, "the host sends \"" + slot.name() + "\" as " +
                                                (value.type == CSClient::TYPE_INT ? "an integer" : "a float") +
                                                ", and it is declared otherwise: its values are converted");
     }
-    const Sample sample{convert(value, slot.type), now.time_since_epoch().count(), ++slot.received};
+    const bool isInteger = keepsType && value.type == CSClient::TYPE_INT;
+    const Sample sample{convert(value, slot.type), isInteger, now.time_since_epoch().count(), ++slot.received};
     slot.newest.write(sample);
     if (slot.isWatched) {
         changed.push_back({&slot, {sample, slot.qualityOf(sample, now)}});

@@ -30,11 +30,15 @@ template <>
 constexpr ValueType typeOf<bool>() {
     return ValueType::BOOL;
 }
+template <>
+constexpr ValueType typeOf<Number>() {
+    return ValueType::NUMBER;
+}
 /// @}
 
 /// Returns the type that a request announces.
 constexpr CSClient::ParameterType wireType(ValueType type) {
-    return type == ValueType::FLOAT ? CSClient::TYPE_FLOAT : CSClient::TYPE_INT;
+    return type == ValueType::FLOAT || type == ValueType::NUMBER ? CSClient::TYPE_FLOAT : CSClient::TYPE_INT;
 }
 
 template <typename T>
@@ -75,7 +79,7 @@ inline std::int32_t toInteger(float number) {
     return static_cast<std::int32_t>(std::lrint(number));
 }
 
-/// Returns the bits of a received value in the declared type.
+/// Returns the bits of a received value in the declared type. `Number` has those of the host's type.
 inline std::uint32_t convert(const CSClient::Parameter& received, ValueType declared) {
     const bool isInteger = received.type == CSClient::TYPE_INT;
     switch (declared) {
@@ -86,19 +90,23 @@ inline std::uint32_t convert(const CSClient::Parameter& received, ValueType decl
         case ValueType::BOOL:
             return toBits(isInteger ? received.value.asInt != 0
                                     : received.value.asFloat != 0.0F && !std::isnan(received.value.asFloat));
+        case ValueType::NUMBER:
+            return isInteger ? toBits(received.value.asInt) : toBits(received.value.asFloat);
     }
     return 0;
 }
 
-/// Returns a value of the declared type as a number.
-inline double toNumber(std::uint32_t bits, ValueType declared) {
-    switch (declared) {
+/// Returns the bits of a value as a number. `type` is not `NUMBER`.
+inline double toNumber(std::uint32_t bits, ValueType type) {
+    switch (type) {
         case ValueType::FLOAT:
             return static_cast<double>(fromBits<float>(bits));
         case ValueType::INT:
             return fromBits<std::int32_t>(bits);
         case ValueType::BOOL:
             return bits != 0 ? 1.0 : 0.0;
+        case ValueType::NUMBER:
+            break;
     }
     return 0;
 }

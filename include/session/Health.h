@@ -46,7 +46,7 @@ struct ParameterStatus {
     /// This program sets outputs, and the host sends inputs.
     enum class Direction : std::uint8_t { OUTPUT, INPUT };
     /// The type argument of the handle.
-    enum class Type : std::uint8_t { FLOAT, INT, BOOL };
+    enum class Type : std::uint8_t { FLOAT, INT, BOOL, NUMBER };
 
     std::string name;                         ///< As it was declared.
     Direction direction = Direction::OUTPUT;  ///< An input or an output.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "message/Export.h"
+#include "session/Number.h"
 #include "session/Output.h"
 
 namespace com_tesk {
@@ -32,7 +33,8 @@ struct Reading {
 };
 
 /// A handle of an input: a value that this program receives. `T` is as for `Output`; a `bool` is true for every number
-/// but 0. A number that `std::int32_t` cannot hold becomes the nearest it can; what is no number becomes 0.
+/// but 0. A number that `std::int32_t` cannot hold becomes the nearest it can; what is no number becomes 0. `T` may also
+/// be `Number`, which keeps the host's type; the input is registered as a float.
 ///
 /// Make one with `Session::input`. It is as small as a pointer. Copies refer to the same input. Any thread may use it.
 /// It is valid as long as the session exists.
@@ -81,6 +83,7 @@ class Input {
 extern template class CSCLIENT_EXPORT Input<float>;
 extern template class CSCLIENT_EXPORT Input<std::int32_t>;
 extern template class CSCLIENT_EXPORT Input<bool>;
+extern template class CSCLIENT_EXPORT Input<Number>;
 
 /// A handle of any output or input, for operations that take several.
 class ParameterHandle {

@@ -202,5 +202,6 @@ extern template CSCLIENT_EXPORT Output<bool> Session::output(std::string_view na
 extern template CSCLIENT_EXPORT Input<float> Session::input(std::string_view name, Delivery delivery);
 extern template CSCLIENT_EXPORT Input<std::int32_t> Session::input(std::string_view name, Delivery delivery);
 extern template CSCLIENT_EXPORT Input<bool> Session::input(std::string_view name, Delivery delivery);
+extern template CSCLIENT_EXPORT Input<Number> Session::input(std::string_view name, Delivery delivery);
 
 }  // namespace com_tesk

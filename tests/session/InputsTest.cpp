@@ -163,6 +163,36 @@ TEST_F(Inputs, ValueOfAnotherTypeIsConvertedAndReportedOnce) {
     EXPECT_TRUE(waitUntil([&] { return !lamp.read().value; }));
 }
 
+TEST_F(Inputs, NumberKeepsTheTypeOfTheHost) {
+    Session session(optionsFor(host.port()));
+    const auto any = session.input<Number>("ANY");
+    std::string seen;
+    any.onChange([&](const Reading<Number>& reading) {
+        seen += (reading.value.isInteger ? " i" : " f") + std::to_string(reading.value.integer) + '/' +
+                std::to_string(reading.value.real);
+    });
+    session.start();
+    ASSERT_TRUE(session.waitUntil(Link::READY, kWaitBound));
+    const auto deliver = [&](std::uint64_t number) {
+        ASSERT_TRUE(waitUntil([&] { return any.read().number == number; }));
+        session.dispatch();
+    };
+    deliver(1);
+    host.setValue("ANY", HostValue::integer(0));  // The same bits as before: only the type changes.
+    deliver(2);
+    EXPECT_EQ(session.parameters().at(0).value, 0);
+    host.setValue("ANY", HostValue::integer(16'777'217));
+    deliver(3);
+    EXPECT_EQ(session.parameters().at(0).value, 16'777'217);
+    host.setValue("ANY", HostValue::real(-2.75F));
+    deliver(4);
+    EXPECT_EQ(session.parameters().at(0).value, -2.75);
+    EXPECT_EQ(session.parameters().at(0).type, ParameterStatus::Type::NUMBER);
+    EXPECT_EQ(seen, " f0/0.000000 i0/0.000000 i16777217/16777216.000000 f-3/-2.750000");
+    EXPECT_EQ(logged(Session::Level::WARNING, "converted"), 0U);
+    EXPECT_THROW(session.input<float>("ANY"), std::invalid_argument);
+}
+
 TEST_F(Inputs, NewestWinsWhenDispatchIsLate) {
     Session session(optionsFor(host.port()));
     const auto lamp = session.input<std::int32_t>("LAMP");

@@ -1,0 +1,27 @@
+# Completion of csx's command line in fish.
+
+set -l commands get put watch wait info doctor completion
+complete -c csx -f
+complete -c csx -s h -l help -d 'print the help'
+complete -c csx -s H -l host -x -a '(__fish_print_hostnames)' -d 'host and port'
+complete -c csx -l id -x -d 'simulator id of this client'
+complete -c csx -l timeout -x -d 'time for connecting and for answers'
+complete -c csx -s o -l output -x -a 'text json csv' -d 'format of the output'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a get -d 'print the value of each name once'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a put -d 'publish values'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a watch -d 'print values as they arrive'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a wait -d 'end when all conditions hold'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a info -d 'print what is known about the host'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a doctor -d 'check step by step what can be wrong'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a completion -d 'print a completion script'
+complete -c csx -n '__fish_seen_subcommand_from put' -l echo -x -d 'wait until the values come back'
+complete -c csx -n '__fish_seen_subcommand_from put' -l hold -d 'stay connected until SIGINT'
+complete -c csx -n '__fish_seen_subcommand_from watch' -s n -l count -x -d 'end after this many lines'
+complete -c csx -n '__fish_seen_subcommand_from watch' -l for -x -d 'end after this time'
+complete -c csx -n '__fish_seen_subcommand_from watch' -l changes -d 'leave out equal values'
+complete -c csx -n '__fish_seen_subcommand_from watch' -l max-rate -x -d 'lines a second for each name'
+complete -c csx -n '__fish_seen_subcommand_from watch' -l time -x -a 'abs rel delta none' -d 'style of the time'
+complete -c csx -n '__fish_seen_subcommand_from wait' -l within -x -d 'give up after this time'
+complete -c csx -n '__fish_seen_subcommand_from wait' -l hold -x -d 'time for which the conditions must hold'
+complete -c csx -n '__fish_seen_subcommand_from doctor' -l publish -x -d 'name to publish again'
+complete -c csx -n '__fish_seen_subcommand_from completion' -x -a 'bash zsh fish'

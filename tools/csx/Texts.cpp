@@ -1,0 +1,193 @@
+// Durations, numbers, names and times as texts.
+
+#include "tools/csx/Texts.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <limits>
+
+namespace com_tesk::csx {
+
+namespace {
+
+constexpr std::size_t kMaxNameSize = 31;
+constexpr double kMaxSeconds = 3'600'000;
+
+bool isPrintable(char character) {
+    return character >= ' ' && character <= '~';
+}
+
+std::string_view withoutPlus(std::string_view text) {
+    const bool hasPlus = text.size() > 1 && text[0] == '+' && text[1] != '-' && text[1] != '+';
+    return hasPlus ? text.substr(1) : text;
+}
+
+/// Reads all of the text as a number of this type.
+template <typename T>
+std::optional<T> whole(std::string_view text) {
+    T number{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+/// The number of bytes of the UTF-8 character that begins here; 0 when it is invalid.
+std::size_t utf8Size(std::string_view text) {
+    const auto byte = [&text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
+    const unsigned char first = byte(0);
+    if (first < 0x80) {
+        return 1;
+    }
+    const std::size_t size = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || text.size() < size) {
+        return 0;
+    }
+    for (std::size_t i = 1; i < size; ++i) {
+        if ((byte(i) & 0xC0U) != 0x80) {
+            return 0;
+        }
+    }
+    const unsigned char second = byte(1);
+    const bool isTooLong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool isNoCharacter = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
+    return isTooLong || isNoCharacter ? 0 : size;
+}
+
+}  // namespace
+
+std::optional<std::chrono::microseconds> durationOf(std::string_view text) {
+    struct Unit {
+        std::string_view name;
+        double seconds;
+    };
+    // "s" comes after those that end with it.
+    constexpr Unit kUnits[] = {{"us", 1e-6}, {"ms", 1e-3}, {"s", 1}, {"m", 60}, {"h", 3'600}};
+    for (const Unit& unit : kUnits) {
+        if (text.size() <= unit.name.size() || text.substr(text.size() - unit.name.size()) != unit.name) {
+            continue;
+        }
+        const auto number = whole<double>(text.substr(0, text.size() - unit.name.size()));
+        if (!number || !std::isfinite(*number) || std::signbit(*number) || *number * unit.seconds > kMaxSeconds) {
+            return std::nullopt;
+        }
+        return std::chrono::microseconds(std::llround(*number * unit.seconds * 1e6));
+    }
+    return std::nullopt;
+}
+
+std::string textOf(std::chrono::microseconds duration) {
+    std::array<char, 40> text{};
+    const double milliseconds = static_cast<double>(duration.count()) / 1e3;
+    if (milliseconds >= 1'000) {
+        std::snprintf(text.data(), text.size(), "%.4g s", milliseconds / 1'000);
+    } else {
+        std::snprintf(text.data(), text.size(), "%.3g ms", milliseconds);
+    }
+    return text.data();
+}
+
+std::optional<Number> numberOf(std::string_view text) {
+    if (text.substr(0, 2) == "i:") {
+        const auto integer = whole<std::int32_t>(withoutPlus(text.substr(2)));
+        return integer ? std::optional<Number>(Number{true, static_cast<float>(*integer), *integer}) : std::nullopt;
+    }
+    const auto real = whole<float>(withoutPlus(text));
+    return real ? std::optional<Number>(Number{false, *real, 0}) : std::nullopt;
+}
+
+std::string textOf(const Number& number) {
+    std::array<char, 40> text{};
+    char* const begin = text.data();
+    if (!number.isInteger && std::isnan(number.real)) {
+        return "nan";
+    }
+    const std::to_chars_result result = number.isInteger ? std::to_chars(begin, begin + text.size(), number.integer)
+                                                         : std::to_chars(begin, begin + text.size(), number.real);
+    return {begin, result.ptr};
+}
+
+double valueOf(const Number& number) {
+    return number.isInteger ? number.integer : static_cast<double>(number.real);
+}
+
+bool isSame(const Number& one, const Number& other) {
+    if (one.isInteger != other.isInteger) {
+        return false;
+    }
+    if (one.isInteger) {
+        return one.integer == other.integer;
+    }
+    return one.real == other.real || (std::isnan(one.real) && std::isnan(other.real));
+}
+
+std::string flawOfName(std::string_view name) {
+    if (name.empty()) {
+        return "a name is empty";
+    }
+    if (name.size() > kMaxNameSize) {
+        return "a name has at most 31 bytes: " + shownName(name);
+    }
+    return name.find('\0') == std::string_view::npos ? std::string() : "a name has a zero byte: " + shownName(name);
+}
+
+std::string shownName(std::string_view name) {
+    bool isPlain = !name.empty();
+    std::string text = "\"";
+    for (const char character : name) {
+        const bool isSpecial = character == '"' || character == '\\' || !isPrintable(character);
+        isPlain = isPlain && !isSpecial && character != ' ';
+        text += isSpecial ? "\\x" + hexOf({&character, 1}) : std::string(1, character);
+    }
+    return isPlain ? std::string(name) : text + '"';
+}
+
+std::string printable(std::string_view text) {
+    std::string shown;
+    for (const char character : text) {
+        shown += isPrintable(character) ? std::string(1, character) : "\\x" + hexOf({&character, 1});
+    }
+    return shown;
+}
+
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t size = utf8Size(text);
+        if (size == 0) {
+            return false;
+        }
+        text.remove_prefix(size);
+    }
+    return true;
+}
+
+std::string hexOf(std::string_view bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const char character : bytes) {
+        const auto byte = static_cast<unsigned char>(character);
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 0xFU];
+    }
+    return text;
+}
+
+std::string utcOf(std::chrono::system_clock::time_point time) {
+    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
+    const auto seconds = static_cast<std::time_t>(micros / 1'000'000);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    std::array<char, 80> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", parts.tm_year + 1900,
+                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                  static_cast<int>(micros % 1'000'000));
+    return text.data();
+}
+
+}  // namespace com_tesk::csx
