@@ -8,7 +8,8 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <system_error>
+#include <set>
+#include <string>
 
 /// The worker thread stores what has changed and wakes the event loop, which calls `dispatch`. No operation of the
 /// client is called under the mutex: some call `connectionStateChanged`, which locks it.
@@ -24,7 +25,7 @@ class ClassicPanel : private com_tesk::CSClient::CallbackAdapter {
     }
     /// Starts to connect.
     bool open(const char* address, unsigned int port) {
-        return client.registerOutputParameter({"button", CSClient::TYPE_INT}) == 0 &&
+        return wakeup.descriptor >= 0 && client.registerOutputParameter({"button", CSClient::TYPE_INT}) == 0 &&
                client.registerInputParameter({"lamp", CSClient::TYPE_INT, /*subscriptionMode=*/1}) == 0 &&
                client.registerInputParameter({"gauge", CSClient::TYPE_INT, /*subscriptionMode=*/1}) == 0 &&
                client.open(address, port) == 0;
@@ -67,11 +68,6 @@ class ClassicPanel : private com_tesk::CSClient::CallbackAdapter {
         std::map<std::string, std::int32_t> values;  // Of the inputs, also from earlier connections.
     };
     struct Wakeup {
-        Wakeup() {
-            if (descriptor < 0) {
-                throw std::system_error(errno, std::generic_category(), "eventfd");
-            }
-        }
         ~Wakeup() { ::close(descriptor); }
         const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     };

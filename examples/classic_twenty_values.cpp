@@ -13,13 +13,15 @@
 using namespace std::chrono_literals;
 using com_tesk::CSClient;
 
-/// A module adds its outputs to `values` and sets them there. A module on a thread of its own would need a lock.
+/// A module registers its outputs and sets its part of `values`. A module on a thread of its own would need a lock.
 class ClassicModule {
   public:
-    ClassicModule(std::vector<CSClient::Parameter>& published, const std::string& name, std::size_t size)
+    ClassicModule(CSClient& client, std::vector<CSClient::Parameter>& published, const std::string& name,
+                  std::size_t size)
         : values(published), first(published.size()), count(size) {
         for (std::size_t i = 0; i < count; ++i) {
             values.push_back(CSClient::Parameter::ofFloat(name + "." + std::to_string(i), 0.0F));
+            client.registerOutputParameter({values.back().name, CSClient::TYPE_FLOAT});
         }
     }
     void step(double seconds) const {
@@ -63,12 +65,9 @@ int main(int argc, char** argv) {
                                std::make_unique<com_tesk::CSCommsInterfaceTCPBuffered>());
     client.addCallbackInterface(&watch);
     std::vector<CSClient::Parameter> values;
-    const ClassicModule modules[]{{values, "engine", 12}, {values, "gear", 3}, {values, "position", 5}};
-    std::vector<CSClient::OutputDef> outputs;
-    for (const CSClient::Parameter& value : values) {
-        outputs.push_back({value.name, value.type});
-    }
-    if (client.registerOutputParameters(outputs) != 0 || client.open(address, port) != 0) {
+    const ClassicModule modules[]{
+        {client, values, "engine", 12}, {client, values, "gear", 3}, {client, values, "position", 5}};
+    if (client.open(address, port) != 0) {
         return EXIT_FAILURE;
     }
     if (!client.waitForOutputsToBeRegistered(5)) {
