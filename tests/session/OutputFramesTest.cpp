@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "tests/session/FullSocket.h"
 #include "tests/session/SessionFixtures.h"
 
 namespace com_tesk::session_test {
@@ -51,6 +52,26 @@ TEST_F(OutputFrames, FrameHasAtMostOneQueuedValueOfAnOutput) {
         EXPECT_EQ(next.records[0].value, expected);
     }
     EXPECT_TRUE(peer->isQuietFor(30ms));
+}
+
+TEST_F(OutputFrames, QueuedValueDoesNotReplaceTheOneOfTheNextFrame) {
+    startWith(1);
+    const auto every = session->output<std::int32_t>("EVERY", Delivery::EVERY);
+    answer(*peer, readRequest(*peer), 9);
+    ASSERT_TRUE(session->waitConfirmed({every}, kWaitBound));
+    const FullSocket full;
+    every.set(1);
+    every.set(2);
+    session->flush();
+    ASSERT_TRUE(FullSocket::waitUntilRefused()) << "the socket has a part of the first frame";
+    every.set(3);
+    session->flush();
+    FullSocket::release();
+    for (unsigned int value = 1; value <= 3; ++value) {
+        const Request values = readRequest(*peer);
+        ASSERT_EQ(values.records.size(), 1U);
+        ASSERT_EQ(values.records[0].value, value);
+    }
 }
 
 TEST_F(OutputFrames, NothingBlocksWhileTheHostDoesNotRead) {
