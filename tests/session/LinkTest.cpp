@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+#include "tests/session/FailingReceive.h"
 #include "tests/session/NamedHosts.h"
 #include "tests/session/SessionFixtures.h"
 #include "tests/support/BlackHole.h"
@@ -133,6 +134,23 @@ TEST_F(Links, ResetIsReset) {
     const LinkEvent failure = firstFailure();
     EXPECT_EQ(failure.cause, Cause::RESET);
     EXPECT_EQ(failure.error, ECONNRESET);
+}
+
+TEST_F(Links, HostWhoseSystemNoLongerAnswersIsGone) {
+    options.retry = 1h;  // No session connects a second time.
+    for (const int error : {ETIMEDOUT, EHOSTUNREACH, ENETUNREACH, ENETDOWN}) {
+        events.clear();
+        startWith(optionsFor(host.port()));
+        const auto peer = acceptAndAnswer(host, 1);
+        ASSERT_TRUE(session->waitUntil(Link::ANSWERED, kWaitBound));
+        const FailingReceive failing(error);
+        // A frame completes the receive that waits already.
+        peer->send(test::hexFrame(test::update(1, {test::updated(1, 1, "00 00 00 01")})));
+        const LinkEvent failure = firstFailure();
+        EXPECT_EQ(failure.cause, Cause::GONE) << error;
+        EXPECT_EQ(failure.error, error);
+        session->stop();
+    }
 }
 
 TEST_F(Links, HostThatStopsInAFrameIsSilent) {
