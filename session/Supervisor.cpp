@@ -37,6 +37,8 @@ void Supervisor::start() {
     hasEnded = false;
     phase = Phase::PAUSED;
     isClosing = false;
+    hasEndedSending = false;
+    isTimeOver = false;
     nextAttempt = Clock::now();
     areAgesUnchecked = true;
     // The application's signals are delivered to the application's own threads.
@@ -107,6 +109,9 @@ bool Supervisor::runOnce() {
         open();
     } else if (phase == Phase::OPEN && sender.connection() != 0) {
         attend(now);
+        if (isStopWanted() && !hasEndedSending && sender.isDrained(true)) {
+            lookAt(now);  // The last value has just left: check its acknowledgement without waiting.
+        }
     }
     if (phase == Phase::PAUSED) {
         lookAt(nextAttempt);
@@ -134,10 +139,12 @@ bool Supervisor::isDoneSending(Clock::time_point now) {
     if (isSent && (!isUp || transport.isAcknowledged())) {
         const MutexLock lock(stopMutex);
         // The end of a connection can lose what was in transit, but not what was acknowledged before.
-        isAllAcknowledged = isAllAcknowledged || isUp || !hasEndedSending || transport.isAcknowledged();
+        isAllAcknowledged =
+            isAllAcknowledged || isUp || (!isTimeOver && (!hasEndedSending || transport.isAcknowledged()));
         return true;
     }
     if (now >= limit) {
+        isTimeOver = true;
         return true;
     }
     lookAt(limit);

@@ -141,6 +141,8 @@ class Supervisor {
     Phase phase = Phase::PAUSED;
     bool isClosing = false;
     bool hasEndedSending = false;
+    /// True when the time of a stop has ended before everything was acknowledged.
+    bool isTimeOver = false;
     bool isNoAnswerReported = false;
     bool wasUp = false;
     Clock::time_point attemptBegan;

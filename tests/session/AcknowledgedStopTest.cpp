@@ -2,6 +2,7 @@
 
 #include <future>
 
+#include "tests/session/FullSocket.h"
 #include "tests/session/HeldAcknowledgement.h"
 #include "tests/session/SessionFixtures.h"
 
@@ -111,8 +112,40 @@ TEST_F(AcknowledgedStop, NextStopSendsWhatIsStagedThen) {
     outputs[0].set(2);
     stopping = std::async(std::launch::async, [this] { return session->stop(kWaitBound); });
     expectValue(2);
-    session->flush(0ms);  // Wakes the session's thread, which then checks whether everything has left.
     EXPECT_TRUE(stopping.get());
+}
+
+TEST_F(AcknowledgedStop, EndsSoonAfterTheLastValueHasLeftWithoutAFlush) {
+    startWith(1);
+    outputs[0].set(1);
+    held.release();
+    EXPECT_LT(timeOf([&] { EXPECT_TRUE(session->stop(kWaitBound)); }), busy(150ms));
+    expectValue(1);
+}
+
+TEST_F(AcknowledgedStop, ReturnsFalseForAValueThatLeavesDuringTheStop) {
+    startWith(1);
+    outputs[0].set(1);
+    EXPECT_FALSE(session->stop(60ms));
+}
+
+TEST_F(AcknowledgedStop, ReturnsFalseWhenAPartOfAFrameIsLeft) {
+    startWith(1);
+    FullSocket socket;
+    outputs[0].set(1);
+    session->flush();
+    ASSERT_TRUE(socket.waitUntilRefused());
+    EXPECT_FALSE(session->stop(60ms));
+}
+
+TEST_F(AcknowledgedStop, StopRightAfterTheNextStartDoesNotCountTheFirst) {
+    ASSERT_NO_FATAL_FAILURE(beginStop());
+    held.release();
+    EXPECT_TRUE(stopping.get());
+    outputs[0].set(2);
+    session->start();
+    EXPECT_FALSE(session->stop(60ms)) << "no value has left";
+    EXPECT_EQ(session->health().valuesOut, 1U);
 }
 
 }  // namespace
