@@ -363,8 +363,8 @@ class CSCLIENT_EXPORT CSClient {
 
     /// Adds an interface to notify of events from now on. Returns 1 when added; 0 when it already was, or is null.
     unsigned int addCallbackInterface(CallbackIface* callbackInterface);
-    /// Removes an interface and returns 0, also when it had not been added. Needs no memory. A call in progress on
-    /// another thread may still reach it, so do not destroy it at once.
+    /// Removes an interface. Returns 0, also when it had not been added, and 2 when the lock could not be released. Needs
+    /// no memory. A call in progress on another thread may still reach it, so do not destroy it at once.
     int removeCallbackInterface(CallbackIface* callbackInterface);
     bool hasCallbackInterface(CallbackIface* callbackInterface);  ///< True when the interface has been added.
     int getNumCallbackInterfaces() const;                         ///< Returns the number of interfaces.
