@@ -11,6 +11,7 @@
 #include "host/LoopbackHost.h"
 #include "host/StopSignals.h"
 #include "host/Value.h"
+#include "tools/HostEventJson.h"
 
 // cshost: the loopback host as a program. Event lines on standard output, all other output on standard error.
 
@@ -54,6 +55,10 @@ void printLine(const com_tesk::HostEvent& event) {
     std::cout << com_tesk::lineOf(event) << std::endl;  // Flushed, so that the reader of a pipe gets it immediately.
 }
 
+void printJsonLine(const com_tesk::HostEvent& event) {
+    std::cout << com_tesk::tools::jsonOf(event) << std::endl;
+}
+
 void serveUntilSignalled(const com_tesk::HostOptions& options) {
     // The signals are caught from before the host starts until it has stopped.
     com_tesk::StopSignals signals;
@@ -69,6 +74,7 @@ int main(int argc, char** argv) {
     com_tesk::HostOptions options;
     options.port = kDefaultPort;
     std::uint16_t assignId = 0;
+    std::string eventFormat = "text";
     bool quiet = false;
 
     CLI::App app(kDescription, "cshost");
@@ -105,6 +111,10 @@ int main(int argc, char** argv) {
         ->type_name("NAME=VALUE")
         ->expected(1)
         ->take_all();
+    app.add_option("--events", eventFormat, "format of the event lines; json is an object a line")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->capture_default_str();
     app.add_flag("--quiet", quiet, "print no event lines");
     CLI11_PARSE(app, argc, argv);
 
@@ -112,7 +122,7 @@ int main(int argc, char** argv) {
         options.assignId = assignId;
     }
     if (!quiet) {
-        options.eventSink = printLine;
+        options.eventSink = eventFormat == "json" ? printJsonLine : printLine;
     }
     try {
         serveUntilSignalled(options);

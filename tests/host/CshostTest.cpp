@@ -71,6 +71,20 @@ TEST_F(Cshost, PrintsALineForEachEventImmediately) {
     EXPECT_NE(program.lineWith("client 1 disconnected"), "");
 }
 
+TEST_F(Cshost, PrintsAnObjectOfJsonForEachEventImmediately) {
+    auto program = run({"--port", "0", "--events", "json"});
+    const std::string first = program.lineWith("\"event\":\"listening\"");
+    const std::size_t colon = first.rfind(':');
+    ASSERT_NE(colon, std::string::npos);
+    Client client(static_cast<std::uint16_t>(std::stoi("0" + first.substr(colon + 1))));
+    client.ask(registerOutput("ALT"));
+    client.send(publish("00000001 00000000 41480000"));
+    EXPECT_THAT(program.lineWith("\"published\""),
+                testing::MatchesRegex("\\{\"t\":\"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}Z\","
+                                      "\"event\":\"published\",\"client\":1,\"name\":\"ALT\",\"id\":1,"
+                                      "\"type\":\"float\",\"value\":12\\.5\\}"));
+}
+
 TEST_F(Cshost, PrintsNothingWhenQuiet) {
     auto program = run({"--listen", ownAddress(), "--port", "55581", "--quiet"});
     // No line says when it listens.
@@ -116,6 +130,7 @@ TEST_F(Cshost, ReportsInvalidArgumentsWithExitCodesFrom100To127) {
         {"--set", "=1"},
         {"--set", "A=x"},
         {"--set", "A=B=1"},
+        {"--events", "xml"},
         {"--quiet", "extra"},
         {"--quiet", "--no-such-option"},
         {"--protocol-version", "4294967296"},

@@ -8,11 +8,15 @@ _cshost() {
             mapfile -t COMPREPLY < <(compgen -W '127.0.0.1 0.0.0.0' -- "$word")
             return
             ;;
+        --events)
+            mapfile -t COMPREPLY < <(compgen -W 'text json' -- "$word")
+            return
+            ;;
         --port | --version-text | --protocol-version | --assign-id | --set)
             return # The user types numbers and texts.
             ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W '-h --help --listen --port --version-text --protocol-version --assign-id
-        --set --quiet' -- "$word")
+        --set --events --quiet' -- "$word")
 }
 complete -F _cshost cshost

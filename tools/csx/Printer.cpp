@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/Json.h"
 #include "tools/csx/Texts.h"
 
 namespace com_tesk::csx {
@@ -22,24 +23,6 @@ std::string csvField(const std::string& text) {
     std::string quoted = "\"";
     for (const char character : text) {
         quoted += character == '"' ? "\"\"" : std::string(1, character);
-    }
-    return quoted + '"';
-}
-
-/// Returns the text as a string of JSON. It must be UTF-8.
-std::string jsonString(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char character : text) {
-        std::array<char, 8> escape{};
-        if (character == '"' || character == '\\') {
-            quoted += '\\';
-            quoted += character;
-        } else if (static_cast<unsigned char>(character) < 0x20) {
-            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned int>(character));
-            quoted += escape.data();
-        } else {
-            quoted += character;
-        }
     }
     return quoted + '"';
 }
@@ -116,9 +99,8 @@ void Printer::jsonLine(const std::vector<Field>& fields) {
     std::string line = "{";
     for (const Field& field : fields) {
         line += line.size() > 1 ? "," : "";
-        const bool isText = isUtf8(field.text);
-        const std::string text = isText ? jsonString(field.text) : jsonString(hexOf(field.text));
-        line += jsonString(isText ? field.name : field.name + "_hex") + ':' + (field.isLiteral ? field.text : text);
+        line += field.isLiteral ? tools::jsonString(field.name) + ':' + field.text
+                                : tools::jsonMember(field.name, field.text);
     }
     output.line(line + '}');
 }

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <limits>
 
 namespace com_tesk::csx {
@@ -36,28 +35,6 @@ std::optional<T> whole(std::string_view text) {
         return std::nullopt;
     }
     return number;
-}
-
-/// The number of bytes of the UTF-8 character that begins here; 0 when it is invalid.
-std::size_t utf8Size(std::string_view text) {
-    const auto byte = [&text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const unsigned char first = byte(0);
-    if (first < 0x80) {
-        return 1;
-    }
-    const std::size_t size = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (first < 0xC2 || first > 0xF4 || text.size() < size) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < size; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80) {
-            return 0;
-        }
-    }
-    const unsigned char second = byte(1);
-    const bool isTooLong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-    const bool isNoCharacter = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
-    return isTooLong || isNoCharacter ? 0 : size;
 }
 
 }  // namespace
@@ -154,40 +131,6 @@ std::string printable(std::string_view text) {
         shown += isPrintable(character) ? std::string(1, character) : "\\x" + hexOf({&character, 1});
     }
     return shown;
-}
-
-bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t size = utf8Size(text);
-        if (size == 0) {
-            return false;
-        }
-        text.remove_prefix(size);
-    }
-    return true;
-}
-
-std::string hexOf(std::string_view bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        text += kDigits[byte >> 4U];
-        text += kDigits[byte & 0xFU];
-    }
-    return text;
-}
-
-std::string utcOf(std::chrono::system_clock::time_point time) {
-    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
-    const auto seconds = static_cast<std::time_t>(micros / 1'000'000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", parts.tm_year + 1900,
-                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                  static_cast<int>(micros % 1'000'000));
-    return text.data();
 }
 
 }  // namespace com_tesk::csx

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "session/Number.h"
+#include "tools/Json.h"
 
 /// Texts of command lines and of output lines.
 namespace com_tesk::csx {
@@ -40,13 +41,8 @@ std::string shownName(std::string_view name);
 /// Returns the text with every byte that is not printable as \xNN.
 std::string printable(std::string_view text);
 
-/// Returns true for a text that is valid UTF-8.
-bool isUtf8(std::string_view text);
-
-/// Returns the bytes as hexadecimal digits.
-std::string hexOf(std::string_view bytes);
-
-/// Returns the time in UTC: 2026-11-21T22:04:05.123456Z.
-std::string utcOf(std::chrono::system_clock::time_point time);
+using tools::hexOf;
+using tools::isUtf8;
+using tools::utcOf;
 
 }  // namespace com_tesk::csx
