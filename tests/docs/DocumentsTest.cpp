@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <regex>
 #include <set>
 #include <utility>
 
@@ -150,6 +153,84 @@ TEST(Limits, NameTheMaximumOfInputsInOneConfirmation) {
     EXPECT_EQ(records / layout::input_confirmation::kRecordLength, 322'637U);
     EXPECT_NE(sourceFile("docs/manual/limits.md").find("| 322,637 with the default largest frame |"),
               std::string::npos);
+}
+
+/// The texts that match the only group of the pattern in a file of the source tree.
+std::set<std::string> matchesIn(const std::string& file, const char* pattern) {
+    const std::regex expression(pattern);
+    const std::string content = sourceFile(file);
+    std::set<std::string> found;
+    for (std::sregex_iterator match(content.begin(), content.end(), expression), end; match != end; ++match) {
+        found.insert((*match)[1]);
+    }
+    return found;
+}
+
+/// The texts in backquotes in the first column of the table whose first column has this title.
+std::set<std::string> firstColumn(const std::string& page, const std::string& title) {
+    std::set<std::string> found;
+    for (const ManualSection& section : manualPage(page)) {
+        for (const ManualTable& table : section.tables()) {
+            for (const std::vector<std::string>& row : table.rows) {
+                if (table.columns.front() == title) {
+                    const std::vector<std::string> spans = codeSpans(row.front());
+                    found.insert(spans.begin(), spans.end());
+                    if (spans.empty()) {
+                        found.insert(row.front());
+                    }
+                }
+            }
+        }
+    }
+    return found;
+}
+
+TEST(Doctor, NamesSectionsOfTheManualThatExist) {
+    const std::string code = "tools/csx/Diagnosis.cpp";
+    std::set<std::string> headings;
+    bool isDoctors = false;
+    for (const ManualSection& section : manualPage("shell.md")) {
+        if (isDoctors && section.heading == "Recipes") {
+            break;
+        }
+        if (isDoctors) {
+            headings.insert(section.heading);
+        }
+        isDoctors = isDoctors || section.heading == "What the doctor says";
+    }
+    EXPECT_GT(headings.size(), 5U);
+    EXPECT_EQ(headings, matchesIn(code, R"re(shell\.md, \\"([^\\]+)\\")re"));
+
+    std::string numbers;
+    for (const ManualSection& section : manualPage("not-arriving.md")) {
+        numbers += section.heading.substr(0, 2);
+    }
+    for (const std::string& number : matchesIn(code, R"re(not-arriving\.md, section ([0-9]+)\.)re")) {
+        EXPECT_NE(numbers.find(number + "."), std::string::npos) << number;
+    }
+}
+
+TEST(Shells, HaveTheExitCodesOnThePage) {
+    const std::set<std::string> codes = firstColumn("shell.md", "Code");
+    for (const std::string& code : matchesIn("tools/csx/ExitCode.h", "= ([0-9]+),")) {
+        EXPECT_TRUE(codes.count(code) == 1 || std::stoi(code) >= 100) << code;
+    }
+    EXPECT_EQ(codes.size(), 6U);
+    EXPECT_EQ(codes, matchesIn("tools/csx/CommandLine.cpp", R"re("  ([0-9]+(?: to [0-9]+)?) )re"));
+}
+
+TEST(HostEvents, OnThePagesAreThoseInTheCode) {
+    std::set<std::string> kinds;
+    for (std::string kind : matchesIn("host/HostEvent.h", "\n        ([A-Z_]+), +///<")) {
+        std::transform(kind.begin(), kind.end(), kind.begin(), [](unsigned char c) { return std::tolower(c); });
+        kinds.insert(kind);
+    }
+    EXPECT_GT(kinds.size(), 15U);
+    EXPECT_EQ(firstColumn("shell.md", "Event"), kinds);
+    const std::set<std::string> onThePage = matchesIn("man/cshost.1", "\n\\.Ql ([a-z_]+)(?=[ \n])");
+    for (const std::string& kind : kinds) {
+        EXPECT_EQ(onThePage.count(kind), 1U) << kind;
+    }
 }
 
 // The page "My parameter does not arrive" lists every line that the library and cspublish print, and no others.
