@@ -83,7 +83,7 @@ bool Client::runUntil(const std::function<bool()>& condition, Clock::time_point 
 
 bool Client::runUntil(const std::function<bool()>& condition, Clock::time_point deadline, int descriptor,
                       const std::function<void()>& onReadable) {
-    constexpr std::chrono::milliseconds kLongestWait{60'000};
+    constexpr std::chrono::milliseconds kMaxWait{60'000};
     for (;;) {
         connection.dispatch();
         if (const int signal = signals.taken(); signal != 0) {
@@ -97,7 +97,7 @@ bool Client::runUntil(const std::function<bool()>& condition, Clock::time_point 
             return false;
         }
         const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - now);
-        const auto wait = std::min(milliseconds(left), kLongestWait);
+        const auto wait = std::min(milliseconds(left), kMaxWait);
         const int output = doesEndWithOutput ? STDOUT_FILENO : -1;  // Only its errors count.
         std::array<pollfd, 4> waiting{{{connection.descriptor(), POLLIN, 0},
                                        {signals.descriptor(), POLLIN, 0},

@@ -24,7 +24,7 @@ struct CommonOptions {
     Format format = Format::TEXT;
 };
 
-/// What a command does about a host that is not there.
+/// The behaviour of a command when the host is not there.
 enum class Patience {
     FIRST_FAILURE,  ///< Gives up at the first failure.
     TIMEOUT,        ///< Tries again until its time has run out, and after a loss.
@@ -79,7 +79,7 @@ class Client {
     /// From now on the runs end with `OutputClosed` as soon as the reader of standard output has closed it.
     void endWithOutput() { doesEndWithOutput = true; }
 
-    /// The events of the link as they arrive, after the client has looked at them.
+    /// Called with each event of the link, after the client has processed it.
     std::function<void(const LinkEvent&)> onEvent;
 
     /// The last failure.

@@ -14,7 +14,7 @@
 
 /// The commands. Each runs until it is done and returns the program's exit code.
 ///
-/// They throw `Interrupted` for SIGINT and SIGTERM, and `OutputClosed` when nobody reads standard output.
+/// They throw `Interrupted` for SIGINT and SIGTERM, and `OutputClosed` when the reader of standard output has closed it.
 namespace com_tesk::csx {
 
 /// Prints the value of each name once.

@@ -15,7 +15,7 @@ namespace com_tesk::csx {
 
 namespace {
 
-/// A connection that stands for so long, or whose host has answered, was not closed at once.
+/// A connection that is open for so long, or whose host has answered, was not closed at once.
 constexpr std::chrono::milliseconds kAtOnce{200};
 
 class Doctor {

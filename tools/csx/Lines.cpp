@@ -21,7 +21,7 @@ void Lines::read() {
         bytes.erase(0, begin);
         begin = 0;
         bytes.append(chunk.data(), static_cast<std::size_t>(count));
-        // What has no line feed for so long is no text. Its beginning is returned as the last line.
+        // So many bytes without a line feed are no text. They are returned as the last line.
         hasEnded = bytes.size() > kMaxUnfinished && bytes.find('\n') == std::string::npos;
     } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
         hasEnded = true;
