@@ -65,7 +65,7 @@ bool isNear(double value, double bound, double tolerance) {
         return true;  // Also for two infinities.
     }
     const double rounding = std::max(std::abs(value), std::abs(bound)) * std::numeric_limits<float>::epsilon();
-    return std::isfinite(value) && std::abs(value - bound) <= tolerance + rounding;
+    return std::isfinite(value) && std::isfinite(bound) && std::abs(value - bound) <= tolerance + rounding;
 }
 
 }  // namespace

@@ -29,6 +29,9 @@ std::string_view withoutPlus(std::string_view text) {
 template <typename T>
 std::optional<T> whole(std::string_view text) {
     T number{};
+    if (text.find('(') != std::string_view::npos) {
+        return std::nullopt;  // `from_chars` would read "nan(1)".
+    }
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
     if (error != std::errc() || stop != end) {
@@ -62,7 +65,9 @@ std::optional<std::chrono::microseconds> durationOf(std::string_view text) {
 std::string textOf(std::chrono::microseconds duration) {
     std::array<char, 40> text{};
     const double milliseconds = static_cast<double>(duration.count()) / 1e3;
-    if (milliseconds >= 1'000) {
+    if (milliseconds >= 1e6) {
+        std::snprintf(text.data(), text.size(), "%.0f s", milliseconds / 1'000);
+    } else if (milliseconds >= 999.5) {  // What is less has at most three digits before the point.
         std::snprintf(text.data(), text.size(), "%.4g s", milliseconds / 1'000);
     } else {
         std::snprintf(text.data(), text.size(), "%.3g ms", milliseconds);
