@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
@@ -30,17 +31,29 @@ void makePipe(int (&ends)[2]) {
 ChildProcess::ChildProcess(const Setup& setup, const std::vector<std::string>& arguments) {
     int outEnds[2];
     int errEnds[2];
-    makePipe(outEnds);
+    int inEnds[2] = {-1, -1};
+    if (setup.isOnTerminal) {
+        openTerminal(outEnds);
+    } else {
+        makePipe(outEnds);
+    }
     makePipe(errEnds);
+    if (setup.hasInput) {
+        makePipe(inEnds);
+        in = inEnds[1];
+    }
     out.descriptor = outEnds[0];
     err.descriptor = errEnds[0];
     if (setup.outputSpace) {
         clog(outEnds[1], *setup.outputSpace);
     }
     const std::string& ownName = setup.ownName.empty() ? setup.path : setup.ownName;
-    process = startProgram(setup.path, ownName, arguments, outEnds[1], errEnds[1]);
-    close(outEnds[1]);
-    close(errEnds[1]);
+    process = startProgram(setup.path, ownName, arguments, outEnds[1], errEnds[1], inEnds[0], setup.environment);
+    for (const int descriptor : {outEnds[1], errEnds[1], inEnds[0]}) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
 }
 
 ChildProcess::~ChildProcess() {
@@ -48,11 +61,43 @@ ChildProcess::~ChildProcess() {
         kill(process, SIGKILL);
         waitpid(process, nullptr, 0);
     }
-    for (const int descriptor : {out.descriptor, err.descriptor}) {
+    for (const int descriptor : {in, out.descriptor, err.descriptor}) {
         if (descriptor >= 0) {
             close(descriptor);
         }
     }
+}
+
+void ChildProcess::openTerminal(int (&ends)[2]) {
+    ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (ends[0] < 0 || grantpt(ends[0]) != 0 || unlockpt(ends[0]) != 0) {
+        throw std::system_error(errno, std::generic_category(), "terminal");
+    }
+    ends[1] = open(ptsname(ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (ends[1] < 0) {
+        throw std::system_error(errno, std::generic_category(), "terminal");
+    }
+}
+
+void ChildProcess::write(const std::string& text) const {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = ::write(in, text.data() + written, text.size() - written);
+        if (count < 0) {
+            throw std::system_error(errno, std::generic_category(), "standard input of the program");
+        }
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+void ChildProcess::closeInput() {
+    close(in);
+    in = -1;
+}
+
+void ChildProcess::closeOutput() {
+    close(out.descriptor);
+    out.descriptor = -1;
 }
 
 void ChildProcess::clog(int writeEnd, std::size_t space) {
@@ -63,7 +108,7 @@ void ChildProcess::clog(int writeEnd, std::size_t space) {
     }
     fillerLeft = static_cast<std::size_t>(capacity) - space;
     const std::string filler(fillerLeft, '.');
-    if (write(writeEnd, filler.data(), filler.size()) != static_cast<ssize_t>(filler.size())) {
+    if (::write(writeEnd, filler.data(), filler.size()) != static_cast<ssize_t>(filler.size())) {
         throw std::system_error(errno, std::generic_category(), "filling the pipe");
     }
 }

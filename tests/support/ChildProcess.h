@@ -20,6 +20,12 @@ class ChildProcess {
         std::string ownName;
         /// When set, standard output has space for this many bytes only, until unclog().
         std::optional<std::size_t> outputSpace;
+        /// Variables of the program, such as "NAME=VALUE", besides those of the test.
+        std::vector<std::string> environment{};
+        /// Standard input is a pipe that the test writes to; otherwise it is that of the test.
+        bool hasInput = false;
+        /// Standard output is a terminal.
+        bool isOnTerminal = false;
     };
     ChildProcess(const Setup& setup, const std::vector<std::string>& arguments);
     ChildProcess(const ChildProcess&) = delete;
@@ -38,6 +44,14 @@ class ChildProcess {
 
     /// Lets standard output flow again.
     void unclog() { isClogged = false; }
+
+    /// Writes to standard input, which the setup has made a pipe.
+    void write(const std::string& text) const;
+    /// Ends standard input.
+    void closeInput();
+
+    /// Closes the test's end of standard output, so that the program's next write to it fails.
+    void closeOutput();
 
     void signal(int number) const;
 
@@ -63,6 +77,7 @@ class ChildProcess {
     };
     using Clock = std::chrono::steady_clock;
 
+    static void openTerminal(int (&ends)[2]);
     void clog(int writeEnd, std::size_t space);
     bool waitFor(const Stream& stream, const std::string& part);
     /// Reads the next piece of either stream. Returns false when both have ended or the deadline passes.
@@ -70,6 +85,7 @@ class ChildProcess {
     void readFrom(Stream& stream);
 
     pid_t process = -1;
+    int in = -1;
     Stream out;
     Stream err;
     bool isClogged = false;

@@ -3,17 +3,33 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <sstream>
 #include <system_error>
 
 namespace com_tesk::test {
+
+namespace {
+
+/// Returns pointers to the texts, and a null pointer after them.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+}  // namespace
 
 bool isEmulated() {
     return CSCLIENT_EMULATOR[0] != '\0';
 }
 
 pid_t startProgram(const std::string& path, const std::string& ownName, const std::vector<std::string>& arguments,
-                   int standardOutput, int standardError) {
+                   int standardOutput, int standardError, int standardInput,
+                   const std::vector<std::string>& environment) {
     std::vector<std::string> words;
     std::istringstream emulator(CSCLIENT_EMULATOR);
     for (std::string word; emulator >> word;) {
@@ -26,18 +42,32 @@ pid_t startProgram(const std::string& path, const std::string& ownName, const st
         words.push_back(ownName);
     }
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& word : words) {
-        pointers.push_back(word.data());
+    // Of two variables with one name, programs find the first.
+    std::vector<std::string> variables = environment;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        variables.emplace_back(*variable);
     }
-    pointers.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, standardOutput, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, standardError, STDERR_FILENO);
+    if (standardInput >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, standardInput, STDIN_FILENO);
+    }
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (const int number : {SIGINT, SIGTERM, SIGPIPE}) {
+        sigaddset(&defaults, number);
+    }
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t process = -1;
-    const int error = posix_spawnp(&process, file.c_str(), &actions, nullptr, pointers.data(), environ);
+    const int error = posix_spawnp(&process, file.c_str(), &actions, &attributes, pointersTo(words).data(),
+                                   pointersTo(variables).data());
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         throw std::system_error(error, std::generic_category(), file);

@@ -13,9 +13,13 @@ bool isEmulated();
 
 /// Starts a program of this build as a process. When the tests are built for another machine, it starts the emulator
 /// with the program, because the system would refuse the program.
-/// @param ownName  the name that the program gets as its argument 0.
+/// Signals have their default effect in it, whatever the shell of the test has set.
+/// @param ownName        the name that the program gets as its argument 0.
+/// @param standardInput  -1 for that of the test.
+/// @param environment    variables of the program, such as "NAME=VALUE", besides those of the test.
 /// @throws std::system_error
 pid_t startProgram(const std::string& path, const std::string& ownName, const std::vector<std::string>& arguments,
-                   int standardOutput, int standardError);
+                   int standardOutput, int standardError, int standardInput = -1,
+                   const std::vector<std::string>& environment = {});
 
 }  // namespace com_tesk::test
