@@ -178,6 +178,16 @@ bool ChildProcess::hasEndedWithin(std::chrono::milliseconds duration) {
     return out.descriptor < 0 && err.descriptor < 0;
 }
 
+bool ChildProcess::hasExitedWithin(std::chrono::milliseconds duration) const {
+    return waitUntil(
+        [this] {
+            siginfo_t ended{};
+            return waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+                   ended.si_pid == process;
+        },
+        duration);
+}
+
 void ChildProcess::signal(int number) const {
     kill(process, number);
 }

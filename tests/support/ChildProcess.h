@@ -42,6 +42,9 @@ class ChildProcess {
     /// True when both streams end within that time, as they do when the program ends.
     bool hasEndedWithin(std::chrono::milliseconds duration);
 
+    /// True when the program ends within that time, whether or not anything reads its output.
+    bool hasExitedWithin(std::chrono::milliseconds duration) const;
+
     /// Lets standard output flow again.
     void unclog() { isClogged = false; }
 
