@@ -12,7 +12,7 @@ TEST(DoctorNames, EachIsConfirmedAndHasAValue) {
     const Ended doctor = run(host.port(), {"doctor", "A", "b c"});
     EXPECT_EQ(doctor.code, 0);
     for (const char* const text : {"ok    name A: confirmed (", "ok    name \"b c\": confirmed (",
-                                    "ok    value A: 1.5 (float) (", "ok    value \"b c\": 3 (int) ("}) {
+                                   "ok    value A: 1.5 (float) (", "ok    value \"b c\": 3 (int) ("}) {
         EXPECT_TRUE(contains(doctor.out, text)) << text;
     }
     EXPECT_EQ(linesOf(doctor.out).back(), "verdict: everything works");

@@ -49,7 +49,7 @@ TEST(Put, EchoAcceptsTheValuesOfAHost) {
     const Ended put = run(host.port(), {"put", "--echo", "30s", "A=0.1", "B=i:3", "C=nan"});
     EXPECT_EQ(put.code, 0) << put.err;
     EXPECT_EQ(put.err, "");
-    // A value that the host has already must come back too.
+    // A value that the host has already comes back too.
     EXPECT_EQ(run(host.port(), {"put", "--echo", "30s", "A=0.1"}).code, 0);
 }
 

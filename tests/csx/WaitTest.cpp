@@ -57,7 +57,7 @@ TEST(Wait, AllConditionsMustHoldAtTheSameTime) {
 
 TEST(Wait, AHoldThatIsBrokenBeginsAgain) {
     LoopbackHost host(zeros());
-    Csx csx(host.port(), {"wait", "--hold", "700ms", "A==1"});
+    Csx csx(host.port(), {"wait", "--within", "1h", "--hold", "700ms", "A==1"});
     ASSERT_TRUE(host.waitForSubscribers("A", 1, kWaitBound));
     host.setValue("A", HostValue::real(1));
     host.setValue("A", HostValue::real(0));

@@ -205,7 +205,11 @@ void CommandLine::addWatch(CLI::App& app) {
     sub->add_option("--max-rate", watchOptions.maxRate,
                     "lines a second for each name at most; the newest value is printed")
         ->type_name("HZ")
-        ->check(CLI::Range(0.001, 1e6));
+        ->check([](const std::string& text) {
+            const auto rate = numberOf(text);
+            const bool isInRange = rate && !rate->isInteger && rate->real >= 0.001F && rate->real <= 1e6F;
+            return isInRange ? std::string() : "no rate from 0.001 to 1e6: " + text;
+        });
     addChoice<TimeStyle>(*sub, "--time", watchOptions.timeStyle,
                          {{"abs", TimeStyle::ABSOLUTE},
                           {"rel", TimeStyle::RELATIVE},

@@ -4,6 +4,7 @@
 #include <netdb.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 
 #include "tools/csx/Commands.h"
@@ -27,7 +28,9 @@ class Doctor {
           output(signals),
           printer(commonOptions.format, TimeStyle::NONE, output) {
         client.onEvent = [this](const LinkEvent& event) {
-            wasConnected = wasConnected || (event.cause == Cause::NONE && event.link >= Link::CONNECTED);
+            // A host that resets the connection at once has accepted it, although the attempt to connect fails.
+            wasConnected = wasConnected || (event.cause == Cause::NONE && event.link >= Link::CONNECTED) ||
+                           event.error == ECONNRESET;
         };
     }
 

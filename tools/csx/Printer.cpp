@@ -77,7 +77,9 @@ void Printer::value(SteadyTime received, const std::string& name, const Number& 
     }
     fields.push_back({"name", name});
     fields.push_back({"type", number.isInteger ? "int" : "float"});
-    fields.push_back({"value", text, number.isInteger || std::isfinite(number.real)});
+    // Readers of JSON take -0 for an integer, which has no sign.
+    const bool isNegativeZero = format == Format::JSON && text == "-0";
+    fields.push_back({"value", isNegativeZero ? "-0.0" : text, number.isInteger || std::isfinite(number.real)});
     record(fields);
 }
 

@@ -62,11 +62,13 @@ class Batch {
     /// Sets what the host has confirmed.
     void publish() {
         numbers.resize(echoes.size());
+        isPublished.resize(outputs.size());
         for (std::size_t i = 0; i < outputs.size(); ++i) {
             if (i < echoes.size()) {
                 numbers[i] = echoes[i].read().number;
             }
-            if (outputs[i].isConfirmed()) {
+            isPublished[i] = outputs[i].isConfirmed();
+            if (isPublished[i]) {
                 outputs[i].set(options.assignments[i].value);
             }
         }
@@ -75,11 +77,6 @@ class Batch {
 
     /// Waits for the values. @return false when one has not come back.
     bool waitForEchoes() const {
-        const auto isBack = [this](std::size_t i) {
-            const Reading<Number> reading = echoes[i].read();
-            return !outputs[i].isConfirmed() ||
-                   (reading.number > numbers[i] && isEcho(options.assignments[i].value, reading.value));
-        };
         std::size_t first = 0;
         const auto areAllBack = [&] {
             while (first < echoes.size() && isBack(first)) {
@@ -93,8 +90,8 @@ class Batch {
     /// Reports the echoes that are missing.
     void reportMissingEcho() const {
         for (std::size_t i = 0; i < echoes.size(); ++i) {
-            const Reading<Number> reading = echoes[i].read();
-            if (!isEcho(options.assignments[i].value, reading.value) || reading.number == numbers[i]) {
+            if (!isBack(i)) {
+                const Reading<Number> reading = echoes[i].read();
                 say(shownName(options.assignments[i].name) + " has not come back as " +
                     textOf(options.assignments[i].value) + " within " + textOf(*options.echo) + ": it is " +
                     textOf(reading.value));
@@ -111,12 +108,20 @@ class Batch {
     }
 
   private:
+    /// True when the value has come back, or was not published.
+    bool isBack(std::size_t i) const {
+        const Reading<Number> reading = echoes[i].read();
+        return !isPublished[i] || (reading.number > numbers[i] && isEcho(options.assignments[i].value, reading.value));
+    }
+
     Client& client;
     const PutOptions& options;
     std::vector<NumberOutput> outputs;
     std::vector<Input<Number>> echoes;
     /// Of the readings before the publication.
     std::vector<std::uint64_t> numbers;
+    /// Of the outputs. After a loss of the connection, those that were published are unconfirmed too.
+    std::vector<bool> isPublished;
 };
 
 /// Stays connected until a signal arrives.

@@ -42,8 +42,10 @@ class Wait {
             return code;
         }
         while (!isReached() && Clock::now() < end) {
-            const Clock::time_point held = heldSince ? *heldSince + options.hold : end;
-            client.runUntil([this] { return isReached(); }, std::min(end, held));
+            // A value that arrives meanwhile begins the time of holding, or ends it.
+            const std::optional<Clock::time_point> since = heldSince;
+            client.runUntil([&] { return isReached() || heldSince != since; },
+                            since ? std::min(end, *since + options.hold) : end);
         }
         if (isReached()) {
             print();

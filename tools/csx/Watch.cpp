@@ -43,7 +43,8 @@ class Watch {
             }
             while (!isComplete() && Clock::now() < end) {
                 const Clock::time_point next = due.empty() ? end : std::min(end, due.begin()->first);
-                client.runUntil([this] { return isComplete(); }, next);
+                // A value that arrives meanwhile may have to be printed earlier.
+                client.runUntil([&] { return isComplete() || (!due.empty() && due.begin()->first < next); }, next);
                 printDue(Clock::now());
             }
             printDue(Clock::time_point::max());
