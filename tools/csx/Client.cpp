@@ -14,13 +14,16 @@ namespace com_tesk::csx {
 
 namespace {
 
-Session::Options sessionOptions(const CommonOptions& common) {
+Session::Options sessionOptions(const CommonOptions& common, std::optional<std::chrono::microseconds> maxSilence) {
     Session::Options options;
     options.host = common.host;
     options.port = common.port;
     options.simulatorId = common.simulatorId;
     options.retry = std::chrono::milliseconds(100);
     options.bounds.connectTimeout = std::max(milliseconds(common.timeout), std::chrono::milliseconds(1));
+    if (maxSilence) {
+        options.bounds.silenceInFrame = std::max(milliseconds(*maxSilence), std::chrono::milliseconds(1));
+    }
     options.answerTimeout = std::chrono::hours(24 * 365);  // A command has its own time-out.
     options.gather = std::chrono::hours(1);                // Values leave with `flush`, in one request.
     options.queueSize = 4'096;
@@ -46,11 +49,12 @@ std::chrono::milliseconds milliseconds(std::chrono::microseconds duration) {
     return std::chrono::ceil<std::chrono::milliseconds>(duration);
 }
 
-Client::Client(const CommonOptions& commonOptions, Patience howPatient, Signals& stopSignals)
+Client::Client(const CommonOptions& commonOptions, Patience howPatient, Signals& stopSignals,
+               std::optional<std::chrono::microseconds> maxSilence)
     : options(commonOptions),
       isPatient(howPatient == Patience::TIMEOUT),
       signals(stopSignals),
-      connection(sessionOptions(commonOptions)) {
+      connection(sessionOptions(commonOptions, maxSilence)) {
     connection.onLink([this](const LinkEvent& event) { note(event); });
     connection.onUpdate([](std::size_t) {});  // A wait looks at its condition after each update.
 }

@@ -34,7 +34,9 @@ enum class Patience {
 class Client {
   public:
     /// @param stopSignals  outlives this object.
-    Client(const CommonOptions& commonOptions, Patience howPatient, Signals& stopSignals);
+    /// @param maxSilence   the longest silence of the host in the middle of a message; by default that of a session.
+    Client(const CommonOptions& commonOptions, Patience howPatient, Signals& stopSignals,
+           std::optional<std::chrono::microseconds> maxSilence = std::nullopt);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
     ~Client() = default;

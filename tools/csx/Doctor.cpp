@@ -24,7 +24,8 @@ class Doctor {
     Doctor(const CommonOptions& commonOptions, const DoctorOptions& doctorOptions, Signals& signals)
         : common(commonOptions),
           options(doctorOptions),
-          client(commonOptions, Patience::FIRST_FAILURE, signals),
+          // A message that stops must fail before the wait for the answer ends.
+          client(commonOptions, Patience::FIRST_FAILURE, signals, commonOptions.timeout * 3 / 4),
           output(signals),
           printer(commonOptions.format, TimeStyle::NONE, output) {
         client.onEvent = [this](const LinkEvent& event) {
