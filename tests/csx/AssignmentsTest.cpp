@@ -9,7 +9,7 @@ namespace com_tesk::csx {
 namespace {
 
 /// Returns the reason why the text is refused.
-std::string flawOfAssignment(std::string_view text) {
+std::string assignmentError(std::string_view text) {
     std::string flaw;
     const auto assignment = assignmentOf(text, flaw);
     EXPECT_EQ(assignment.has_value(), flaw.empty()) << text;
@@ -48,15 +48,15 @@ TEST(Assignments, MayHaveAnyBytesInTheName) {
 }
 
 TEST(Assignments, OfOtherTextsAreRefusedWithTheReason) {
-    EXPECT_EQ(flawOfAssignment("ALT"), "expected NAME=VALUE, got ALT");
-    EXPECT_EQ(flawOfAssignment(""), "expected NAME=VALUE, got \"\"");
-    EXPECT_EQ(flawOfAssignment("=1"), "a name is empty");
-    EXPECT_EQ(flawOfAssignment(std::string(32, 'n') + "=1"), "a name has at most 31 bytes: " + std::string(32, 'n'));
+    EXPECT_EQ(assignmentError("ALT"), "expected NAME=VALUE, got ALT");
+    EXPECT_EQ(assignmentError(""), "expected NAME=VALUE, got \"\"");
+    EXPECT_EQ(assignmentError("=1"), "a name is empty");
+    EXPECT_EQ(assignmentError(std::string(32, 'n') + "=1"), "a name has at most 31 bytes: " + std::string(32, 'n'));
     const std::string expected = "neither a number nor i: and a 32-bit integer: ";
     for (const std::string text : {"A=", "A=abc", "A=1,5", "A=i:1.5", "A=i:2147483648", "A=1e40", "A=0x1"}) {
-        EXPECT_EQ(flawOfAssignment(text), expected + text);
+        EXPECT_EQ(assignmentError(text), expected + text);
     }
-    EXPECT_EQ(flawOfAssignment("A= 1"), expected + "\"A= 1\"");
+    EXPECT_EQ(assignmentError("A= 1"), expected + "\"A= 1\"");
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ std::string valuesOf(const std::string& condition) {
     return values;
 }
 
-std::string flawOfCondition(std::string_view text) {
+std::string conditionError(std::string_view text) {
     std::string flaw;
     const auto condition = conditionOf(text, flaw);
     EXPECT_EQ(condition.has_value(), flaw.empty()) << text;
@@ -108,19 +108,19 @@ TEST(Conditions, HoldForNoNumberOnlyWhenUnequal) {
 TEST(Conditions, OfOtherTextsAreRefusedWithTheReason) {
     const std::string none = "no condition, such as 'altitude>=100': ";
     for (const std::string text : {"A", "A=1", "A!1", "A=>1", "A=~1"}) {
-        EXPECT_EQ(flawOfCondition(text), none + text);
+        EXPECT_EQ(conditionError(text), none + text);
     }
-    EXPECT_EQ(flawOfCondition(""), none + "\"\"");
-    EXPECT_EQ(flawOfCondition(">1"), "a name is empty");
-    EXPECT_EQ(flawOfCondition(std::string(32, 'n') + ">1"), "a name has at most 31 bytes: " + std::string(32, 'n'));
+    EXPECT_EQ(conditionError(""), none + "\"\"");
+    EXPECT_EQ(conditionError(">1"), "a name is empty");
+    EXPECT_EQ(conditionError(std::string(32, 'n') + ">1"), "a name has at most 31 bytes: " + std::string(32, 'n'));
     const std::string number = "no number after the comparison: ";
     for (const std::string text : {"A>", "A>abc", "A==nan", "A===1", "A<>1", "A>1,5", "A>0x1", "A>+-1", "A~+-1"}) {
-        EXPECT_EQ(flawOfCondition(text), number + text);
+        EXPECT_EQ(conditionError(text), number + text);
     }
-    EXPECT_EQ(flawOfCondition("A> 1"), number + "\"A> 1\"");
+    EXPECT_EQ(conditionError("A> 1"), number + "\"A> 1\"");
     const std::string tolerance = "no tolerance, such as 'level~1.5+-0.1': ";
     for (const std::string text : {"A~1", "A~1+-", "A~1+--1", "A~1+-inf", "A~1+-x", "A~1+0.1"}) {
-        EXPECT_EQ(flawOfCondition(text), tolerance + text);
+        EXPECT_EQ(conditionError(text), tolerance + text);
     }
 }
 

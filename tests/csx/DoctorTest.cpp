@@ -108,7 +108,7 @@ TEST(Doctor, SilentHost) {
     ScriptedHost host;
     Csx csx(host.port(), {"--timeout", "800ms", "doctor"});
     const auto peer = host.accept();
-    expectVerdict(csx, 2, "answer", "the connection stands, and the host does not answer", "No answer");
+    expectVerdict(csx, 2, "answer", "the connection is established, and the host does not answer", "No answer");
 }
 
 TEST(Doctor, HostThatIsLostAfterItsAnswer) {

@@ -8,12 +8,12 @@ namespace {
 using namespace std::string_literals;
 
 TEST(Names, HaveOneToThirtyOneBytes) {
-    EXPECT_EQ(flawOfName("A"), "");
-    EXPECT_EQ(flawOfName(std::string(31, 'n')), "");
-    EXPECT_EQ(flawOfName("a b\"\xFF\n"), "");
-    EXPECT_EQ(flawOfName(""), "a name is empty");
-    EXPECT_EQ(flawOfName(std::string(32, 'n')), "a name has at most 31 bytes: " + std::string(32, 'n'));
-    EXPECT_EQ(flawOfName("A\0B"s), "a name has a zero byte: \"A\\x00B\"");
+    EXPECT_EQ(nameError("A"), "");
+    EXPECT_EQ(nameError(std::string(31, 'n')), "");
+    EXPECT_EQ(nameError("a b\"\xFF\n"), "");
+    EXPECT_EQ(nameError(""), "a name is empty");
+    EXPECT_EQ(nameError(std::string(32, 'n')), "a name has at most 31 bytes: " + std::string(32, 'n'));
+    EXPECT_EQ(nameError("A\0B"s), "a name has a zero byte: \"A\\x00B\"");
 }
 
 TEST(Names, AreQuotedWhenTheyAreNotPlain) {

@@ -11,7 +11,7 @@ std::optional<Assignment> assignmentOf(std::string_view text, std::string& flaw)
         return std::nullopt;
     }
     const std::string_view name = text.substr(0, equals);
-    flaw = flawOfName(name);
+    flaw = nameError(name);
     if (!flaw.empty()) {
         return std::nullopt;
     }

@@ -49,6 +49,7 @@ template <typename T>
 void addChoice(CLI::App& app, const std::string& name, T& target, const std::map<std::string, T>& choices,
                const std::string& description) {
     std::vector<std::string> words;
+    words.reserve(choices.size());
     for (const auto& choice : choices) {
         words.push_back(choice.first);
     }
@@ -96,7 +97,7 @@ std::vector<std::string> namesOf(const std::vector<std::string>& words) {
         }
     }
     for (const std::string& name : names) {
-        if (const std::string flaw = flawOfName(name); !flaw.empty()) {
+        if (const std::string flaw = nameError(name); !flaw.empty()) {
             throw CLI::ValidationError("NAME", flaw);
         }
     }
@@ -254,7 +255,7 @@ void CommandLine::addDoctor(CLI::App& app) {
     sub->add_option_function<std::string>(
            "--publish",
            [this](const std::string& name) {
-               if (const std::string flaw = flawOfName(name); !flaw.empty()) {
+               if (const std::string flaw = nameError(name); !flaw.empty()) {
                    throw CLI::ValidationError("--publish", flaw);
                }
                doctorOptions.publishedName = name;

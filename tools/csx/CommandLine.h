@@ -6,7 +6,7 @@
 
 #include "tools/csx/Commands.h"
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the library's name
 class App;
 }  // namespace CLI
 

@@ -95,7 +95,7 @@ std::optional<Condition> conditionOf(std::string_view text, std::string& flaw) {
         return std::nullopt;
     }
     condition.name = std::string(text.substr(0, at));
-    flaw = flawOfName(condition.name);
+    flaw = nameError(condition.name);
     if (!flaw.empty()) {
         return std::nullopt;
     }

@@ -43,8 +43,10 @@ void DataOutput::write(std::string_view bytes) {
 }
 
 bool DataOutput::hasColours() {
+    // NOLINTBEGIN(concurrency-mt-unsafe): no thread of this program changes the environment.
     const char* const off = std::getenv("NO_COLOR");
     const char* const terminal = std::getenv("TERM");
+    // NOLINTEND(concurrency-mt-unsafe)
     const bool isDumb = terminal == nullptr || std::string_view(terminal) == "dumb";
     return isatty(STDOUT_FILENO) == 1 && (off == nullptr || *off == '\0') && !isDumb;
 }

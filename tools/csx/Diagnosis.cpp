@@ -19,7 +19,7 @@ const Diagnosis& diagnosisOf(Failure failure) {
         NO_HOST, "the host stops in the middle of a message",
         "The host hangs, or the path drops large packets. Manual: shell.md, \"It stalls\"."};
     static constexpr Diagnosis kNoAnswer{
-        NO_HOST, "the connection stands, and the host does not answer",
+        NO_HOST, "the connection is established, and the host does not answer",
         "The host hangs, or a program between forwards to nowhere. Manual: shell.md, \"No answer\"."};
     static constexpr Diagnosis kLost{
         LOST, "the connection was lost after the host had answered",

@@ -38,6 +38,7 @@ bool reportUnconfirmed(const std::vector<std::pair<std::string, bool>>& confirme
 
 bool reportUnconfirmed(const std::vector<NamedInput>& inputs, const std::string& when) {
     std::vector<std::pair<std::string, bool>> confirmed;
+    confirmed.reserve(inputs.size());
     for (const NamedInput& named : inputs) {
         confirmed.emplace_back(named.name, named.input.isConfirmed());
     }

@@ -67,7 +67,7 @@ std::string textOf(std::chrono::microseconds duration) {
     const double milliseconds = static_cast<double>(duration.count()) / 1e3;
     if (milliseconds >= 1e6) {
         std::snprintf(text.data(), text.size(), "%.0f s", milliseconds / 1'000);
-    } else if (milliseconds >= 999.5) {  // What is less has at most three digits before the point.
+    } else if (milliseconds >= 999.5) {  // A shorter time has at most three digits before the point.
         std::snprintf(text.data(), text.size(), "%.4g s", milliseconds / 1'000);
     } else {
         std::snprintf(text.data(), text.size(), "%.3g ms", milliseconds);
@@ -109,7 +109,7 @@ bool isSame(const Number& one, const Number& other) {
     return one.real == other.real || (std::isnan(one.real) && std::isnan(other.real));
 }
 
-std::string flawOfName(std::string_view name) {
+std::string nameError(std::string_view name) {
     if (name.empty()) {
         return "a name is empty";
     }

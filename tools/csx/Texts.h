@@ -32,7 +32,7 @@ double valueOf(const Number& number);
 bool isSame(const Number& one, const Number& other);
 
 /// Returns the reason why a text is no name of a parameter; an empty text when it is one.
-std::string flawOfName(std::string_view name);
+std::string nameError(std::string_view name);
 
 /// Returns the name for people: in double quotes when it is empty or contains a blank, a quote, a backslash or a byte
 /// that is not printable. All of these but blanks are then \xNN.
