@@ -19,8 +19,10 @@ class ClassicPanelTest : public testing::Test {
         options.port = port;  // With 0 the system picks one.
         options.initialValues.emplace("lamp", HostValue::integer(1));
         options.eventSink = [this](const com_tesk::HostEvent& event) {
-            presses +=
-                event.kind == com_tesk::HostEvent::Kind::PUBLISHED && event.value == HostValue::integer(1) ? 1 : 0;
+            if (event.kind == com_tesk::HostEvent::Kind::PUBLISHED) {
+                presses += isPressed && event.value == HostValue::integer(0) ? 1 : 0;
+                isPressed = event.value == HostValue::integer(1);
+            }
         };
         port = host.emplace(options).port();
     }
@@ -35,7 +37,8 @@ class ClassicPanelTest : public testing::Test {
         return isTrue;
     }
     std::uint16_t port = 0;
-    std::atomic<int> presses{0};
+    bool isPressed = false;
+    std::atomic<int> presses{0};  // Counted when the button is released.
     std::map<std::string, std::string> shown;
     std::optional<com_tesk::LoopbackHost> host;
 };

@@ -10,9 +10,7 @@
 #include <optional>
 
 using com_tesk::HostValue;
-using std::chrono::steady_clock;
 using namespace std::chrono_literals;
-
 class PanelTest : public testing::Test {
   protected:
     void startHost() {
@@ -20,22 +18,26 @@ class PanelTest : public testing::Test {
         options.port = port;  // With 0 the system picks one.
         options.initialValues.emplace("lamp", HostValue::integer(1));
         options.eventSink = [this](const com_tesk::HostEvent& event) {
-            presses +=
-                event.kind == com_tesk::HostEvent::Kind::PUBLISHED && event.value == HostValue::integer(1) ? 1 : 0;
+            if (event.kind == com_tesk::HostEvent::Kind::PUBLISHED) {
+                presses += isPressed && event.value == HostValue::integer(0) ? 1 : 0;
+                isPressed = event.value == HostValue::integer(1);
+            }
         };
         port = host.emplace(options).port();
     }
     /// Runs the panel's callbacks until the condition holds, for at most 10 seconds.
     static bool eventually(com_tesk::Session& session, const std::function<bool()>& condition) {
         pollfd waiting{session.descriptor(), POLLIN, 0};
-        for (const auto end = steady_clock::now() + 10s; !condition() && steady_clock::now() < end;) {
+        for (const auto end = std::chrono::steady_clock::now() + 10s;
+             !condition() && std::chrono::steady_clock::now() < end;) {
             poll(&waiting, 1, 10);
             session.dispatch();
         }
         return condition();
     }
     std::uint16_t port = 0;
-    std::atomic<int> presses{0};
+    bool isPressed = false;
+    std::atomic<int> presses{0};  // Counted when the button is released.
     std::map<std::string, std::string> shown;
     std::optional<com_tesk::LoopbackHost> host;
 };
