@@ -47,11 +47,11 @@ local field = {
     subKind = ProtoField.uint32("cs.frame.subkind", "Sub-kind", base.DEC, subKinds),
     filler = ProtoField.bytes("cs.frame.filler", "Filler"),
     endMark = ProtoField.uint8("cs.frame.end_mark", "End mark", base.HEX, endMarks),
-    body = ProtoField.bytes("cs.body", "Body", base.SPACE, "The body of a frame that contains no message"),
-    skipped = ProtoField.bytes("cs.skipped", "Skipped", base.SPACE, "Bytes that are no frame"),
+    body = ProtoField.bytes("cs.body", "Body", base.NONE, "The body of a frame that contains no message"),
+    skipped = ProtoField.bytes("cs.skipped", "Skipped", base.NONE, "Bytes that are no frame"),
     protocol = ProtoField.uint8("cs.protocol", "Protocol", base.DEC),
     subprotocol = ProtoField.uint8("cs.subprotocol", "Sub-protocol", base.DEC),
-    unread = ProtoField.bytes("cs.unread", "Not read", base.SPACE, "Bytes that the library does not read"),
+    unread = ProtoField.bytes("cs.unread", "Not read", base.NONE, "Bytes that the library does not read"),
     bodyLength = ProtoField.uint32("cs.body_length", "Body length", base.DEC),
     code = ProtoField.uint16("cs.code", "Message code", base.HEX, codes),
     from = ProtoField.string("cs.from", "From", base.ASCII, "client or host"),
@@ -70,7 +70,7 @@ local field = {
     name = ProtoField.string("cs.name", "Name", base.UNICODE, "In the record, or found by the id"),
     float = ProtoField.float("cs.value.float", "Value"),
     int = ProtoField.int32("cs.value.int", "Value", base.DEC),
-    trailing = ProtoField.bytes("cs.trailing", "Trailing bytes", base.SPACE, "Bytes after the last record"),
+    trailing = ProtoField.bytes("cs.trailing", "Trailing bytes", base.NONE, "Bytes after the last record"),
     versionText = ProtoField.string("cs.version.text", "Version text", base.UNICODE),
     versionProtocol = ProtoField.uint32("cs.version.protocol", "Protocol version", base.DEC),
     versionStatus = ProtoField.uint32("cs.version.status", "Status", base.DEC, statuses),
@@ -163,10 +163,9 @@ local hostMessages = {
     },
 }
 
-local streamField = Field.new("tcp.stream")
-
--- What earlier packets have told, for each TCP stream: the host's end, the names of the ids, the requests that wait. Only the first
+-- What earlier packets have told, for each connection: the host's end, the names of the ids, the requests that wait. Only the first
 -- visit of a packet reads and changes this. A later visit uses what the first has left in `visits`, so that it shows the same.
+-- The key is made of addresses and ports. It is not tcp.stream, which has no value when Wireshark builds no tree.
 local streams
 -- By packet number, then by the place of the frame in the packet: the side, the names that were found, the request, the confirmation.
 local visits
@@ -179,30 +178,30 @@ function cs.init()
     summaries = {}
 end
 
-local function streamOf()
-    local numbers = { streamField() }
-    local number = #numbers > 0 and numbers[#numbers].value or -1
-    local stream = streams[number]
-    if not stream then
-        stream = { inputs = {}, outputs = {}, waiting = {} }
-        streams[number] = stream
-    end
-    return stream
+local function endOf(address, port)
+    return tostring(address) .. " " .. port
 end
 
-local function hostEndOf(address, port)
-    return tostring(address) .. " " .. port
+local function streamOf(pinfo)
+    local source, destination = endOf(pinfo.src, pinfo.src_port), endOf(pinfo.dst, pinfo.dst_port)
+    local key = source < destination and source .. " " .. destination or destination .. " " .. source
+    local stream = streams[key]
+    if not stream then
+        stream = { inputs = {}, outputs = {}, waiting = {} }
+        streams[key] = stream
+    end
+    return stream
 end
 
 -- Returns "client" or "host". `code` is nil when the frame contains no message. A message that only one side sends decides it for
 -- the stream. Until then, the port does. On another port, a client's word with its simulator id tells, then the lower port.
 local function sideOf(stream, pinfo, code, word)
-    local source = hostEndOf(pinfo.src, pinfo.src_port)
+    local source = endOf(pinfo.src, pinfo.src_port)
     if not stream.host and code and code ~= 0x0003 then
         if hostMessages[code] then
             stream.host = source
         elseif clientMessages[code] then
-            stream.host = hostEndOf(pinfo.dst, pinfo.dst_port)
+            stream.host = endOf(pinfo.dst, pinfo.dst_port)
         end
     end
     if stream.host then
@@ -485,7 +484,7 @@ end
 
 -- Adds the body of a frame. Returns its text.
 local function addBody(tvb, pinfo, tree, body, bodyLength, kind, entry)
-    local stream = streamOf()
+    local stream = streamOf(pinfo)
     local captured = math.min(bodyLength, capturedFrom(tvb, body))
     local hasSubHeader = captured >= kSubHeaderLength and tvb:range(body, 1):uint() == 4 and tvb:range(body + 1, 1):uint() == 2
     local code = hasSubHeader and tvb:range(body + 10, 2):uint() or nil
@@ -655,7 +654,20 @@ local function dissectFrame(tvb, pinfo, root)
     return captured
 end
 
-function cs.dissector(tvb, pinfo, root)
+-- Shows the texts of the frames in the information column. TCP keeps the text of frames that an earlier segment began, so that the
+-- column then has more than the new text.
+local function showSummaries(column)
+    if #summaries == 0 then
+        return
+    end
+    local text = table.concat(summaries, "; ")
+    column:set(text)
+    if tostring(column) ~= text then
+        column:set("; " .. text)
+    end
+end
+
+local function dissect(tvb, pinfo, root)
     -- A stream that is recognised late must not be dissected from its beginning when packets are visited again.
     if not pinfo.visited then
         visits[pinfo.number] = visits[pinfo.number] or {}
@@ -665,18 +677,19 @@ function cs.dissector(tvb, pinfo, root)
     pinfo.cols.protocol = "CS"
     summaries = {}
     dissect_tcp_pdus(tvb, root, kLengthsLength, lengthAt, dissectFrame)
-    if #summaries > 0 then
-        pinfo.cols.info = table.concat(summaries, "; ")
-    end
+    showSummaries(pinfo.cols.info)
     return tvb:captured_len()
 end
+
+cs.dissector = dissect
 
 local function dissectHeuristically(tvb, pinfo, root)
     if not beginsFrame(tvb, 0) then
         return false
     end
     pinfo.conversation = cs
-    cs.dissector(tvb, pinfo, root)
+    -- A call of cs.dissector would be one more protocol, for which TCP does not put segments together.
+    dissect(tvb, pinfo, root)
     return true
 end
 
