@@ -1,5 +1,5 @@
 # The files that `cmake --install` installs. The components correspond to the Debian packages: runtime, development, tools,
-# session-runtime, session-development and host-development. debian/*.install names the files of each package.
+# session-runtime, session-development, host-development and wireshark. debian/*.install names the files of each package.
 
 include(CMakePackageConfigHelpers)
 
@@ -84,3 +84,7 @@ if(TARGET csx)
     install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/csx.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()
+
+# Below the prefix /usr, Wireshark looks there. It needs no other file of the project.
+install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/csclient.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins
+    COMPONENT wireshark)

@@ -17,6 +17,15 @@ CLIENT_PORT = 40000
 NOBODY = 65534
 EXPERTS = ("frame_length", "header_length", "body_length", "too_short", "not_a_message", "unknown_code", "direction", "records",
            "trailing", "unknown_id", "refused", "not_shown", "not_captured")
+# Every field of the dissector but the expert information.
+FIELDS = ["cs." + name for name in (
+    "frame.length frame.header_length frame.kind frame.subkind frame.filler frame.end_mark body skipped protocol subprotocol unread "
+    "body_length code from message simulator_id simulator_rest mode zero count rate rate.again rate.output integer id name "
+    "value.float value.int trailing version.text version.protocol version.status request response time").split()]
+EXPERT_FIELDS = ["cs.expert." + name for name in EXPERTS]
+COLUMNS = ["_ws.col.Protocol", "_ws.col.Info"]
+# The last one contains an error of Lua.
+ALL_FIELDS = FIELDS + EXPERT_FIELDS + COLUMNS + ["_ws.expert.message"]
 
 
 # Frames and messages.
@@ -122,6 +131,7 @@ class Tshark:
         self.directory.chmod(0o755)
         self.script = self.directory / DISSECTOR.name
         shutil.copyfile(DISSECTOR, self.script)
+        self.known = {}
         self.as_user = []
         if os.geteuid() == 0:
             self.as_user = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
@@ -150,14 +160,16 @@ class Tshark:
             capture.write(path)
         return self.run("-r", path, *options)
 
-    def fields(self, capture, fields, *options):
-        """Returns one dictionary for each packet: the fields that it has, each with the list of its texts."""
-        # An error of Lua is an expert information.
-        fields = [*fields, "_ws.expert.message"]
-        wanted = [argument for field in fields for argument in ("-e", field)]
-        output = self.read(capture, "-T", "fields", "-E", "separator=/t", "-E", "aggregator=|", *wanted, *options)
-        packets = []
-        for line in output.splitlines():
-            cells = dict(zip(fields, line.split("\t")))
-            packets.append({name: cell.split("|") for name, cell in cells.items() if cell})
-        return packets
+    def fields(self, capture, wanted, *options):
+        """Returns one dictionary for each packet: the wanted fields that it has, each with the list of its texts."""
+        return [{name: values for name, values in packet.items() if name in wanted} for packet in self.packets(capture, *options)]
+
+    def packets(self, capture, *options):
+        """Returns all fields of each packet. tshark takes a second to start, so each capture is read once with the same options."""
+        key = (capture, options)
+        if key not in self.known:
+            wanted = [argument for field in ALL_FIELDS for argument in ("-e", field)]
+            output = self.read(capture, "-T", "fields", "-E", "separator=/t", "-E", "aggregator=|", *wanted, *options)
+            lines = [dict(zip(ALL_FIELDS, line.split("\t"))) for line in output.splitlines()]
+            self.known[key] = [{name: cell.split("|") for name, cell in cells.items() if cell} for cells in lines]
+        return self.known[key]
