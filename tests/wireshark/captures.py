@@ -67,6 +67,22 @@ def conversation():
 
 # Captures.
 
+def capture_of_the_manual(tshark, port=PORT):
+    """Makes a capture of the manual's conversation with text2pcap. Returns its path."""
+    lines = []
+    for heading, data in conversation():
+        lines.append("I" if "Host" in heading else "O")
+        lines += [f"{offset:06x} {data[offset:offset + 16].hex(' ')}" for offset in range(0, len(data), 16)]
+        lines.append("")
+    source, target = tshark.path("conversation.txt"), tshark.path(f"conversation-{port}.pcap")
+    source.write_text("\n".join(lines))
+    # The first port is that of the sender of inbound packets: the host.
+    subprocess.run(["text2pcap", "-q", "-D", "-T", f"{port},{CLIENT_PORT}", source, target], check=True, timeout=20,
+                   capture_output=True)
+    target.chmod(0o644)
+    return target
+
+
 class Capture:
     """Packets of TCP connections, written as a capture of IPv4 packets without a link layer."""
 
