@@ -14,7 +14,8 @@ PAGE = ROOT / "docs" / "manual" / "wire.md"
 PORT = 55580
 # Wireshark has no dissector for this port.
 CLIENT_PORT = 40000
-NOBODY = 65534
+# Root runs tshark as this user, because tshark loads no Lua script for root.
+UNPRIVILEGED_ID = 65534
 EXPERTS = ("frame_length", "header_length", "body_length", "too_short", "not_a_message", "unknown_code", "direction", "records",
            "trailing", "unknown_id", "refused", "not_shown", "not_captured")
 # Every field of the dissector but the expert information.
@@ -140,17 +141,19 @@ class Connection:
 # tshark.
 
 class Tshark:
-    """Runs tshark with the dissector in a directory of its own. As root, tshark loads no Lua script, so root runs it as nobody."""
+    """Runs tshark with the dissector in a directory of its own."""
 
     def __init__(self):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="csclient-wireshark-"))
         self.directory.chmod(0o755)
-        self.script = self.directory / DISSECTOR.name
-        shutil.copyfile(DISSECTOR, self.script)
+        # tshark finds plugins below the home directory.
+        plugins = self.directory / ".local" / "lib" / "wireshark" / "plugins"
+        plugins.mkdir(parents=True)
+        shutil.copyfile(DISSECTOR, plugins / DISSECTOR.name)
         self.known = {}
         self.as_user = []
         if os.geteuid() == 0:
-            self.as_user = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
+            self.as_user = ["setpriv", f"--reuid={UNPRIVILEGED_ID}", f"--regid={UNPRIVILEGED_ID}", "--clear-groups"]
 
     def remove(self):
         shutil.rmtree(self.directory)
@@ -159,22 +162,25 @@ class Tshark:
         return self.directory / name
 
     def run(self, *options):
-        """Returns what tshark prints. An error of Lua, and anything on standard error, is a failure."""
-        done = subprocess.run([*self.as_user, "tshark", "-n", "-X", f"lua_script:{self.script}", *map(str, options)],
+        """Returns what tshark prints. Anything on standard error is a failure."""
+        done = subprocess.run([*self.as_user, "tshark", *map(str, options)],
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=60, encoding="utf-8", errors="replace",
                               env={**os.environ, "HOME": str(self.directory), "LC_ALL": "C.UTF-8"})
-        if done.returncode != 0 or done.stderr or "Lua Error" in done.stdout:
-            place = done.stdout.find("Lua Error")
-            raise AssertionError(f"tshark ended with {done.returncode}: {done.stderr}{done.stdout[max(0, place - 500):place + 500]}")
+        if done.returncode != 0 or done.stderr:
+            raise AssertionError(f"tshark ended with {done.returncode}: {done.stderr}")
         return done.stdout
 
     def read(self, capture, *options):
-        """Returns tshark's output for a capture, which is an object of Capture or a path."""
+        """Returns tshark's output for a capture, which is an object of Capture or a path. An error of Lua is a failure."""
         path = capture
         if isinstance(capture, Capture):
             path = self.path("capture.pcap")
             capture.write(path)
-        return self.run("-r", path, *options)
+        output = self.run("-n", "-r", path, *options)
+        place = output.find("Lua Error")
+        if place >= 0:
+            raise AssertionError(output[max(0, place - 500):place + 500])
+        return output
 
     def fields(self, capture, wanted, *options):
         """Returns one dictionary for each packet: the wanted fields that it has, each with the list of its texts."""

@@ -9,18 +9,18 @@ cs.prefs.port = Pref.uint("TCP port", 55580, "The port on which hosts listen. Ot
 
 -- Sizes in bytes.
 local kHeaderLength = 32
-local kLongestFrame = 16 * 1024 * 1024
+local kMaxFrameLength = 16 * 1024 * 1024
 local kSubHeaderLength = 12
 -- The two lengths at the beginning of a frame.
 local kLengthsLength = 8
 -- The part of a header that is sufficient to recognise a connection: the lengths and the kinds.
-local kLeastHeader = 16
+local kMinHeaderLength = 16
 -- Wireshark accepts a million items in one packet, and a record has up to eight.
-local kMostRecords = 20000
+local kMaxRecords = 20000
 -- Records that the information column names.
-local kMostNamed = 8
+local kMaxNamed = 8
 -- Requests that wait for their confirmation, for each code. A host need not confirm anything.
-local kMostWaiting = 256
+local kMaxUnconfirmed = 256
 local kNoId = 0x000FFFFF
 
 local kinds = { [0] = "data", [3] = "control" }
@@ -249,7 +249,7 @@ end
 local function rememberRequest(stream, code, entry, pinfo, names)
     local waiting = stream.waiting[code] or {}
     stream.waiting[code] = waiting
-    if #waiting == kMostWaiting then
+    if #waiting == kMaxUnconfirmed then
         table.remove(waiting, 1)
     end
     waiting[#waiting + 1] = { entry = entry, number = pinfo.number, time = pinfo.rel_ts, names = names }
@@ -376,7 +376,7 @@ local function addRecord(tree, range, message, stream, pinfo, entry, place)
             found.idItem:add_proto_expert_info(expert.unknownId, reason)
         end
     end
-    local text = printable(found.name or "#" .. found.id)
+    local text = printable(found.name or string.format("#%.0f", found.id))
     if found.text then
         text = text .. "=" .. found.text
     end
@@ -418,22 +418,22 @@ local function addRecords(tvb, pinfo, tree, body, bodyLength, message, count, co
             string.format("%.0f records are announced, and the body has space for %.0f", count, fit))
     end
     local captured = math.min(whole, math.floor(capturedFrom(tvb, body + message.first) / size))
-    local shown = math.min(captured, kMostRecords)
+    local shown = math.min(captured, kMaxRecords)
     local texts = {}
     for place = 1, shown do
         local range = tvb:range(body + message.first + (place - 1) * size, size)
         local text = addRecord(tree, range, message, stream, pinfo, entry, place)
-        if place <= kMostNamed then
+        if place <= kMaxNamed then
             texts[place] = text
         end
     end
     if shown < captured then
-        tree:add_proto_expert_info(expert.notShown, "Only the first " .. kMostRecords .. " records are shown")
+        tree:add_proto_expert_info(expert.notShown, "Only the first " .. kMaxRecords .. " records are shown")
     end
     if captured < whole then
         tree:add_proto_expert_info(expert.notCaptured, "The packet was cut when it was captured")
     end
-    if whole > kMostNamed then
+    if whole > kMaxNamed then
         texts[#texts + 1] = string.format("... (%.0f records)", whole)
     end
     local trailing = message.first + whole * size
@@ -541,7 +541,7 @@ end
 
 -- Returns why the lengths at `offset` are wrong, and the expert information for it; nil when they are right. `offset` and the seven
 -- bytes after it are captured.
-local function flawOfLengths(tvb, offset)
+local function checkLengths(tvb, offset)
     local frameLength = tvb:range(offset, 4):uint()
     if tvb:range(offset + 4, 4):uint() ~= kHeaderLength then
         return "The header length is not 32: the library closes the connection", expert.headerLength
@@ -549,23 +549,23 @@ local function flawOfLengths(tvb, offset)
     if frameLength < kHeaderLength then
         return "The frame is shorter than its header: the library closes the connection", expert.frameLength
     end
-    if frameLength > kLongestFrame then
+    if frameLength > kMaxFrameLength then
         return "The frame is longer than 16 MiB", expert.frameLength
     end
     return nil
 end
 
--- True when the bytes from `offset` on begin as a frame does. Needs kLeastHeader bytes, and checks the whole header if possible.
+-- True when the bytes from `offset` on begin as a frame does. Needs kMinHeaderLength bytes, and checks the whole header if possible.
 local function beginsFrame(tvb, offset)
     local captured = capturedFrom(tvb, offset)
-    if captured < kLeastHeader or flawOfLengths(tvb, offset) then
+    if captured < kMinHeaderLength or checkLengths(tvb, offset) then
         return false
     end
     local kind, subKind = tvb:range(offset + 8, 4):uint(), tvb:range(offset + 12, 4):uint()
     if not (kind == 0 and subKind == 0 or kind == 3 and subKind == 2) then
         return false
     end
-    local rest = tvb:raw(offset + kLeastHeader, math.min(captured, kHeaderLength) - kLeastHeader)
+    local rest = tvb:raw(offset + kMinHeaderLength, math.min(captured, kHeaderLength) - kMinHeaderLength)
     return rest:match(kind == 0 and "^\255*$" or "^\255*\254?$") ~= nil
 end
 
@@ -576,7 +576,7 @@ local function lengthAt(tvb, _, offset)
     if captured < kLengthsLength then
         return rest
     end
-    if not flawOfLengths(tvb, offset) then
+    if not checkLengths(tvb, offset) then
         return tvb:range(offset, 4):uint()
     end
     local bytes = tvb:raw(offset, captured)
@@ -616,7 +616,7 @@ local function dissectFrame(tvb, pinfo, root)
         tree:add_proto_expert_info(expert.notCaptured, "The packet was cut when it was captured")
         return captured
     end
-    local flaw, flawExpert = flawOfLengths(tvb, 0)
+    local flaw, flawExpert = checkLengths(tvb, 0)
     local header = tree:add(cs, tvb:range(0, math.min(captured, kHeaderLength)), "Frame header")
     local lengthItem = header:add(field.frameLength, tvb:range(0, 4))
     local headerLengthItem = header:add(field.headerLength, tvb:range(4, 4))
