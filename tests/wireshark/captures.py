@@ -12,8 +12,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 DISSECTOR = ROOT / "tools" / "wireshark" / "csclient.lua"
 PAGE = ROOT / "docs" / "manual" / "wire.md"
 PORT = 55580
-# Wireshark has no dissector for this port.
-CLIENT_PORT = 40000
+# Wireshark 4.0 and 4.4 have no dissector for this port. They try the lower port first.
+CLIENT_PORT = 52345
 # Root runs tshark as this user, because tshark loads no Lua script for root.
 UNPRIVILEGED_ID = 65534
 EXPERTS = ("frame_length", "header_length", "body_length", "too_short", "not_a_message", "unknown_code", "direction", "records",
