@@ -1,7 +1,7 @@
 # Completion of csx's command line in bash.
 
 _csx() {
-    local word=${COMP_WORDS[COMP_CWORD]} command= i
+    local word=${COMP_WORDS[COMP_CWORD]} command='' i
     COMPREPLY=()
     case ${COMP_WORDS[COMP_CWORD - 1]} in
         -o | --output)
