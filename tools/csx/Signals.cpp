@@ -48,7 +48,7 @@ void dieOf(int signal) {
     sigaddset(&unblocked, signal);
     std::signal(signal, SIG_DFL);
     pthread_sigmask(SIG_UNBLOCK, &unblocked, nullptr);
-    raise(signal);
+    kill(getpid(), signal);
     std::_Exit(128 + signal);
 }
 
