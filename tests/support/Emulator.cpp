@@ -3,7 +3,9 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <set>
 #include <sstream>
 #include <system_error>
 
@@ -42,10 +44,17 @@ pid_t startProgram(const std::string& path, const std::string& ownName, const st
         words.push_back(ownName);
     }
     words.insert(words.end(), arguments.begin(), arguments.end());
-    // Of two variables with one name, programs find the first.
-    std::vector<std::string> variables = environment;
+    // Of two variables with one name, the first counts. An emulator would pass on the last.
+    std::vector<std::string> variables;
+    std::set<std::string> names;
+    const auto add = [&](const std::string& variable) {
+        if (names.insert(variable.substr(0, variable.find('='))).second) {
+            variables.push_back(variable);
+        }
+    };
+    std::for_each(environment.begin(), environment.end(), add);
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        variables.emplace_back(*variable);
+        add(*variable);
     }
 
     posix_spawn_file_actions_t actions;
