@@ -15,7 +15,7 @@ constexpr std::size_t kMaxUnfinished = std::size_t{1} << 20U;
 }  // namespace
 
 void Lines::read() {
-    std::array<char, 65'536> chunk;  // NOLINT(cppcoreguidelines-pro-type-member-init): `read` fills it.
+    std::array<char, 65'536> chunk;
     const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
     if (count > 0) {
         bytes.erase(0, begin);
