@@ -116,6 +116,7 @@ TEST_F(AcknowledgedStop, NextStopSendsWhatIsStagedThen) {
 }
 
 TEST_F(AcknowledgedStop, EndsSoonAfterTheLastValueHasLeftWithoutAFlush) {
+    options.gather = 1h;  // Only the stop sends the value.
     startWith(1);
     outputs[0].set(1);
     held.release();
