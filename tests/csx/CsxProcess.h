@@ -32,6 +32,12 @@ using Json = nlohmann::json;
 /// A time within which nothing is expected to happen.
 constexpr std::chrono::milliseconds kQuiet{300};
 
+/// A time-out of csx that ends within the test: long enough for the answers that the host of the test gives, also where
+/// programs are slow.
+const bool kIsSlow = test::kUnderThreadSanitizer || test::isEmulated();
+const std::string kTimeOut = kIsSlow ? "6s" : "1s";
+const std::string kTimeOutText = kIsSlow ? "6 s" : "1 s";
+
 /// A running csx. It is killed at the end of the test.
 class Csx : public ChildProcess {
   public:

@@ -20,7 +20,7 @@ TEST(DoctorNames, EachIsConfirmedAndHasAValue) {
 
 TEST(DoctorNames, NotConfirmed) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "500ms", "doctor", "A", "NO"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "doctor", "A", "NO"});
     const auto peer = acceptAndAnswer(host, 1);
     answerOnly(*peer, readRequest(*peer), {"A"});
     expectVerdict(csx, 3, "name NO", "the host does not confirm the name", "section 5");
@@ -44,7 +44,7 @@ TEST(DoctorNames, TheEchoOfBothTypesIsTheValueThatWasThere) {
 
 TEST(DoctorNames, OutputNotConfirmed) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "500ms", "doctor", "--publish", "A"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "doctor", "--publish", "A"});
     const auto peer = acceptAndAnswer(host, 2);
     EXPECT_EQ(readRequest(*peer).code, Request::OUTPUTS);
     expectVerdict(csx, 3, "output A", "the host does not confirm the output", "section 5");
@@ -52,7 +52,7 @@ TEST(DoctorNames, OutputNotConfirmed) {
 
 TEST(DoctorNames, NoEcho) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "500ms", "doctor", "--publish", "A"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "doctor", "--publish", "A"});
     const auto peer = acceptAndAnswer(host, 3);
     EXPECT_EQ(readRequest(*peer).code, Request::VALUES);
     expectVerdict(csx, 1, "echo A", "a published value does not come back", "section 7");

@@ -106,7 +106,7 @@ TEST(Doctor, HostThatStallsInAFrame) {
 
 TEST(Doctor, SilentHost) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "800ms", "doctor"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "doctor"});
     const auto peer = host.accept();
     expectVerdict(csx, 2, "answer", "the connection is established, and the host does not answer", "No answer");
 }

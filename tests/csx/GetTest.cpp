@@ -71,17 +71,17 @@ TEST(Get, TheSimulatorIdIsThatOfTheOption) {
 
 TEST(Get, UnconfirmedNamesEndItWithThree) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "500ms", "get", "A", "n o", "B", "NO"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "get", "A", "n o", "B", "NO"});
     const auto peer = acceptAndAnswerOnly(host, 2, {"A", "B"});
     const Ended get = ended(csx);
     EXPECT_EQ(get.code, 3);
     EXPECT_EQ(valuesOf(get.out), "A 0|B 0");
-    EXPECT_EQ(get.err, "csx: not confirmed within 500 ms: \"n o\" NO\n");
+    EXPECT_EQ(get.err, "csx: not confirmed within " + kTimeOutText + ": \"n o\" NO\n");
 }
 
 TEST(Get, ManyUnconfirmedNamesAreCounted) {
     ScriptedHost host;
-    Arguments arguments{"--timeout", "500ms", "get"};
+    Arguments arguments{"--timeout", kTimeOut, "get"};
     for (int i = 0; i < 12; ++i) {
         arguments.push_back("N" + std::to_string(i));
     }
@@ -90,7 +90,7 @@ TEST(Get, ManyUnconfirmedNamesAreCounted) {
     const Ended get = ended(csx);
     EXPECT_EQ(get.code, 3);
     EXPECT_EQ(get.out, "");
-    EXPECT_EQ(get.err, "csx: not confirmed within 500 ms: N0 N1 N2 N3 N4 N5 N6 N7 N8 N9 and 2 more\n");
+    EXPECT_EQ(get.err, "csx: not confirmed within " + kTimeOutText + ": N0 N1 N2 N3 N4 N5 N6 N7 N8 N9 and 2 more\n");
 }
 
 TEST(Get, ARefusingPortEndsItWithTwo) {
@@ -112,11 +112,11 @@ TEST(Get, AHostThatIsNotReachedEndsItWithTwo) {
 
 TEST(Get, ASilentHostEndsItWithTwo) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "300ms", "get", "A"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "get", "A"});
     const auto peer = host.accept();
     const Ended get = ended(csx);
     EXPECT_EQ(get.code, 2);
-    EXPECT_TRUE(contains(get.err, "connected, but no answer within 300 ms")) << get.err;
+    EXPECT_TRUE(contains(get.err, "connected, but no answer within " + kTimeOutText)) << get.err;
 }
 
 TEST(Get, AHostThatClosesAtOnceEndsItWithTwo) {

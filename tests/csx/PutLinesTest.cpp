@@ -83,7 +83,7 @@ TEST_F(PutLines, AnotherTypeIsABadLine) {
 
 TEST_F(PutLines, AnUnconfirmedNameDoesNotStopTheOthers) {
     ScriptedHost host;
-    start(host.port(), {"--timeout", "500ms"});
+    start(host.port(), {"--timeout", kTimeOut});
     const auto peer = acceptAndAnswer(host, 1);
     csx->write("NO=1\n");
     EXPECT_EQ(readRequest(*peer).code, Request::OUTPUTS);
@@ -96,7 +96,7 @@ TEST_F(PutLines, AnUnconfirmedNameDoesNotStopTheOthers) {
     EXPECT_EQ(values.records.size(), 1U);
     const Ended put = end();
     EXPECT_EQ(put.code, 3);
-    EXPECT_EQ(put.err, "csx: not confirmed within 500 ms: NO\n");
+    EXPECT_EQ(put.err, "csx: not confirmed within " + kTimeOutText + ": NO\n");
 }
 
 TEST_F(PutLines, AnUnconfirmedNameDoesNotDelayThoseBefore) {

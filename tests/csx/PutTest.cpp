@@ -95,7 +95,7 @@ TEST(Put, HoldPublishesAgainAfterALoss) {
 
 TEST(Put, UnconfirmedNamesEndItWithThree) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "500ms", "put", "A=1", "NO=2", "B=3"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "put", "A=1", "NO=2", "B=3"});
     const auto peer = acceptAndAnswerOnly(host, 2, {"A", "B"});
     const Request request = readRequest(*peer);
     EXPECT_EQ(request.code, Request::VALUES);
@@ -103,18 +103,18 @@ TEST(Put, UnconfirmedNamesEndItWithThree) {
     EXPECT_TRUE(peer->waitForEnd());
     const Ended put = ended(csx);
     EXPECT_EQ(put.code, 3);
-    EXPECT_EQ(put.err, "csx: not confirmed within 500 ms: NO\n");
+    EXPECT_EQ(put.err, "csx: not confirmed within " + kTimeOutText + ": NO\n");
 }
 
 TEST(Put, OfAnUnconfirmedNameNoEchoIsExpected) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "500ms", "put", "--echo", "400ms", "A=1", "NO=2"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "put", "--echo", "400ms", "A=1", "NO=2"});
     const auto peer = acceptAndAnswerOnly(host, 3, {"A"});
     EXPECT_EQ(readRequest(*peer).code, Request::VALUES);
     const Ended put = ended(csx);
     EXPECT_EQ(put.code, 3);
     EXPECT_EQ(put.err,
-              "csx: not confirmed within 500 ms: NO\n"
+              "csx: not confirmed within " + kTimeOutText + ": NO\n"
               "csx: A has not come back as 1 within 400 ms: it is 0\n");
 }
 

@@ -72,7 +72,7 @@ TEST(Wait, AHoldThatIsBrokenBeginsAgain) {
 TEST(Wait, AHoldThatIsTooShortEndsItWithOne) {
     LoopbackHost host(zeros());
     host.setValue("A", HostValue::real(1));
-    const Ended wait = run(host.port(), {"wait", "--hold", "1h", "--within", "500ms", "A==1"});
+    const Ended wait = run(host.port(), {"wait", "--hold", "1h", "--within", kTimeOut, "A==1"});
     EXPECT_EQ(wait.code, 1);
     EXPECT_EQ(wait.out, "");
     EXPECT_EQ(wait.err, "csx: the conditions have not held for 3600 s\n");
@@ -80,10 +80,10 @@ TEST(Wait, AHoldThatIsTooShortEndsItWithOne) {
 
 TEST(Wait, AConditionThatIsNotReachedEndsItWithOne) {
     LoopbackHost host(zeros());
-    const Ended wait = run(host.port(), {"wait", "--within", "500ms", "A>=1", "B==0"});
+    const Ended wait = run(host.port(), {"wait", "--within", kTimeOut, "A>=1", "B==0"});
     EXPECT_EQ(wait.code, 1);
     EXPECT_EQ(wait.out, "");
-    EXPECT_EQ(wait.err, "csx: not reached within 500 ms: A>=1, it is 0\n");
+    EXPECT_EQ(wait.err, "csx: not reached within " + kTimeOutText + ": A>=1, it is 0\n");
 }
 
 TEST(Wait, ValuesOfALostConnectionDoNotCount) {
@@ -144,11 +144,11 @@ TEST(Wait, AHostThatComesWithinTheTimeoutIsFound) {
 
 TEST(Wait, UnconfirmedNamesEndItWithThree) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "300ms", "wait", "--within", "600ms", "A==0", "NO==0"});
+    Csx csx(host.port(), {"wait", "--within", kTimeOut, "A==0", "NO==0"});
     const auto peer = acceptAndAnswerOnly(host, 2, {"A"});
     const Ended wait = ended(csx);
     EXPECT_EQ(wait.code, 3);
-    EXPECT_EQ(wait.err, "csx: not confirmed within 600 ms: NO\n");
+    EXPECT_EQ(wait.err, "csx: not confirmed within " + kTimeOutText + ": NO\n");
 }
 
 TEST(Wait, WithoutAConnectionAtTheEndItEndsWithFour) {

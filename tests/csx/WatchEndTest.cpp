@@ -105,9 +105,9 @@ TEST(WatchEnd, AHostThatComesWithinTheTimeoutIsFound) {
 
 TEST(WatchEnd, UnconfirmedNamesEndItWithThreeAndAreReportedBefore) {
     ScriptedHost host;
-    Csx csx(host.port(), {"--timeout", "300ms", "watch", "--for", "2s", "A", "NO"});
+    Csx csx(host.port(), {"--timeout", kTimeOut, "watch", "--for", kIsSlow ? "20s" : "3s", "A", "NO"});
     const auto peer = acceptAndAnswerOnly(host, 2, {"A"});
-    EXPECT_TRUE(csx.waitForErr("csx: not confirmed within 300 ms: NO\n"));
+    EXPECT_TRUE(csx.waitForErr("csx: not confirmed within " + kTimeOutText + ": NO\n"));
     peer->send(test::hexFrame(test::update(1, {test::updated(101, 1, "00 00 00 05")})));
     EXPECT_TRUE(csx.waitForOut("A 5\n"));
     EXPECT_EQ(csx.exitCode(), 3);
