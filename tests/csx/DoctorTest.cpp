@@ -120,6 +120,35 @@ TEST(Doctor, HostThatIsLostAfterItsAnswer) {
     expectVerdict(csx, 4, "name A", "the connection was lost after the host had answered", "The connection was lost");
 }
 
+TEST(Doctor, SystemThatRefusesASocket) {
+    if (test::isEmulated()) {
+        GTEST_SKIP() << "the emulator needs descriptors itself";
+    }
+    LoopbackHost host(HostOptions{});
+    const std::string place = "127.0.0.1:" + std::to_string(host.port());
+    ChildProcess::Setup shell = Csx::setup();
+    shell.path = "/bin/sh";
+    shell.ownName = "sh";
+    // With very few descriptors the program does not start. With some more, only the socket is missing.
+    bool wasSocketMissing = false;
+    for (int limit = 3; limit < 30; ++limit) {
+        ChildProcess csx(shell,
+                         {"-c", "ulimit -n $0; exec \"$@\"", std::to_string(limit), CSX_PATH, "-H", place, "doctor"});
+        const int code = csx.exitCode();
+        EXPECT_GE(code, 0) << "a signal ended it, limit " << limit;
+        EXPECT_EQ(code == 0, contains(csx.outText(), "verdict: everything works\n")) << limit;
+        EXPECT_TRUE(code == 0 || !(csx.outText() + csx.errText()).empty()) << limit;
+        if (contains(csx.outText(), "verdict: this system refused a socket, a thread or memory\n")) {
+            EXPECT_EQ(code, 2);
+            wasSocketMissing = true;
+        }
+        if (code == 0) {
+            break;
+        }
+    }
+    EXPECT_TRUE(wasSocketMissing);
+}
+
 TEST(Doctor, ASignalEndsIt) {
     ScriptedHost host;
     Csx csx(host.port(), {"--timeout", "1h", "doctor"});

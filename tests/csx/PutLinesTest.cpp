@@ -81,6 +81,25 @@ TEST_F(PutLines, AnotherTypeIsABadLine) {
     EXPECT_EQ(host.value("A"), HostValue::real(1));
 }
 
+TEST_F(PutLines, WithoutAnAcknowledgementTheyEndItWithOne) {
+    ScriptedHost host;
+    start(host.port(), {"--timeout", kTimeOut});
+    const auto peer = host.accept();
+    ASSERT_NE(peer, nullptr);
+    peer->shrinkReceiveBuffer();
+    answer(*peer, readRequest(*peer));
+    // The host's system takes only a part of these values.
+    std::string text;
+    for (int i = 0; i < 3'000; ++i) {
+        text += "A=" + std::to_string(i) + '\n';
+    }
+    csx->write(text);
+    answer(*peer, readRequest(*peer), 1);
+    const Ended put = end();
+    EXPECT_EQ(put.code, 1);
+    EXPECT_EQ(put.err, "csx: the host has not acknowledged the values within " + kTimeOutText + '\n');
+}
+
 TEST_F(PutLines, AnUnconfirmedNameDoesNotStopTheOthers) {
     ScriptedHost host;
     start(host.port(), {"--timeout", kTimeOut});

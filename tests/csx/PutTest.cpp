@@ -113,9 +113,9 @@ TEST(Put, OfAnUnconfirmedNameNoEchoIsExpected) {
     EXPECT_EQ(readRequest(*peer).code, Request::VALUES);
     const Ended put = ended(csx);
     EXPECT_EQ(put.code, 3);
-    EXPECT_EQ(put.err,
-              "csx: not confirmed within " + kTimeOutText + ": NO\n"
-              "csx: A has not come back as 1 within 400 ms: it is 0\n");
+    EXPECT_EQ(put.err, "csx: not confirmed within " + kTimeOutText +
+                           ": NO\n"
+                           "csx: A has not come back as 1 within 400 ms: it is 0\n");
 }
 
 TEST(Put, WithoutAHostItEndsWithTwo) {

@@ -1,5 +1,6 @@
 // Command lines that are invalid, and help.
 
+#include "client/CSClient.h"
 #include "tests/csx/CsxProcess.h"
 
 namespace com_tesk::csx_test {
@@ -20,7 +21,8 @@ void expectUsageError(const Arguments& arguments, const std::vector<std::string>
     }
     EXPECT_TRUE(usage.code >= 100 && usage.code <= 127) << usage.code << all;
     EXPECT_EQ(usage.out, "") << all;
-    EXPECT_NE(usage.err, "") << all;
+    EXPECT_EQ(usage.err.rfind("csx: ", 0), 0U) << usage.err << all;
+    EXPECT_TRUE(contains(usage.err, "\nRun csx --help for more information.\n")) << usage.err << all;
     EXPECT_EQ(host.accept(0ms), nullptr) << all;
 }
 
@@ -119,6 +121,21 @@ TEST(Usage, HelpIsDataAndEndsWithZero) {
         EXPECT_TRUE(contains(help.out, "Usage: ")) << help.out;
         EXPECT_EQ(help.err, "");
     }
+}
+
+TEST(Usage, HelpOfACommandNamesTheCommonOptions) {
+    for (const char* const command : {"get", "put", "watch", "wait", "info", "doctor"}) {
+        Csx csx({command, "--help"});
+        EXPECT_TRUE(contains(ended(csx).out, "--host, --id, --timeout, --output")) << command;
+    }
+}
+
+TEST(Usage, TheVersionIsThatOfTheLibrary) {
+    Csx csx(Arguments{"--version"});
+    const Ended version = ended(csx);
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, std::string("csx ") + CSClient::getClientVersion() + '\n');
+    EXPECT_EQ(version.err, "");
 }
 
 TEST(Usage, HelpHasTheExitCodes) {

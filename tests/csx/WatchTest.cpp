@@ -178,6 +178,8 @@ TEST_F(Watch, WithoutAConnectionAtTheEndItEndsWithFour) {
     startA({"--for", "3s", "A"});
     host = nullptr;
     EXPECT_EQ(csx->exitCode(), 4);
+    EXPECT_TRUE(contains(csx->errText(), "\ncsx: there was no connection when the time had passed\n"))
+        << csx->errText();
     EXPECT_EQ(linesOf(csx->errText()).empty(), false);
 }
 

@@ -25,7 +25,7 @@ _csx() {
             get | put | watch | wait | info | doctor | completion) command=${COMP_WORDS[i]} ;;
         esac
     done
-    local options='-h --help -H --host --id --timeout -o --output'
+    local options='-h --help --version -H --host --id --timeout -o --output'
     case $command in
         '') options+=' get put watch wait info doctor completion' ;;
         put) options+=' --echo --hold' ;;

@@ -3,6 +3,7 @@
 set -l commands get put watch wait info doctor completion
 complete -c csx -f
 complete -c csx -s h -l help -d 'print the help'
+complete -c csx -l version -d 'print the version'
 complete -c csx -s H -l host -x -a '(__fish_print_hostnames)' -d 'host and port'
 complete -c csx -l id -x -d 'simulator id of this client'
 complete -c csx -l timeout -x -d 'time for connecting and for answers'

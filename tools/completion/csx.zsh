@@ -5,6 +5,7 @@ _csx() {
     local -a common commands
     common=(
         '(- *)'{-h,--help}'[print the help]'
+        '(- *)--version[print the version]'
         {-H,--host}'[host and port]:host:_hosts'
         '--id[simulator id of this client]:number:'
         '--timeout[time for connecting and for answers]:time:'

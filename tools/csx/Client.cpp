@@ -52,6 +52,7 @@ std::chrono::milliseconds milliseconds(std::chrono::microseconds duration) {
 Client::Client(const CommonOptions& commonOptions, Patience howPatient, Signals& stopSignals,
                std::optional<std::chrono::microseconds> maxSilence)
     : options(commonOptions),
+      connectLimit(commonOptions.timeout),
       isPatient(howPatient == Patience::TIMEOUT),
       signals(stopSignals),
       connection(sessionOptions(commonOptions, maxSilence)) {
@@ -70,8 +71,9 @@ void Client::note(const LinkEvent& event) {
     }
 }
 
-ExitCode Client::connect(const std::function<bool()>& isDone) {
-    const Clock::time_point deadline = fromNow(options.timeout);
+ExitCode Client::connect(const std::function<bool()>& isDone, std::optional<std::chrono::microseconds> limit) {
+    connectLimit = limit.value_or(options.timeout);
+    const Clock::time_point deadline = fromNow(connectLimit);
     connection.start();
     const bool isReady = runUntil([&] { return connection.link() == Link::READY || isDone(); }, deadline);
     connection.dispatch();  // The events of what has happened.
@@ -121,9 +123,9 @@ ExitCode Client::reportFailure() const {
     if (failure) {
         say((wasAnswered ? "the connection was lost: " : "no host: ") + reasonOf(*failure));
     } else if (connection.link() >= Link::CONNECTED) {
-        say("no host: " + place() + ": connected, but no answer within " + textOf(options.timeout));
+        say("no host: " + place() + ": connected, but no answer within " + textOf(connectLimit));
     } else {
-        say("no host: " + place() + ": not reached within " + textOf(options.timeout));
+        say("no host: " + place() + ": not reached within " + textOf(connectLimit));
     }
     return wasAnswered ? LOST : NO_HOST;
 }

@@ -45,11 +45,13 @@ class Client {
     const Session& session() const { return connection; }
 
     /// Starts, and waits until the host has answered and confirmed everything that is declared, or the condition is
-    /// true, for at most the time-out of the common options.
+    /// true, for at most `limit`, by default the time-out of the common options.
     /// @return `DONE`; `NO_HOST`, `LOST` or `UNCONFIRMED` otherwise. For the first two a line on standard error has
     ///         said why.
     /// @throw Interrupted
-    ExitCode connect(const std::function<bool()>& isDone = [] { return false; });
+    ExitCode connect(
+        const std::function<bool()>& isDone = [] { return false; },
+        std::optional<std::chrono::microseconds> limit = std::nullopt);
 
     /// Runs callbacks until the condition is true, the time has come, or, without patience, the connection has failed.
     /// @return the last result of the condition.
@@ -94,6 +96,8 @@ class Client {
     void note(const LinkEvent& event);
 
     const CommonOptions& options;
+    /// The time for which `connect` tries.
+    std::chrono::microseconds connectLimit;
     bool isPatient;
     Signals& signals;
     std::optional<LinkEvent> failure;

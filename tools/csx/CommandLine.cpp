@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 
+#include "client/CSClient.h"
 #include "tools/csx/Completion.h"
 #include "tools/csx/Lines.h"
 #include "tools/csx/Texts.h"
@@ -15,6 +16,9 @@ namespace com_tesk::csx {
 namespace {
 
 constexpr char kDescription[] = "Reads, writes and watches the values of a simulation host.";
+
+constexpr char kCommandFooter[] =
+    "Before or after the command: --host, --id, --timeout, --output. 'csx --help' describes them and the exit codes.";
 
 constexpr char kFooter[] =
     "Durations: 250ms, 5s, 2m, 1h. CSX_HOST in the environment is the default of --host.\n"
@@ -142,6 +146,10 @@ CommandLine::CommandLine(CLI::App& app) {
     app.name("csx");
     app.description(kDescription);
     app.footer(kFooter);
+    app.set_version_flag("--version", std::string("csx ") + CSClient::getClientVersion());
+    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+        return std::string("csx: ") + error.what() + "\nRun csx --help for more information.\n";
+    });
     app.require_subcommand(1);
     app.fallthrough();  // The common options may also follow the command.
     addCommonOptions(app);
@@ -152,6 +160,9 @@ CommandLine::CommandLine(CLI::App& app) {
     addInfo(app);
     addDoctor(app);
     addCompletion(app);
+    for (CLI::App* const sub : app.get_subcommands(nullptr)) {
+        sub->footer(kCommandFooter);
+    }
 }
 
 void CommandLine::addCommonOptions(CLI::App& app) {

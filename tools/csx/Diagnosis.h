@@ -22,6 +22,17 @@ enum class Failure {
     NO_ECHO,
 };
 
+/// All of them.
+constexpr Failure kFailures[] = {
+    Failure::NAME_NOT_FOUND, Failure::REFUSED,
+    Failure::UNREACHABLE,    Failure::CLOSED_AT_ONCE,
+    Failure::NOT_A_HOST,     Failure::STALLED,
+    Failure::NO_ANSWER,      Failure::LOST,
+    Failure::LOCAL,          Failure::NAME_NOT_CONFIRMED,
+    Failure::NO_VALUE,       Failure::OUTPUT_NOT_CONFIRMED,
+    Failure::NO_ECHO,
+};
+
 /// A failure for people.
 struct Diagnosis {
     ExitCode code;

@@ -110,7 +110,8 @@ class Doctor {
                 return failWithLink(step, Failure::NO_VALUE);
             }
             const Number value = named.input.read().value;
-            pass(step, textOf(value) + (value.isInteger ? " (int)" : " (float)"));
+            pass(step, textOf(value) + (value.isInteger ? " (int)" : " (float)") +
+                           (valueOf(value) == 0 ? "; a name that nobody has published is 0, too" : ""));
         }
         return true;
     }

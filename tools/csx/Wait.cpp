@@ -37,7 +37,7 @@ class Wait {
 
     ExitCode run() {
         const Clock::time_point end = fromNow(options.within);
-        const ExitCode code = client.connect([&] { return isReached() || Clock::now() >= end; });
+        const ExitCode code = client.connect([&] { return isReached() || Clock::now() >= end; }, options.within);
         if (code == NO_HOST) {
             return code;
         }
@@ -83,7 +83,14 @@ class Wait {
 
     /// Without a connection nothing is known about the values.
     void note(const LinkEvent& event) {
-        if (event.cause == Cause::NONE || event.cause == Cause::STOPPED_BY_US || !client.hasAnswered() || isReached()) {
+        if (event.cause == Cause::NONE || event.cause == Cause::STOPPED_BY_US || isReached()) {
+            return;
+        }
+        if (!client.hasAnswered()) {
+            if (!wasReportedAsAbsent) {
+                wasReportedAsAbsent = true;
+                say("no host yet: " + reasonOf(event));
+            }
             return;
         }
         say(reasonOf(event));
@@ -135,6 +142,7 @@ class Wait {
     /// Since when all conditions hold.
     std::optional<Clock::time_point> heldSince;
     bool wasReached = false;
+    bool wasReportedAsAbsent = false;
 };
 
 }  // namespace

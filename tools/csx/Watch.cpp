@@ -136,6 +136,7 @@ class Watch {
             return client.reportFailure();
         }
         if (client.session().link() < Link::ANSWERED) {
+            say("there was no connection when the time had passed");
             return LOST;
         }
         const bool areAllConfirmed =
