@@ -85,7 +85,6 @@ void Supervisor::open() {
     }
     wasUp = false;
     isClosing = false;
-    hasEndedSending = false;
     phase = Phase::OPEN;
     if (protocol.openConnection(found.address, options.port, nullptr) != CSClient::RESULT_OK) {
         // There is no thread for the worker. Its routine ends the attempt on this one.
