@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -43,6 +44,18 @@ TEST(Diagnosis, EveryHintNamesASectionOfTheManual) {
         EXPECT_TRUE(hasSection(headingsOf(match[1]), match[2], match[3])) << hint;
     }
     EXPECT_EQ(verdicts.size(), std::size(kFailures)) << "two failures have the same verdict";
+}
+
+TEST(Diagnosis, AConnectionShowsThatTheHostHasAccepted) {
+    EXPECT_TRUE(hasAccepted({Link::CONNECTED, Cause::NONE, 0, ""}));
+    EXPECT_TRUE(hasAccepted({Link::READY, Cause::NONE, 0, ""}));
+    EXPECT_FALSE(hasAccepted({Link::CONNECTING, Cause::NONE, 0, ""}));
+    EXPECT_FALSE(hasAccepted({Link::CONNECTING, Cause::REFUSED, ECONNREFUSED, ""}));
+    EXPECT_FALSE(hasAccepted({Link::CONNECTING, Cause::UNREACHABLE, ETIMEDOUT, ""}));
+}
+
+TEST(Diagnosis, AResetShowsThatTheHostHasAccepted) {
+    EXPECT_TRUE(hasAccepted({Link::CONNECTING, Cause::UNREACHABLE, ECONNRESET, ""}));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "tools/csx/Diagnosis.h"
 
+#include <cerrno>
+
 namespace com_tesk::csx {
 
 const Diagnosis& diagnosisOf(Failure failure) {
@@ -66,6 +68,11 @@ const Diagnosis& diagnosisOf(Failure failure) {
             return kNoEcho;
     }
     return kLocal;
+}
+
+bool hasAccepted(const LinkEvent& event) {
+    // A host that resets the connection at once has accepted it, although the attempt to connect fails.
+    return (event.cause == Cause::NONE && event.link >= Link::CONNECTED) || event.error == ECONNRESET;
 }
 
 Failure failureOf(const LinkEvent& event, bool wasConnected, bool hasAnswered) {

@@ -43,6 +43,9 @@ struct Diagnosis {
 /// Returns the texts and the exit code of a failure.
 const Diagnosis& diagnosisOf(Failure failure);
 
+/// True when the event shows that TCP has accepted the connection.
+bool hasAccepted(const LinkEvent& event);
+
 /// Returns what a failed connection means.
 /// @param wasConnected  TCP had accepted.
 /// @param hasAnswered   the host had answered the version request.

@@ -28,11 +28,7 @@ class Doctor {
           client(commonOptions, Patience::FIRST_FAILURE, signals, commonOptions.timeout * 3 / 4),
           output(signals),
           printer(commonOptions.format, TimeStyle::NONE, output) {
-        client.onEvent = [this](const LinkEvent& event) {
-            // A host that resets the connection at once has accepted it, although the attempt to connect fails.
-            wasConnected = wasConnected || (event.cause == Cause::NONE && event.link >= Link::CONNECTED) ||
-                           event.error == ECONNRESET;
-        };
+        client.onEvent = [this](const LinkEvent& event) { wasConnected = wasConnected || hasAccepted(event); };
     }
 
     ExitCode run() {
