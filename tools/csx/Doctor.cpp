@@ -4,7 +4,6 @@
 #include <netdb.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 
 #include "tools/csx/Commands.h"
