@@ -123,9 +123,12 @@ void Dispatcher::addQualityChange(InputSlot& slot) {
 }
 
 void Dispatcher::queue(InputSlot& slot) {
-    if (slot.callback != nullptr && !slot.isQueued) {
+    if (slot.callback == nullptr) {
+        return;
+    }
+    const std::size_t wanted = slot.delivery() == Delivery::EVERY ? slot.queue.size() : 1;
+    for (; slot.timesQueued < wanted; ++slot.timesQueued) {
         inputs.push_back(&slot);
-        slot.isQueued = true;
         pipe.signal();
     }
 }
@@ -190,7 +193,7 @@ std::size_t Dispatcher::runInputs() {
             }
             slot = inputs.front();
             inputs.pop_front();
-            slot->isQueued = false;
+            --slot->timesQueued;
         }
         count += runInput(*slot);
     }
@@ -201,19 +204,11 @@ std::size_t Dispatcher::runInput(InputSlot& slot) {
     std::shared_ptr<const InputSlot::Callback> callback;
     SampleReading reading;
     if (slot.delivery() == Delivery::EVERY) {
-        std::size_t count = 0;
-        try {
-            for (; count < slot.maxQueued() && !hasEnded && takeReading(slot, callback, reading); ++count) {
-                (*callback)(reading);
-            }
-        } catch (...) {
-            const MutexLock lock(mutex);
-            if (!slot.queue.empty()) {
-                queue(slot);
-            }
-            throw;
+        if (!takeReading(slot, callback, reading)) {
+            return 0;
         }
-        return count;
+        (*callback)(reading);
+        return 1;
     }
     bool isCallbackNew = false;
     {

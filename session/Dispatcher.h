@@ -18,8 +18,8 @@ namespace com_tesk::session {
 /// The callbacks that wait, and the functions to call. The session's threads add; the application's thread runs.
 ///
 /// No lock is held while a callback runs. Each function is kept alive by the call that runs it, so a callback may
-/// replace itself. The size is bounded: each input waits at most once, with a queue of bounded size, and link events
-/// have a limit.
+/// replace itself. The size is bounded: an input waits at most once, or with `Delivery::EVERY` once for each reading in a
+/// queue of bounded size, and link events have a limit.
 class Dispatcher {
   public:
     using LinkCallback = std::function<void(const LinkEvent&)>;
@@ -98,7 +98,7 @@ class Dispatcher {
     std::shared_ptr<const LinkCallback> linkCallback CSCLIENT_GUARDED_BY(mutex);
     std::shared_ptr<const UpdateCallback> updateCallback CSCLIENT_GUARDED_BY(mutex);
     std::deque<LinkEvent> events CSCLIENT_GUARDED_BY(mutex);
-    /// Inputs that wait, each once.
+    /// Inputs that wait, in the order in which their values have arrived. With `Delivery::EVERY` once for each reading.
     std::deque<InputSlot*> inputs CSCLIENT_GUARDED_BY(mutex);
     /// Values that have arrived since the last call for updates.
     std::size_t updatedValues CSCLIENT_GUARDED_BY(mutex) = 0;

@@ -133,7 +133,8 @@ class InputSlot {
 
     std::shared_ptr<const Callback> callback;
     bool isCallbackNew = false;  ///< It has not been called.
-    bool isQueued = false;
+    /// How often the input waits for the dispatcher.
+    std::size_t timesQueued = 0;
     std::vector<SampleReading> queue;  ///< With `Delivery::EVERY`: at most `queueSize`.
 
     // The dispatching thread.

@@ -55,6 +55,21 @@ TEST(Wait, AllConditionsMustHoldAtTheSameTime) {
     EXPECT_EQ(valuesOf(wait.out), "A 1|B 1");
 }
 
+TEST(Wait, ValuesOfOneMessageCountTogether) {
+    ScriptedHost host;
+    Csx csx(host.port(), {"wait", "A==1", "B==1"});
+    const auto peer = acceptAndAnswerOnly(host, 2, {"A", "B"});
+    peer->send(test::hexFrame(test::update(1, {test::updated(101, 1, "00 00 00 01")})));
+    const std::string exchange =
+        test::update(2, {test::updated(102, 1, "00 00 00 01"), test::updated(101, 1, "00 00 00 00")});
+    peer->send(test::hexFrame(exchange));
+    EXPECT_FALSE(csx.hasEndedWithin(kQuiet)) << "A and B have changed at once";
+    peer->send(test::hexFrame(test::update(1, {test::updated(101, 1, "00 00 00 01")})));
+    const Ended wait = ended(csx);
+    EXPECT_EQ(wait.code, 0);
+    EXPECT_EQ(valuesOf(wait.out), "A 1|B 1");
+}
+
 TEST(Wait, AHoldThatIsBrokenBeginsAgain) {
     LoopbackHost host(zeros());
     Csx csx(host.port(), {"wait", "--within", "1h", "--hold", "700ms", "A==1"});

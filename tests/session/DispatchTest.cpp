@@ -80,6 +80,25 @@ TEST_F(Dispatching, EventsComeFirstThenInputsThenTheUpdate) {
     EXPECT_EQ(order, "connecting connected answered ready first second update2");
 }
 
+TEST_F(Dispatching, ValuesOfSeveralInputsKeepTheirOrder) {
+    Session session(optionsFor(host.port()));
+    const auto first = session.input<std::int32_t>("FIRST", Delivery::EVERY);
+    const auto second = session.input<std::int32_t>("SECOND", Delivery::EVERY);
+    std::string order;
+    first.onChange([&](const auto& reading) { order += " first" + std::to_string(reading.value); });
+    second.onChange([&](const auto& reading) { order += " second" + std::to_string(reading.value); });
+    session.start();
+    ASSERT_TRUE(session.waitUntil(Link::READY, kWaitBound));
+    for (std::int32_t i = 1; i <= 2; ++i) {
+        host.setValue("FIRST", HostValue::integer(i));
+        host.setValue("SECOND", HostValue::integer(i));
+    }
+    ASSERT_TRUE(waitUntil([&] { return session.health().valuesIn == 6; }));
+    std::this_thread::sleep_for(20ms);  // The last value is counted before it is queued.
+    EXPECT_EQ(session.dispatch(), 6U);
+    EXPECT_EQ(order, " first0 second0 first1 second1 first2 second2");
+}
+
 TEST_F(Dispatching, CallbacksRunOnlyOnTheDispatchingThread) {
     Session session(optionsFor(host.port()));
     const auto lamp = session.input<std::int32_t>("LAMP");

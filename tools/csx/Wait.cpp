@@ -61,24 +61,38 @@ class Wait {
     };
 
     bool isReached() {
+        examine();
         wasReached = wasReached || (heldSince && Clock::now() - *heldSince >= options.hold);
         return wasReached;
     }
 
     void arrived(std::size_t index, const Reading<Number>& reading) {
+        if (reading.received != newest) {
+            examine();
+        }
         if (wasReached) {
             return;  // What comes later does not count, nor is it printed.
         }
         values[index] = reading;
+        newest = reading.received;
+        isExamined = false;
+    }
+
+    /// Compares the values with the conditions. Those of one message count together.
+    void examine() {
+        if (isExamined) {
+            return;
+        }
+        isExamined = true;
         const bool doAllHold = std::all_of(checks.begin(), checks.end(), [this](const Check& check) {
             return values[check.input] && check.condition.holdsFor(values[check.input]->value);
         });
         if (doAllHold && !heldSince) {
-            heldSince = reading.received;
+            heldSince = newest;
         } else if (!doAllHold) {
             heldSince.reset();
         }
-        wasReached = heldSince && reading.received - *heldSince >= options.hold;
+        wasReached = heldSince && newest - *heldSince >= options.hold;
     }
 
     /// Without a connection nothing is known about the values.
@@ -94,6 +108,7 @@ class Wait {
             return;
         }
         say(reasonOf(event));
+        isExamined = true;
         heldSince.reset();
         std::fill(values.begin(), values.end(), std::nullopt);
     }
@@ -139,6 +154,9 @@ class Wait {
     std::vector<NamedInput> inputs;
     std::vector<std::optional<Reading<Number>>> values;
     std::vector<Check> checks;
+    /// The time of the last value.
+    Clock::time_point newest;
+    bool isExamined = true;
     /// Since when all conditions hold.
     std::optional<Clock::time_point> heldSince;
     bool wasReached = false;
