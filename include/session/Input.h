@@ -55,7 +55,7 @@ class Input {
     /// value that has already arrived it is called, too.
     ///
     /// With `Delivery::EVERY` it is called for each value that arrives, also for equal ones, and not for changes of
-    /// the quality.
+    /// the quality. The values of all such inputs come in the order in which they have arrived.
     /// Any thread. Allocates. An earlier function that is running on another thread may still be running.
     void onChange(Callback callback) const;
 
