@@ -285,12 +285,23 @@ TEST_F(Links, SystemWithoutSocketsHasFailed) {
 }
 
 TEST(LinkNames, AreTheEnumeratorsInLowerCase) {
-    EXPECT_STREQ(toString(Link::ANSWERED), "answered");
-    EXPECT_STREQ(toString(Cause::NOT_A_HOST), "not a host");
-    EXPECT_STREQ(toString(Cause::STOPPED_BY_US), "stopped by us");
-    EXPECT_STREQ(toString(Quality::UNCONFIRMED), "unconfirmed");
+    std::string names;
+    for (int link = 0; link <= static_cast<int>(Link::READY); ++link) {
+        names += toString(static_cast<Link>(link)) + std::string(", ");
+    }
+    EXPECT_EQ(names, "stopped, connecting, connected, answered, ready, ");
+    names.clear();
     for (int cause = 0; cause <= static_cast<int>(Cause::FAILED); ++cause) {
-        EXPECT_STRNE(toString(static_cast<Cause>(cause)), "");
+        names += toString(static_cast<Cause>(cause)) + std::string(", ");
+    }
+    EXPECT_EQ(
+        names,
+        "none, stopped by us, refused, unreachable, name not found, closed, reset, silent, not a host, no answer, "
+        "gone, failed, ");
+    for (const auto& [quality, name] :
+         {std::pair(Quality::NEVER, "never"), std::pair(Quality::LOST, "lost"), std::pair(Quality::STALE, "stale"),
+          std::pair(Quality::UNCONFIRMED, "unconfirmed"), std::pair(Quality::GOOD, "good")}) {
+        EXPECT_STREQ(toString(quality), name);
     }
 }
 
