@@ -18,11 +18,11 @@ TEST(DoctorNames, EachIsConfirmedAndHasAValue) {
     EXPECT_EQ(linesOf(doctor.out).back(), "verdict: everything works");
 }
 
-TEST(DoctorNames, ZeroMayMeanThatNobodyHasPublishedTheName) {
+TEST(DoctorNames, ZeroMayMeanThatNoProgramHasPublishedTheName) {
     LoopbackHost host(HostOptions{});
     const Ended doctor = run(host.port(), {"doctor", "A"});
     EXPECT_EQ(doctor.code, 0);
-    EXPECT_TRUE(contains(doctor.out, "; a name that nobody has published is 0, too (")) << doctor.out;
+    EXPECT_TRUE(contains(doctor.out, "; a name that no program has published is 0, too (")) << doctor.out;
 }
 
 TEST(DoctorNames, NotConfirmed) {

@@ -106,7 +106,7 @@ class Doctor {
             }
             const Number value = named.input.read().value;
             pass(step, textOf(value) + (value.isInteger ? " (int)" : " (float)") +
-                           (valueOf(value) == 0 ? "; a name that nobody has published is 0, too" : ""));
+                           (valueOf(value) == 0 ? "; a name that no program has published is 0, too" : ""));
         }
         return true;
     }
