@@ -153,12 +153,11 @@ TEST(Get, ALostConnectionEndsItWithFour) {
 TEST(Get, ASignalEndsIt) {
     for (const int number : {SIGINT, SIGTERM}) {
         ScriptedHost host;
-        Csx csx(host.port(), {"get", "A"});
+        Csx csx(host.port(), {"--timeout", "1h", "get", "A"});
         const auto peer = acceptAndAnswerOnly(host, 2, {});
         csx.signal(number);
-        ASSERT_TRUE(csx.hasExitedWithin(kWaitBound));
+        ASSERT_TRUE(csx.hasExitedWithin(kWaitBound)) << "it does not wait for its time-out";
         EXPECT_NE(csx.exitCode(), 0);
-        EXPECT_LT(csx.seconds(), 4.0) << "it does not wait for its time-out";
     }
 }
 
