@@ -32,8 +32,12 @@ endif()
 if(TARGET csclient_host)
     # LoopbackHost.h, and the headers that it includes.
     install(FILES ${PROJECT_SOURCE_DIR}/host/LoopbackHost.h ${PROJECT_SOURCE_DIR}/host/HostEvent.h
-        ${PROJECT_SOURCE_DIR}/host/HostOptions.h ${PROJECT_SOURCE_DIR}/host/Value.h
+        ${PROJECT_SOURCE_DIR}/host/HostOptions.h ${PROJECT_SOURCE_DIR}/host/Scenario.h ${PROJECT_SOURCE_DIR}/host/Value.h
         DESTINATION ${headers_folder}/host COMPONENT host-development)
+    foreach(header IN ITEMS Actions Expectation Message Trigger ValueSource)
+        install(FILES ${PROJECT_SOURCE_DIR}/host/scenario/${header}.h
+            DESTINATION ${headers_folder}/host/scenario COMPONENT host-development)
+    endforeach()
     install(TARGETS csclient_host EXPORT csclient-hostTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host-development)
     install(EXPORT csclient-hostTargets NAMESPACE csclient:: DESTINATION ${config_folder} COMPONENT host-development)
@@ -84,6 +88,9 @@ if(TARGET csx)
     install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/csx.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()
+
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/csclient-tools/examples
+    COMPONENT tools)
 
 # Below the prefix /usr, Wireshark looks there. It needs no other file of the project.
 install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/csclient.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins

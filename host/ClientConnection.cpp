@@ -26,13 +26,23 @@ void ClientConnection::start() {
     read();
 }
 
+void ClientConnection::setReading(bool isWanted) {
+    reading = isWanted;
+    if (!ended && reading && !isReadPending) {
+        watchForStall();
+        read();
+    }
+}
+
 void ClientConnection::read() {
+    isReadPending = true;
     socket.async_read_some(
         asio::buffer(readBuffer),
         [self = shared_from_this()](const std::error_code& error, std::size_t size) { self->onRead(error, size); });
 }
 
 void ClientConnection::onRead(const std::error_code& error, std::size_t size) {
+    isReadPending = false;
     if (ended) {
         return;
     }
@@ -48,7 +58,9 @@ void ClientConnection::onRead(const std::error_code& error, std::size_t size) {
         return;
     }
     watchForStall();
-    read();
+    if (reading) {
+        read();
+    }
 }
 
 void ClientConnection::onReadEnd(const std::error_code& error) {
@@ -60,7 +72,7 @@ void ClientConnection::onReadEnd(const std::error_code& error) {
 }
 
 void ClientConnection::watchForStall() {
-    if (!reader.inMidFrame()) {
+    if (!reader.inMidFrame() || !reading) {
         stallTimer.cancel();
         return;
     }

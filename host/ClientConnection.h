@@ -51,6 +51,9 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
     /// frames sent in the meantime are discarded.
     void send(Bytes frame);
 
+    /// Stops or resumes reading. Bytes of a read that has begun still arrive.
+    void setReading(bool isWanted);
+
     /// Closes the socket immediately. Queued frames are not sent.
     void close(CloseMode mode);
 
@@ -74,6 +77,8 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
     std::array<std::uint8_t, kReadSize> readBuffer{};
     FrameReader reader;
     OutputQueue queue;
+    bool reading = true;
+    bool isReadPending = false;
     bool sending = true;  // false once no more can be sent; reading may continue
     bool ended = false;   // gone() or close() was called
 };

@@ -12,12 +12,14 @@ namespace com_tesk::host {
 using Kind = HostEvent::Kind;
 
 HostCore::HostCore(const HostOptions& hostOptions, SharedState& sharedState, HostOutlet& hostOutlet)
-    : options(hostOptions), state(sharedState), outlet(hostOutlet) {
+    : options(hostOptions), assignedId(hostOptions.assignId), state(sharedState), outlet(hostOutlet) {
     state.change([&](HostState& s) { s.values = options.initialValues; });
 }
 
 void HostCore::addClient(ClientNumber client) {
-    sessions[client].number = client;
+    Session& session = sessions[client];
+    session.number = client;
+    session.ids = IdSource(lastIdBefore);
     state.change([](HostState& s) { ++s.clients; });
 }
 
@@ -31,6 +33,11 @@ void HostCore::removeClient(ClientNumber client) {
     }
     sessions.erase(found);
     state.change([](HostState& s) { --s.clients; });
+}
+
+void HostCore::restart(std::uint32_t lastId) {
+    lastIdBefore = lastId;
+    state.change([&](HostState& s) { s.values = options.initialValues; });
 }
 
 void HostCore::handle(ClientNumber client, const Frame& frame) {
@@ -61,7 +68,7 @@ void HostCore::setValue(const std::string& name, HostValue value) {
 }
 
 void HostCore::serve(Session& session, const VersionRequest& request) {
-    const std::uint16_t id = options.assignId.value_or(request.simulatorId);
+    const std::uint16_t id = assignedId.value_or(request.simulatorId);
     reportText(Kind::VERSION_ANSWERED, session,
                "simulator id " + std::to_string(id) + " to its " + std::to_string(request.simulatorId) +
                    ", protocol version " + std::to_string(options.protocolVersion));
@@ -71,6 +78,10 @@ void HostCore::serve(Session& session, const VersionRequest& request) {
 void HostCore::serve(Session& session, const SubscribeInputs& request) {
     std::vector<InputConfirmation> confirmations;
     for (const SubscribeInputs::Record& record : request.inputs) {
+        if (!isKnown(record.name)) {
+            reportUnknownName(session, record.name);
+            continue;
+        }
         const Registration& input = session.inputs.add(record.name, record.isInteger, session.ids);
         const HostValue value = currentValue(input);
         reportName(Kind::INPUT_CONFIRMED, session, input, value);
@@ -83,6 +94,10 @@ void HostCore::serve(Session& session, const SubscribeInputs& request) {
 void HostCore::serve(Session& session, const RegisterOutputs& request) {
     std::vector<OutputConfirmation> confirmations;
     for (const RegisterOutputs::Record& record : request.outputs) {
+        if (!isKnown(record.name)) {
+            reportUnknownName(session, record.name);
+            continue;
+        }
         const Registration& output = session.outputs.add(record.name, record.integerFlag != 0, session.ids);
         HostEvent event;
         event.kind = Kind::OUTPUT_CONFIRMED;
@@ -141,6 +156,18 @@ void HostCore::noteSimulatorId(Session& session, std::uint16_t id) {
     if (previous && *previous != id) {
         reportText(Kind::SIMULATOR_ID_CHANGED, session, {}, id);
     }
+}
+
+bool HostCore::isKnown(const std::string& name) const {
+    return !options.knownNames || options.knownNames->count(name) != 0;
+}
+
+void HostCore::reportUnknownName(const Session& session, const std::string& name) {
+    HostEvent event;
+    event.kind = Kind::NAME_REFUSED;
+    event.client = session.number;
+    event.name = name;
+    outlet.report(std::move(event));
 }
 
 HostValue HostCore::currentValue(const Registration& input) const {

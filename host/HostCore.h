@@ -44,6 +44,13 @@ class HostCore {
     /// Serves one frame of a client that was added and not removed yet.
     void handle(ClientNumber client, const Frame& frame);
 
+    /// Begins anew: with the initial values, and with ids that begin after `lastId` for every client. There must be no
+    /// client.
+    void restart(std::uint32_t lastId);
+
+    /// From now on, every version reply has this simulator id.
+    void assignId(std::uint16_t id) { assignedId = id; }
+
     /// Stores a value and sends it to every subscriber, as if it had been published.
     void setValue(const std::string& name, HostValue value);
 
@@ -77,7 +84,12 @@ class HostCore {
                     std::optional<HostValue> value = std::nullopt);
     void reportText(HostEvent::Kind kind, const Session& session, std::string text, std::uint32_t id = 0);
 
+    bool isKnown(const std::string& name) const;
+    void reportUnknownName(const Session& session, const std::string& name);
+
     const HostOptions& options;
+    std::optional<std::uint16_t> assignedId;
+    std::uint32_t lastIdBefore = 0;  // of each client
     SharedState& state;
     HostOutlet& outlet;
     std::map<ClientNumber, Session> sessions;

@@ -68,10 +68,14 @@ std::string whatHappened(const HostEvent& event) {
             return "update " + name + " = " + number + " (" + type + ", input id " + id + ")";
         case HostEvent::Kind::VALUE_SET:
             return "set " + name + " = " + number + " (" + type + ")";
+        case HostEvent::Kind::NAME_REFUSED:
+            return "requested unknown name " + name + ", not confirmed";
         case HostEvent::Kind::UNKNOWN_ID:
             return event.text + " names unknown id " + id + ", record ignored";
         case HostEvent::Kind::REQUEST_IGNORED:
             return "request ignored" + because(event.text);
+        case HostEvent::Kind::FAULT:
+            return "scenario: " + event.text;
     }
     return {};
 }

@@ -29,8 +29,10 @@ struct HostEvent {
         PUBLISHED,             ///< name, id, value.
         UPDATED,               ///< name, id, value: the host sends an update to this client.
         VALUE_SET,             ///< name, value: set with LoopbackHost::setValue().
+        NAME_REFUSED,          ///< name: not one of HostOptions::knownNames. The host does not confirm it.
         UNKNOWN_ID,            ///< id, text: the kind of request. The record was ignored.
         REQUEST_IGNORED,       ///< text: why. The client is still served.
+        FAULT,                 ///< text: what a scenario does now, such as "delay of outputs-confirmed".
     };
 
     Kind kind = Kind::LISTENING;                   ///< What has happened.

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "host/HostEvent.h"
@@ -27,6 +28,9 @@ struct HostOptions {
     /// @}
     /// The simulator id in every version reply. Without it, each client receives its own id.
     std::optional<std::uint16_t> assignId;
+
+    /// The names that clients may register. The host does not confirm others. Without it, every name is known.
+    std::optional<std::set<std::string>> knownNames;
 
     /// The values before the first client connects. No client can request a name of more than 32 bytes.
     std::map<std::string, HostValue> initialValues;

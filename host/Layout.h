@@ -114,7 +114,12 @@ constexpr std::size_t kVersionTextSize = 128;
 constexpr std::size_t kVersionReplySize = 152;
 constexpr std::uint32_t kVersionAccepted = 1;
 constexpr std::size_t kInputReplySize = 52;
+constexpr std::size_t kInputReplyFlag = 12;
+constexpr std::size_t kInputReplyValue = 16;
+constexpr std::size_t kInputReplyName = 20;
 constexpr std::size_t kOutputReplySize = 48;
+constexpr std::size_t kOutputReplyFlag = 8;
+constexpr std::size_t kOutputReplyName = 16;
 
 /// Ids that the host never assigns: 0 means no id, and a client uses 0xFFFFF in its requests for an unconfirmed name.
 constexpr std::uint32_t kNoId = 0;

@@ -49,6 +49,10 @@ Listener::Listener(asio::io_context& context, const std::string& address, std::u
     const auto ip = asio::ip::make_address_v4(address, error);
     throwOn(error, boundTo + " (not an IPv4 address)");
     open({ip, port});
+    const tcp::endpoint bound = acceptor.local_endpoint(error);
+    throwOn(error, boundTo);
+    boundEndpoint = bound;
+    boundTo = textOf(bound);
     waitForClient();
 }
 
@@ -71,10 +75,6 @@ void Listener::open(const tcp::endpoint& endpoint) {
     throwOn(error, boundTo);
     acceptor.non_blocking(true, error);
     throwOn(error, boundTo);
-    const tcp::endpoint bound = acceptor.local_endpoint(error);
-    throwOn(error, boundTo);
-    boundPort = bound.port();
-    boundTo = textOf(bound);
 }
 
 void Listener::waitForClient() {
@@ -123,6 +123,17 @@ void Listener::retrySoon() {
             accept();
         }
     });
+}
+
+std::error_code Listener::reopen() {
+    try {
+        open(boundEndpoint);
+    } catch (const std::system_error& error) {
+        close();
+        return error.code();
+    }
+    waitForClient();
+    return {};
 }
 
 void Listener::close() {

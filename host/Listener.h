@@ -24,12 +24,17 @@ class Listener {
     Listener(asio::io_context& context, const std::string& address, std::uint16_t port, OnClient onClient,
              OnTrouble onTrouble);
 
-    std::uint16_t port() const { return boundPort; }
+    /// Any thread may call these two.
+    std::uint16_t port() const { return boundEndpoint.port(); }
     /// Returns address and port as text.
     const std::string& where() const { return boundTo; }
 
     /// Frees the port. The functions are not called afterwards. I/O thread only.
     void close();
+
+    /// Listens again on the same port, after a close. I/O thread only.
+    /// @return the error; none when it listens.
+    std::error_code reopen();
 
   private:
     void open(const asio::ip::tcp::endpoint& endpoint);
@@ -41,7 +46,7 @@ class Listener {
     asio::steady_timer retryTimer;
     const OnClient clientHandler;
     const OnTrouble troubleHandler;
-    std::uint16_t boundPort = 0;
+    asio::ip::tcp::endpoint boundEndpoint;  // as boundTo, not changed after the constructor
     std::string boundTo;
     bool troubled = false;
 };

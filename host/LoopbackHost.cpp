@@ -4,6 +4,7 @@
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
 #include <future>
 #include <map>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include "host/HostCore.h"
 #include "host/HostState.h"
 #include "host/Listener.h"
+#include "host/scenario/Player.h"
 
 namespace com_tesk {
 
@@ -23,7 +25,7 @@ using host::CloseMode;
 using Kind = HostEvent::Kind;
 
 /// Connects the core with the sockets. One thread runs the I/O context and owns everything except the shared state.
-class LoopbackHost::Impl final : private host::HostOutlet, private host::ConnectionOwner {
+class LoopbackHost::Impl final : private host::HostOutlet, private host::ConnectionOwner, private scenario::FaultyHost {
   public:
     explicit Impl(Options initialOptions)
         : options(std::move(initialOptions)),
@@ -31,7 +33,8 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
           listener(
               context, options.listenAddress, options.port,
               [this](asio::ip::tcp::socket socket, const std::string& peer) { acceptClient(std::move(socket), peer); },
-              [this](const std::error_code& error) { reportText(Kind::ACCEPT_FAILED, 0, error.message()); }) {
+              [this](const std::error_code& error) { reportText(Kind::ACCEPT_FAILED, 0, error.message()); }),
+          reopenTimer(context) {
         reportText(Kind::LISTENING, 0, listener.where());
         thread = std::thread([this] { context.run(); });
     }
@@ -48,12 +51,32 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         }
         // The run of the context ends when the listener and every connection are closed, because it then has no work.
         asio::post(context, [this] {
+            interruptScenario();
+            reopenTimer.cancel();
             listener.close();
             closeAll(CloseMode::GRACEFUL, "the host stops");
             reportText(Kind::STOPPED, 0, {});
             reporting = false;
         });
         thread.join();
+    }
+
+    std::future<ScenarioVerdict> play(Scenario scenario) {
+        auto promise = std::make_shared<std::promise<ScenarioVerdict>>();
+        std::future<ScenarioVerdict> verdict = promise->get_future();
+        onOwnThread([&] {
+            interruptScenario();
+            std::vector<ClientNumber> clients;
+            for (const auto& [number, connection] : connections) {
+                clients.push_back(number);
+            }
+            player.emplace(context, faultyHost(), std::move(scenario), clients, options.maxQueuedBytes,
+                           [promise](ScenarioVerdict result) { promise->set_value(std::move(result)); });
+            if (!reporting) {
+                player->interrupt();  // The host has stopped.
+            }
+        });
+        return verdict;
     }
 
     std::size_t dropClients(CloseMode mode) {
@@ -94,6 +117,9 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         connections.emplace(number, connection);
         reportText(Kind::CONNECTED, number, peer);
         core.addClient(number);
+        if (player) {
+            player->faults().add(number);
+        }
         connection->start();
     }
 
@@ -108,22 +134,103 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
     void end(ClientNumber client, CloseMode mode, Kind kind, const std::string& why) {
         reportText(kind, client, why);
         core.removeClient(client);
+        if (player) {
+            player->faults().remove(client);
+        }
         const auto found = connections.find(client);
         found->second->close(mode);
         connections.erase(found);
     }
 
-    void onFrame(ClientNumber client, const host::Frame& frame) override { core.handle(client, frame); }
+    void onFrame(ClientNumber client, const host::Frame& frame) override {
+        if (player) {
+            player->faults().receive(client, frame);
+        } else {
+            core.handle(client, frame);
+        }
+    }
 
     void onGone(ClientNumber client, Kind kind, const std::string& why) override {
         end(client, CloseMode::GRACEFUL, kind, why);
     }
 
-    void send(ClientNumber client, host::Bytes frame) override { connections.at(client)->send(std::move(frame)); }
+    void send(ClientNumber client, host::Bytes frame) override {
+        if (player) {
+            player->faults().send(client, std::move(frame));
+        } else {
+            connections.at(client)->send(std::move(frame));
+        }
+    }
+
+    // What faults need of the host.
+    void sendNow(ClientNumber client, host::Bytes bytes) override { connections.at(client)->send(std::move(bytes)); }
+
+    void serve(ClientNumber client, const host::Frame& frame) override { core.handle(client, frame); }
+
+    void drop(ClientNumber client, CloseMode mode, const std::string& why) override {
+        if (connections.count(client) != 0) {
+            end(client, mode, Kind::DROPPED, why);
+        }
+    }
+
+    void setReading(ClientNumber client, bool isReading) override {
+        if (const auto found = connections.find(client); found != connections.end()) {
+            found->second->setReading(isReading);
+        }
+    }
+
+    void reportFault(ClientNumber client, const std::string& what) override { reportText(Kind::FAULT, client, what); }
+
+    void perform(const scenario::Action& action) override {
+        if (const auto* const refuse = std::get_if<scenario::Refuse>(&action)) {
+            closeListenerFor(refuse->time);
+        } else if (const auto* const restart = std::get_if<scenario::Restart>(&action)) {
+            closeListenerFor(restart->down);  // First, so that no client of before connects again.
+            closeAll(CloseMode::GRACEFUL, "restart");
+            core.restart(++restarts * kIdsPerRestart);
+            if (player) {
+                player->giveAgain();
+            }
+        } else if (const auto* const assign = std::get_if<scenario::AssignId>(&action)) {
+            core.assignId(assign->id);
+        } else if (const auto* const set = std::get_if<scenario::SetValue>(&action)) {
+            core.setValue(set->name, set->value);
+        }
+    }
+
+    void closeListenerFor(scenario::Duration time) {
+        listener.close();
+        reopenAfter(time);
+    }
+
+    void reopenAfter(scenario::Duration time) {
+        reopenTimer.expires_after(time);
+        reopenTimer.async_wait([this](const std::error_code& error) {
+            if (error || !reporting) {
+                return;
+            }
+            if (const std::error_code failure = listener.reopen()) {
+                reportText(Kind::ACCEPT_FAILED, 0, failure.message());
+                reopenAfter(kRetryReopening);
+            }
+        });
+    }
+
+    void interruptScenario() {
+        if (player) {
+            player->interrupt();
+        }
+    }
 
     void report(HostEvent event) final {
-        if (reporting && options.eventSink) {
-            event.time = std::chrono::system_clock::now();
+        if (!reporting) {
+            return;
+        }
+        event.time = std::chrono::system_clock::now();
+        if (player) {
+            player->note(event);
+        }
+        if (options.eventSink) {
             options.eventSink(event);
         }
     }
@@ -137,6 +244,11 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
     }
 
     host::ConnectionOwner& connectionOwner() { return *this; }
+    scenario::FaultyHost& faultyHost() { return *this; }
+
+    /// Ids after a restart differ from those before it, unless a client registers more names than this.
+    static constexpr std::uint32_t kIdsPerRestart = 1'000;
+    static constexpr std::chrono::milliseconds kRetryReopening{100};
 
     const Options options;
     host::SharedState sharedState;  // any thread
@@ -146,7 +258,10 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
     host::HostCore core;
     host::Listener listener;
     std::map<ClientNumber, std::shared_ptr<ClientConnection>> connections;
+    std::optional<scenario::Player> player;
+    asio::steady_timer reopenTimer;
     ClientNumber lastNumber = 0;
+    std::uint32_t restarts = 0;
     bool reporting = true;  // until the host has stopped
 
     // Held to stop the I/O thread or to wait for it. The I/O thread itself never locks it.
@@ -168,6 +283,10 @@ void LoopbackHost::stop() {
 
 std::size_t LoopbackHost::dropClients(DropMode mode) {
     return impl->dropClients(mode == DropMode::RESET ? CloseMode::RESET : CloseMode::GRACEFUL);
+}
+
+std::future<ScenarioVerdict> LoopbackHost::play(Scenario scenario) {
+    return impl->play(std::move(scenario));
 }
 
 void LoopbackHost::setValue(const std::string& name, HostValue value) {

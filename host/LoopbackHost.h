@@ -3,12 +3,14 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "host/HostEvent.h"
 #include "host/HostOptions.h"
+#include "host/Scenario.h"
 #include "host/Value.h"
 
 namespace com_tesk {
@@ -87,6 +89,12 @@ class LoopbackHost {
     /// the updates are queued. In a call from the event sink it returns immediately, and the host stores the value
     /// later.
     void setValue(const std::string& name, HostValue value);
+
+    /// Plays a scenario from now on: the host fails as it says, and compares what the clients do with what it expects.
+    /// One scenario at a time: another one interrupts it. Not from the event sink. Blocks shortly.
+    /// @return the verdict, which is there when the scenario has ended, at the latest when the host stops. Waiting for
+    ///         it blocks for as long as the scenario says.
+    std::future<ScenarioVerdict> play(Scenario scenario);
 
     /// Returns the stored value; nothing when the name was never published or set. Takes a short lock; does not block.
     std::optional<HostValue> value(const std::string& name) const;

@@ -23,20 +23,32 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
+/// Returns the words of the emulator; none without one.
+std::vector<std::string> emulatorWords() {
+    std::istringstream emulator(CSCLIENT_EMULATOR);
+    std::vector<std::string> words;
+    for (std::string word; emulator >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
 }  // namespace
 
 bool isEmulated() {
     return CSCLIENT_EMULATOR[0] != '\0';
 }
 
+std::vector<std::string> commandOf(const std::string& path) {
+    std::vector<std::string> words = emulatorWords();
+    words.push_back(path);
+    return words;
+}
+
 pid_t startProgram(const std::string& path, const std::string& ownName, const std::vector<std::string>& arguments,
                    int standardOutput, int standardError, int standardInput,
                    const std::vector<std::string>& environment) {
-    std::vector<std::string> words;
-    std::istringstream emulator(CSCLIENT_EMULATOR);
-    for (std::string word; emulator >> word;) {
-        words.push_back(word);
-    }
+    std::vector<std::string> words = emulatorWords();
     const std::string file = words.empty() ? path : words.front();
     if (!words.empty()) {
         words.insert(words.end(), {"-0", ownName, path});

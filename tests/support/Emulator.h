@@ -11,6 +11,10 @@ namespace com_tesk::test {
 /// system counts the emulator's threads, descriptors and memory too.
 bool isEmulated();
 
+/// Returns the command with which another program starts a program of this build: the path, after the words of the
+/// emulator.
+std::vector<std::string> commandOf(const std::string& path);
+
 /// Starts a program of this build as a process. When the tests are built for another machine, it starts the emulator
 /// with the program, because the system would refuse the program.
 /// Signals have their default effect in it, whatever the shell of the test has set.
