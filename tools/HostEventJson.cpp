@@ -52,10 +52,14 @@ KindLayout layoutOf(HostEvent::Kind kind) {
             return {"updated", true, true};
         case HostEvent::Kind::VALUE_SET:
             return {"value_set", true, false};
+        case HostEvent::Kind::NAME_REFUSED:
+            return {"name_refused", true, false};
         case HostEvent::Kind::UNKNOWN_ID:
             return {"unknown_id", false, true};
         case HostEvent::Kind::REQUEST_IGNORED:
             return {"request_ignored", false, false};
+        case HostEvent::Kind::FAULT:
+            return {"fault", false, false};
     }
     return {"unknown", true, true};
 }

@@ -1,8 +1,11 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -12,6 +15,7 @@
 #include "host/StopSignals.h"
 #include "host/Value.h"
 #include "tools/HostEventJson.h"
+#include "tools/scenario/RunCommand.h"
 
 // cshost: the loopback host as a program. Event lines on standard output, all other output on standard error.
 
@@ -31,6 +35,21 @@ constexpr const char* kFooter =
     "Exit codes:\n"
     "  0          stopped by SIGINT or SIGTERM, every client closed; also after --help\n"
     "  1          the address or the port cannot be used\n"
+    "  100 to 127 the command line is invalid\n"
+    "\n"
+    "'cshost run --help' describes how to play scenarios.\n";
+
+constexpr const char* kRunDescription = "plays scenarios: fails as a file says, and checks what the client does";
+
+constexpr const char* kRunFooter =
+    "After --, a program and its arguments: cshost run FILE -- PROGRAM ARGS. It is started with the host in CSX_HOST,\n"
+    "and ended after the scenario. Without it, the host serves every client.\n"
+    "Exit codes:\n"
+    "  0          every expectation was met\n"
+    "  1          an expectation was not met\n"
+    "  2          a file is invalid; nothing was played\n"
+    "  3          the address or the port cannot be used, or the report cannot be written\n"
+    "  4          PROGRAM could not be started, or has ended before the scenario\n"
     "  100 to 127 the command line is invalid\n";
 
 /// Adds one `NAME=VALUE` to the initial values. @return the reason when it is invalid, otherwise an empty text.
@@ -65,6 +84,35 @@ void serveUntilSignalled(const com_tesk::HostOptions& options) {
     com_tesk::LoopbackHost host(options);
     signals.wait();
     host.stop();
+}
+
+/// Adds `run FILE...`.
+void addRun(CLI::App& app, com_tesk::scenario::RunOptions& run) {
+    CLI::App* const sub = app.add_subcommand("run", kRunDescription);
+    sub->footer(kRunFooter);
+    sub->add_option("FILE", run.files, "scenarios")->type_name("")->required();
+    sub->add_option("--listen", run.listenAddress, "IPv4 address to listen on")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    sub->add_option("--port", run.port, "TCP port; with 0 the system picks one")->type_name("N")->capture_default_str();
+    sub->add_option("--junit", run.junitFile, "write a report in the form of JUnit")->type_name("FILE");
+    sub->add_option("--repeat", run.repetitions, "play each scenario so many times, each with its own random faults")
+        ->type_name("N")
+        ->check(CLI::Range(1U, 1'000'000U))
+        ->capture_default_str();
+    sub->add_flag("--show-events", run.areEventsShown, "print the events of the host, too");
+}
+
+/// Takes what follows `--` off the command line.
+std::vector<std::string> takeProgram(int& argc, char** argv) {
+    char** const end = argv + argc;
+    char** const separator = std::find_if(argv, end, [](const char* word) { return std::string_view(word) == "--"; });
+    if (separator == end) {
+        return {};
+    }
+    std::vector<std::string> program(std::next(separator), end);
+    argc = static_cast<int>(separator - argv);
+    return program;
 }
 
 }  // namespace
@@ -116,7 +164,17 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"text", "json"}))
         ->capture_default_str();
     app.add_flag("--quiet", quiet, "print no event lines");
+    com_tesk::scenario::RunOptions run;
+    addRun(app, run);
+    run.program = takeProgram(argc, argv);
     CLI11_PARSE(app, argc, argv);
+
+    if (app.got_subcommand("run")) {
+        return static_cast<int>(com_tesk::scenario::run(run));
+    }
+    if (!run.program.empty()) {
+        return app.exit(CLI::ExtrasError("a program after -- needs the command run", CLI::ExitCodes::ExtrasError));
+    }
 
     if (assign->count() > 0) {
         options.assignId = assignId;

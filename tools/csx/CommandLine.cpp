@@ -1,14 +1,12 @@
 #include "tools/csx/CommandLine.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 
 #include "client/CSClient.h"
 #include "tools/csx/Completion.h"
-#include "tools/csx/Lines.h"
+#include "tools/csx/OptionTypes.h"
 #include "tools/csx/Texts.h"
 
 namespace com_tesk::csx {
@@ -31,37 +29,6 @@ constexpr char kFooter[] =
     "  4          the connection was lost meanwhile\n"
     "  100 to 127 the command line is invalid\n";
 
-/// Takes a duration.
-CLI::Option* addDuration(CLI::App& app, const std::string& name, const std::string& description,
-                         const std::function<void(std::chrono::microseconds)>& take) {
-    return app
-        .add_option_function<std::string>(
-            name,
-            [name, take](const std::string& text) {
-                const auto duration = durationOf(text);
-                if (!duration) {
-                    throw CLI::ValidationError(name, "no duration such as 250ms, 5s, 2m or 1h: " + text);
-                }
-                take(*duration);
-            },
-            description)
-        ->type_name("TIME");
-}
-
-/// Takes one of these words.
-template <typename T>
-void addChoice(CLI::App& app, const std::string& name, T& target, const std::map<std::string, T>& choices,
-               const std::string& description) {
-    std::vector<std::string> words;
-    words.reserve(choices.size());
-    for (const auto& choice : choices) {
-        words.push_back(choice.first);
-    }
-    app.add_option_function<std::string>(
-           name, [&target, choices](const std::string& word) { target = choices.at(word); }, description)
-        ->check(CLI::IsMember(words));
-}
-
 /// Reads `HOST` or `HOST:PORT`.
 void takeHost(const std::string& text, CommonOptions& common) {
     const std::size_t colon = text.rfind(':');
@@ -80,42 +47,6 @@ void takeHost(const std::string& text, CommonOptions& common) {
     if (common.host.empty()) {
         throw CLI::ValidationError("--host", "no host: " + text);
     }
-}
-
-/// Reads names from standard input in place of `-`.
-std::vector<std::string> namesOf(const std::vector<std::string>& words) {
-    std::vector<std::string> names;
-    for (const std::string& word : words) {
-        if (word != "-") {
-            names.push_back(word);
-            continue;
-        }
-        Lines lines(STDIN_FILENO);
-        while (!lines.isOver()) {
-            lines.read();
-            while (const auto line = lines.next()) {
-                if (!line->empty()) {
-                    names.push_back(*line);
-                }
-            }
-        }
-    }
-    for (const std::string& name : names) {
-        if (const std::string flaw = nameError(name); !flaw.empty()) {
-            throw CLI::ValidationError("NAME", flaw);
-        }
-    }
-    if (names.empty()) {
-        throw CLI::ValidationError("NAME", "standard input has no names");
-    }
-    return names;
-}
-
-CLI::Option* addNames(CLI::App& app, std::vector<std::string>& names, const std::string& description) {
-    return app
-        .add_option_function<std::vector<std::string>>(
-            "NAME", [&names](const std::vector<std::string>& words) { names = namesOf(words); }, description)
-        ->type_name("");
 }
 
 void takeAssignments(const std::vector<std::string>& words, PutOptions& options) {
