@@ -1,12 +1,24 @@
-// A panel with an epoll loop. A line of input presses its button, the end of the input ends it: classic_panel <address> <port>
+// A panel with an epoll loop. A line of input presses its button, the end of the input ends it:
+//   classic_panel [<address> <port>]
+// With PANEL_TRANSPORT=standard it uses the standard transport.
 #include "classic_panel.h"
 
 #include <sys/epoll.h>
 
 #include <iostream>
 
+#include "host_place.h"
+
+/// Returns the transport for production, unless the environment says otherwise.
+static std::unique_ptr<com_tesk::CSCommsInterfaceTCP> wantedTransport() {
+    const char* const wanted = std::getenv("PANEL_TRANSPORT");
+    const bool isStandard = wanted != nullptr && wanted == std::string("standard");
+    return isStandard ? nullptr : std::make_unique<com_tesk::CSCommsInterfaceTCPBuffered>();
+}
+
 int main(int argc, char** argv) {
-    ClassicPanel panel([](const auto& part, const auto& text) { std::cout << part << ' ' << text << std::endl; });
+    ClassicPanel panel([](const auto& part, const auto& text) { std::cout << part << ' ' << text << std::endl; },
+                       wantedTransport());
 
     const int loop = epoll_create1(EPOLL_CLOEXEC);
     for (const int descriptor : {STDIN_FILENO, panel.descriptor()}) {
@@ -14,8 +26,8 @@ int main(int argc, char** argv) {
         wanted.data.fd = descriptor;
         epoll_ctl(loop, EPOLL_CTL_ADD, descriptor, &wanted);
     }
-    if (!panel.open(argc == 3 ? argv[1] : "127.0.0.1",
-                    argc == 3 ? static_cast<unsigned int>(std::stoul(argv[2])) : 55580)) {
+    const HostPlace place(argc, argv);
+    if (!panel.open(place.address.c_str(), place.port)) {
         return 1;
     }
     for (epoll_event event{}; epoll_wait(loop, &event, 1, -1) == 1;) {

@@ -17,10 +17,11 @@ class ClassicPanel : private com_tesk::CSClient::CallbackAdapter {
   public:
     using Show = std::function<void(const std::string& part, const std::string& text)>;
     /// `show` displays a text on a part of the panel. It runs inside `dispatch()`, so it needs no lock.
-    explicit ClassicPanel(Show display)
+    /// `transport`: null for the standard transport.
+    explicit ClassicPanel(Show display, std::unique_ptr<com_tesk::CSCommsInterfaceTCP> transport =
+                                            std::make_unique<com_tesk::CSCommsInterfaceTCPBuffered>())
         : show(std::move(display)),
-          client(/*simulatorId=*/3, CSClient::OPTION_AUTO_RECONNECT | CSClient::OPTION_SILENT,
-                 std::make_unique<com_tesk::CSCommsInterfaceTCPBuffered>()) {
+          client(/*simulatorId=*/3, CSClient::OPTION_AUTO_RECONNECT | CSClient::OPTION_SILENT, std::move(transport)) {
         client.addCallbackInterface(this);
     }
     /// Starts to connect.

@@ -1,4 +1,4 @@
-// A panel on one thread. A line of input presses its button, the end of the input ends it: panel <host> <port>
+// A panel on one thread. A line of input presses its button, the end of the input ends it: panel [<host> <port>]
 #include "panel.h"
 
 #include <sys/epoll.h>
@@ -6,10 +6,13 @@
 
 #include <iostream>
 
+#include "host_place.h"
+
 int main(int argc, char** argv) {
+    const HostPlace place(argc, argv);
     com_tesk::Session::Options options;
-    options.host = argc == 3 ? argv[1] : options.host;
-    options.port = argc == 3 ? static_cast<std::uint16_t>(std::stoul(argv[2])) : options.port;
+    options.host = place.address;
+    options.port = place.port;
     com_tesk::Session session(options);
     const Panel panel(session,
                       [](const auto& part, const auto& text) { std::cout << part << ' ' << text << std::endl; });
