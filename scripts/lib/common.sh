@@ -3,8 +3,8 @@
 
 # The Debian packages that a build with tests needs.
 # shellcheck disable=SC2034 # Used by the scripts that source this file.
-test_packages=(g++ cmake ninja-build libasio-dev libcli11-dev libgtest-dev libgmock-dev nlohmann-json3-dev python3-yaml
-    tshark)
+test_packages=(g++ cmake ninja-build libasio-dev libcli11-dev libgtest-dev libgmock-dev libyaml-cpp-dev nlohmann-json3-dev
+    python3-yaml gnuplot-nox tshark)
 
 # syntax ARGUMENTS: prints the arguments that the script takes, and ends it with 1.
 syntax() {

@@ -76,6 +76,46 @@ TEST(HostExample, InTheHeaderConsistsOfTheLinesOfThisTest) {
     EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find("{" + example + "EXPECT_TRUE"), std::string::npos) << example;
 }
 
+// The example of the page "Rehearsing a bad host".
+TEST(ScenarioExample, PublishesAgainAfterAReset) {
+    using namespace std::chrono_literals;
+    using namespace com_tesk::scenario;
+    com_tesk::LoopbackHost host({});  // On 127.0.0.1, on a port that the system picks.
+    com_tesk::Scenario scenario("comes back after a reset");
+    scenario.give("gauge", Ramp{0, 1000, 10s, 50})
+        .when(sending(Message::UPDATE).of("gauge").nthTime(3), Split{{1, 33}, 20ms})
+        .at(300ms, Drop{/*isReset=*/true})
+        .expect(publishes("switch", 1).in(20s))
+        .expect(publishes("switch", 1).in(20s).afterAction("drop"))
+        .expect(never(usesUnknownId()));
+    auto verdict = host.play(scenario);
+
+    com_tesk::Session::Options options;
+    options.port = host.port();
+    options.retry = 50ms;
+    com_tesk::Session session(options);
+    session.input<float>("gauge");
+    session.output<bool>("switch").set(true);
+    session.start();
+    const com_tesk::ScenarioVerdict result = verdict.get();
+    EXPECT_TRUE(result.hasPassed()) << result.text();
+}
+
+TEST(ScenarioExample, OnThePageIsTheTestAbove) {
+    for (const ManualSection& section : manualPage("rehearsing.md")) {
+        if (section.heading == "As a library") {
+            std::string example;
+            for (const std::string& line : section.codeBlock()) {
+                example += line;
+            }
+            EXPECT_GT(example.size(), 500U);
+            EXPECT_NE(withoutBlanks(sourceFile(kThisFile)).find(withoutBlanks(example)), std::string::npos) << example;
+            return;
+        }
+    }
+    FAIL() << "no such section";
+}
+
 /// The literal block of a section of a manual page, without blanks.
 std::string blockUnder(const std::string& section, const std::string& pageFile) {
     const std::string page = sourceFile(pageFile);
@@ -231,6 +271,60 @@ TEST(HostEvents, OnThePagesAreThoseInTheCode) {
     for (const std::string& kind : kinds) {
         EXPECT_EQ(onThePage.count(kind), 1U) << kind;
     }
+}
+
+/// The names of the actions in the table of the page, each with the letters of the places where it is permitted.
+std::set<std::string> actionsOnThePage() {
+    std::set<std::string> actions;
+    for (const ManualSection& section : manualPage("rehearsing.md")) {
+        for (const ManualTable& table : section.tables()) {
+            if (table.columns.front() == "Action") {
+                for (const std::vector<std::string>& row : table.rows) {
+                    const std::string written = codeSpans(row.front()).at(0);
+                    actions.insert(written.substr(0, written.find(':')) + ' ' + row.at(1));
+                }
+            }
+        }
+    }
+    return actions;
+}
+
+TEST(Scenarios, HaveTheActionsOnThePage) {
+    std::set<std::string> actions;
+    for (const std::string& entry : matchesIn("host/scenario/Actions.cpp", R"re(\n    \{("[a-z-]+", [a-z, ]+)\})re")) {
+        std::istringstream words(std::regex_replace(entry, std::regex("[\",]"), ""));
+        std::string action;
+        words >> action;
+        for (const char* const letter : {" S", " R", " A", " T"}) {
+            std::string isPermitted;
+            words >> isPermitted;
+            action += isPermitted == "true" ? letter : "";
+        }
+        actions.insert(action);
+    }
+    EXPECT_GT(actions.size(), 20U);
+    EXPECT_EQ(actionsOnThePage(), actions);
+}
+
+TEST(Scenarios, AreExplainedOnThePage) {
+    std::set<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(CSCLIENT_SOURCE_TREE "/examples/scenarios")) {
+        files.insert(entry.path().filename().string());
+    }
+    EXPECT_EQ(files.size(), 12U);
+    std::set<std::string> headings;
+    for (const ManualSection& section : manualPage("rehearsing.md")) {
+        if (section.heading.find(".yaml") != std::string::npos) {
+            headings.insert(section.heading);
+        }
+    }
+    EXPECT_EQ(headings, files);
+}
+
+TEST(Scenarios, HaveTheExitCodesOnThePage) {
+    // The first table of the help is that of `cshost` itself, whose codes are among those of `cshost run`.
+    EXPECT_EQ(firstColumn("rehearsing.md", "Code"),
+              matchesIn("tools/cshost.cpp", R"re("  ([0-9]+(?: to [0-9]+)?) )re"));
 }
 
 // The page "My parameter does not arrive" lists every line that the library and cspublish print, and no others.

@@ -44,6 +44,7 @@ TEST(HostEventJson, HasATextForKindsWithoutAName) {
         {HostEvent::Kind::DROPPED, "dropped"},
         {HostEvent::Kind::VERSION_ANSWERED, "version_answered"},
         {HostEvent::Kind::REQUEST_IGNORED, "request_ignored"},
+        {HostEvent::Kind::FAULT, "fault"},
     };
     for (const auto& [kind, name] : kinds) {
         HostEvent event = eventOf(kind);
@@ -83,6 +84,12 @@ TEST(HostEventJson, HasNameIdAndValueOfAParameter) {
         event.value = HostValue::integer(-3);
         EXPECT_EQ(othersOf(event, name), json({{"name", "altitude"}, {"id", 4}, {"type", "int"}, {"value", -3}}));
     }
+}
+
+TEST(HostEventJson, HasTheNameThatTheHostDoesNotKnow) {
+    HostEvent event = eventOf(HostEvent::Kind::NAME_REFUSED);
+    event.name = "altitude";
+    EXPECT_EQ(othersOf(event, "name_refused"), json({{"name", "altitude"}}));
 }
 
 TEST(HostEventJson, HasNoIdForAValueThatTheHostSets) {
