@@ -4,6 +4,7 @@
 #include <asio/post.hpp>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace com_tesk::scenario {
 
@@ -89,17 +90,23 @@ void Player::proceed() {
 }
 
 void Player::giveValues(Duration time) {
+    std::vector<std::pair<Duration, const ValueSource*>> due;
     for (Source& entry : sources) {
-        // Values whose time has passed unnoticed are left out: only the newest counts.
-        std::optional<Duration> due;
         while (entry.next && *entry.next <= time) {
-            due = entry.next;
-            entry.next = entry.source.nextAfter(*entry.next);
-        }
-        if (due) {
-            if (const auto value = entry.source.at(*due)) {
-                host.perform(SetValue{entry.source.name, *value});
+            const Duration at = *entry.next;
+            entry.next = entry.source.nextAfter(at);
+            const bool isNewest = !entry.next || *entry.next > time;
+            // A host that is late leaves out samples, but no step.
+            if (isNewest || !entry.source.isSampled()) {
+                due.emplace_back(at, &entry.source);
             }
+        }
+    }
+    std::stable_sort(due.begin(), due.end(),
+                     [](const auto& one, const auto& other) { return one.first < other.first; });
+    for (const auto& [at, source] : due) {
+        if (const auto value = source->at(at)) {
+            host.perform(SetValue{source->name, *value});
         }
     }
 }

@@ -76,6 +76,10 @@ std::optional<Duration> ValueSource::nextAfter(Duration time) const {
     return std::visit([time](const auto& form) { return nextOf(form, time); }, shape);
 }
 
+bool ValueSource::isSampled() const {
+    return std::holds_alternative<Ramp>(shape) || std::holds_alternative<Sine>(shape);
+}
+
 std::optional<HostValue> ValueSource::at(Duration time) const {
     const auto number = std::visit([time](const auto& form) { return valueOf(form, time); }, shape);
     return number ? std::optional(hostValueOf(*number, isInteger)) : std::nullopt;

@@ -48,6 +48,9 @@ struct ValueSource {
     /// beginning of the scenario. Sources with a rate have values at multiples of its inverse.
     std::optional<Duration> nextAfter(Duration time) const;
 
+    /// True when the values are samples of a function. A sample that a newer one follows may then be left out.
+    bool isSampled() const;
+
     /// Returns the value at that time; nothing before the first step.
     std::optional<HostValue> at(Duration time) const;
 };

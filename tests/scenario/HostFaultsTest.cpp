@@ -56,6 +56,17 @@ TEST_F(HostFaults, ValuesFollowTheirShape) {
     EXPECT_EQ(client.receiveFrame(), updateOfFirst("40400000"));
 }
 
+TEST_F(HostFaults, StepsOfSeveralNamesComeInTheirOrder) {
+    Client client = connect();
+    subscribeFirst(client);
+    EXPECT_EQ(client.ask(subscribe("B")), hexText(hex(inputReply("00000002", "00000000 00000000", "B"))));
+    // All are late when the scenario begins.
+    play([](Scenario& scenario) { scenario.give("B", Steps{{{0us, 1}, {2us, 3}}}).give("A", Steps{{{1us, 2}}}); });
+    EXPECT_EQ(client.receiveFrame(), hexText(hex(update("00000002 00000000 3F800000"))));
+    EXPECT_EQ(client.receiveFrame(), updateOfFirst("40000000"));
+    EXPECT_EQ(client.receiveFrame(), hexText(hex(update("00000002 00000000 40400000"))));
+}
+
 TEST_F(HostFaults, ANameThatIsNotKnownIsNotConfirmed) {
     options.knownNames = std::set<std::string>{"A"};
     Client client = connect();

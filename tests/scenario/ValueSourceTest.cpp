@@ -79,6 +79,13 @@ TEST(ValueSource, AnIntegerIsTheNearestOne) {
     EXPECT_EQ(large.at(0s), HostValue::integer(2'147'483'647));
 }
 
+TEST(ValueSource, OnlyRampsAndSinesAreSampled) {
+    EXPECT_TRUE((ValueSource{"A", Ramp{}}).isSampled());
+    EXPECT_TRUE((ValueSource{"A", Sine{}}).isSampled());
+    EXPECT_FALSE((ValueSource{"A", Steps{}}).isSampled());
+    EXPECT_FALSE((ValueSource{"A", Constant{}}).isSampled());
+}
+
 TEST(ValueSource, TicksOfAnyRateGoOn) {
     for (const double rate : {0.3, 3.0, 7.0, 50.0, 9'999.0}) {
         const ValueSource source{"A", Sine{0, 1, 1s, rate}};
