@@ -6,6 +6,15 @@
 test_packages=(g++ cmake ninja-build libasio-dev libcli11-dev libgtest-dev libgmock-dev libyaml-cpp-dev nlohmann-json3-dev
     python3-yaml gnuplot-nox tshark)
 
+# use_ccache: installs ccache, and has every later build use it. Results of the compilers are then kept outside the project, so that
+# the next clone on this machine compiles only what differs.
+use_ccache() {
+    scripts/packages ccache
+    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+    # Precompiled headers need these. No file of the project uses the macros for date and time.
+    export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+}
+
 # syntax ARGUMENTS: prints the arguments that the script takes, and ends it with 1.
 syntax() {
     echo "Syntax: $0 $1" >&2
@@ -29,6 +38,7 @@ choose() {
 build_suite() {
     local suite=build/$1 preset
     shift
+    use_ccache
     mkdir -p "$suite"
     : >"$suite/CTestTestfile.cmake"
     for preset in "$@"; do
