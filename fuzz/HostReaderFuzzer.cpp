@@ -118,7 +118,7 @@ void serve(const std::vector<Frame>& frames) {
         core.handle(1 + i % 2, frames[i]);
         checkState(state);
     }
-    core.setValue("ALT", HostValue::integer(-2));
+    core.setValues({{"ALT", HostValue::integer(-2)}});
     core.removeClient(1);
     checkState(state);
     core.removeClient(2);

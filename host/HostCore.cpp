@@ -56,14 +56,16 @@ void HostCore::handle(ClientNumber client, const Frame& frame) {
         parseRequest(frame.body));
 }
 
-void HostCore::setValue(const std::string& name, HostValue value) {
-    HostEvent event;
-    event.kind = Kind::VALUE_SET;
-    event.name = name;
-    event.value = value;
-    outlet.report(std::move(event));
+void HostCore::setValues(const std::vector<std::pair<std::string, HostValue>>& values) {
     Updates updates;
-    store(name, value, updates);
+    for (const auto& [name, value] : values) {
+        HostEvent event;
+        event.kind = Kind::VALUE_SET;
+        event.name = name;
+        event.value = value;
+        outlet.report(std::move(event));
+        store(name, value, updates);
+    }
     sendUpdates(updates);
 }
 
@@ -142,7 +144,9 @@ void HostCore::serve(Session& session, const Publish& request) {
         }
         const HostValue value = HostValue::fromBits(record.bits, output->isInteger);
         reportName(Kind::PUBLISHED, session, *output, value);
-        store(output->name, value, updates);
+        if (options.areValuesShared) {
+            store(output->name, value, updates);
+        }
     }
     sendUpdates(updates);
 }

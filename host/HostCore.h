@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/Bytes.h"
@@ -51,8 +52,8 @@ class HostCore {
     /// From now on, every version reply has this simulator id.
     void assignId(std::uint16_t id) { assignedId = id; }
 
-    /// Stores a value and sends it to every subscriber, as if it had been published.
-    void setValue(const std::string& name, HostValue value);
+    /// Stores the values and sends them to every subscriber, as if they had been published with one request.
+    void setValues(const std::vector<std::pair<std::string, HostValue>>& values);
 
   private:
     struct Session {

@@ -35,6 +35,10 @@ struct HostOptions {
     /// The values before the first client connects. No client can request a name of more than 32 bytes.
     std::map<std::string, HostValue> initialValues;
 
+    /// With false the host only reports published values. It neither stores them nor sends them to subscribers, whose
+    /// values then come from `LoopbackHost::setValue` and `setValues` alone.
+    bool areValuesShared = true;
+
     /// The host drops a client when a message would bring its queue above this many bytes. An empty queue accepts a
     /// message of any size, so that no reply is too long.
     std::size_t maxQueuedBytes = std::size_t{16} * 1024 * 1024;

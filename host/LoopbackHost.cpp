@@ -85,12 +85,12 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         return count;
     }
 
-    void setValue(const std::string& name, HostValue value) {
+    void setValues(const std::vector<std::pair<std::string, HostValue>>& values) {
         if (context.get_executor().running_in_this_thread()) {
-            // The event sink calls, inside an operation of the core. The value is stored after that operation.
-            asio::post(context, [this, name, value] { core.setValue(name, value); });
+            // The event sink calls, inside an operation of the core. The values are stored after that operation.
+            asio::post(context, [this, values] { core.setValues(values); });
         } else {
-            onOwnThread([&] { core.setValue(name, value); });
+            onOwnThread([&] { core.setValues(values); });
         }
     }
 
@@ -194,7 +194,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         } else if (const auto* const assign = std::get_if<scenario::AssignId>(&action)) {
             core.assignId(assign->id);
         } else if (const auto* const set = std::get_if<scenario::SetValue>(&action)) {
-            core.setValue(set->name, set->value);
+            core.setValues({{set->name, set->value}});
         }
     }
 
@@ -290,7 +290,11 @@ std::future<ScenarioVerdict> LoopbackHost::play(Scenario scenario) {
 }
 
 void LoopbackHost::setValue(const std::string& name, HostValue value) {
-    impl->setValue(name, value);
+    impl->setValues({{name, value}});
+}
+
+void LoopbackHost::setValues(const std::vector<std::pair<std::string, HostValue>>& values) {
+    impl->setValues(values);
 }
 
 std::optional<HostValue> LoopbackHost::value(const std::string& name) const {

@@ -7,6 +7,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/HostEvent.h"
 #include "host/HostOptions.h"
@@ -89,6 +91,9 @@ class LoopbackHost {
     /// the updates are queued. In a call from the event sink it returns immediately, and the host stores the value
     /// later.
     void setValue(const std::string& name, HostValue value);
+
+    /// The same for several values. Each subscriber receives one update message with those of its names, in this order.
+    void setValues(const std::vector<std::pair<std::string, HostValue>>& values);
 
     /// Plays a scenario from now on: the host fails as it says, and compares what the clients do with what it expects.
     /// One scenario at a time: another one interrupts it. Not from the event sink. Blocks shortly.

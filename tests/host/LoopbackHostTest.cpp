@@ -111,6 +111,29 @@ TEST_F(LoopbackHostTest, TheEventSinkMaySetAndReadValues) {
     EXPECT_EQ(client.receiveFrame(), update("00000002 00000001 00000001")) << "A is reported before it is stored";
 }
 
+TEST_F(LoopbackHostTest, ValuesThatAreSetTogetherAreOneMessage) {
+    Client client = connect();
+    client.ask(subscribe("A"));
+    client.ask(subscribe("B"));
+    host().setValues({{"A", HostValue::real(1)}, {"Z", HostValue::real(9)}, {"B", HostValue::integer(2)}});
+    EXPECT_EQ(client.receiveFrame(), frame("04027FFF 00000030 007F0003 00050000 00000000 00000002"
+                                           "00000001 00000000 3F800000 00000002 00000001 00000002"));
+    EXPECT_EQ(host().value("Z"), HostValue::real(9));
+}
+
+TEST_F(LoopbackHostTest, ValuesThatAreNotSharedAreOnlyReported) {
+    options.areValuesShared = false;
+    Client client = connect();
+    client.ask(subscribe("A"));
+    client.ask(registerOutput("A"));
+    client.send(publish("00000002 00000000 3F800000"));
+    client.ask(versionRequest());
+    EXPECT_EQ(log.count("published A = 1"), 1U);
+    EXPECT_FALSE(host().value("A").has_value());
+    host().setValue("A", HostValue::real(2));
+    EXPECT_EQ(client.receiveFrame(), update("00000001 00000000 40000000")) << "the publication was not sent";
+}
+
 TEST_F(LoopbackHostTest, SendsASetValueToTwoHundredClients) {
     constexpr std::size_t kClients = 200;
     std::vector<std::unique_ptr<Client>> clients;
