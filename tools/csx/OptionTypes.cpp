@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "tools/WholeNumber.h"
 #include "tools/csx/Lines.h"
 #include "tools/csx/Texts.h"
 
@@ -39,6 +40,23 @@ std::vector<std::string> namesOf(const std::vector<std::string>& words) {
 }
 
 }  // namespace
+
+void takeHost(const std::string& option, const std::string& text, std::string& host, std::uint16_t& port) {
+    const std::size_t colon = text.rfind(':');
+    host = text.substr(0, colon);
+    if (colon != std::string::npos) {
+        const std::string_view digits = std::string_view(text).substr(colon + 1);
+        const auto number = tools::wholeNumber<std::uint16_t>(digits);
+        constexpr std::size_t kMaxDigits = 5;
+        if (number.value_or(0) == 0 || digits.size() > kMaxDigits) {
+            throw CLI::ValidationError(option, "no port from 1 to 65535: " + text);
+        }
+        port = *number;
+    }
+    if (host.empty()) {
+        throw CLI::ValidationError(option, "no host: " + text);
+    }
+}
 
 CLI::Option* addDuration(CLI::App& app, const std::string& name, const std::string& description,
                          const std::function<void(std::chrono::microseconds)>& take) {

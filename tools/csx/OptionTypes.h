@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -13,6 +14,10 @@ namespace com_tesk::csx {
 /// Adds an option that takes a duration.
 CLI::Option* addDuration(CLI::App& app, const std::string& name, const std::string& description,
                          const std::function<void(std::chrono::microseconds)>& take);
+
+/// Reads `HOST` or `HOST:PORT` of this option. The port stays as it is when the text has none.
+/// @throw CLI::ValidationError
+void takeHost(const std::string& option, const std::string& text, std::string& host, std::uint16_t& port);
 
 /// Adds an option that takes one of these words.
 template <typename T>
