@@ -7,6 +7,7 @@
 #include "client/CSClient.h"
 #include "tools/csx/Completion.h"
 #include "tools/csx/OptionTypes.h"
+#include "tools/csx/ReplayCommand.h"
 #include "tools/csx/Texts.h"
 
 namespace com_tesk::csx {
@@ -28,26 +29,6 @@ constexpr char kFooter[] =
     "  3          some names were not confirmed in time; the others were printed\n"
     "  4          the connection was lost meanwhile\n"
     "  100 to 127 the command line is invalid\n";
-
-/// Reads `HOST` or `HOST:PORT`.
-void takeHost(const std::string& text, CommonOptions& common) {
-    const std::size_t colon = text.rfind(':');
-    common.host = text.substr(0, colon);
-    if (colon != std::string::npos) {
-        unsigned long port = 0;
-        const std::string number = text.substr(colon + 1);
-        const bool hasDigits = !number.empty() && number.size() <= 5 &&
-                               std::all_of(number.begin(), number.end(), [](char c) { return c >= '0' && c <= '9'; });
-        port = hasDigits ? std::stoul(number) : 0;
-        if (port == 0 || port > 65'535) {
-            throw CLI::ValidationError("--host", "no port from 1 to 65535: " + text);
-        }
-        common.port = static_cast<std::uint16_t>(port);
-    }
-    if (common.host.empty()) {
-        throw CLI::ValidationError("--host", "no host: " + text);
-    }
-}
 
 void takeAssignments(const std::vector<std::string>& words, PutOptions& options) {
     for (const std::string& word : words) {
@@ -90,15 +71,17 @@ CommandLine::CommandLine(CLI::App& app) {
     addWait(app);
     addInfo(app);
     addDoctor(app);
+    recordingCommands = std::make_unique<RecordingCommands>(app, common, command);
+    addReplay(app, common, replayOptions, command);
     addCompletion(app);
     for (CLI::App* const sub : app.get_subcommands(nullptr)) {
-        sub->footer(kCommandFooter);
+        sub->footer(sub->get_footer() + kCommandFooter);
     }
 }
 
 void CommandLine::addCommonOptions(CLI::App& app) {
     app.add_option_function<std::string>(
-           "-H,--host", [this](const std::string& text) { takeHost(text, common); },
+           "-H,--host", [this](const std::string& text) { takeHost("--host", text, common.host, common.port); },
            "address or name of the host, and its port; by default 127.0.0.1:55580")
         ->type_name("HOST[:PORT]")
         ->envname("CSX_HOST");

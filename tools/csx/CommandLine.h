@@ -1,10 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "tools/csx/Commands.h"
+#include "tools/csx/RecordingCommands.h"
+#include "tools/replay/Options.h"
 
 namespace CLI {  // NOLINT(readability-identifier-naming): the library's name
 class App;
@@ -40,8 +43,10 @@ class CommandLine {
     WatchOptions watchOptions;
     WaitOptions waitOptions;
     DoctorOptions doctorOptions;
+    replay::Options replayOptions;
     std::string shell;
     std::function<ExitCode(Signals&)> command;
+    std::unique_ptr<RecordingCommands> recordingCommands;
 };
 
 }  // namespace com_tesk::csx

@@ -50,7 +50,7 @@ Program::Program(const std::vector<std::string>& commandLine, const std::string&
     sigset_t defaults;
     sigemptyset(&none);
     sigemptyset(&defaults);
-    for (const int number : {SIGINT, SIGTERM, SIGCHLD}) {
+    for (const int number : {SIGINT, SIGTERM, SIGCHLD, SIGPIPE}) {
         sigaddset(&defaults, number);
     }
     posix_spawnattr_t attributes;
