@@ -12,26 +12,52 @@ _csx() {
             mapfile -t COMPREPLY < <(compgen -W 'abs rel delta none' -- "$word")
             return
             ;;
+        --as)
+            mapfile -t COMPREPLY < <(compgen -W 'host client' -- "$word")
+            return
+            ;;
+        --rules)
+            mapfile -t COMPREPLY < <(compgen -A file -- "$word")
+            return
+            ;;
         -H | --host)
             mapfile -t COMPREPLY < <(compgen -A hostname -- "$word")
             return
             ;;
-        --id | --timeout | -n | --count | --for | --max-rate | --within | --echo | --publish)
+        -w | --write)
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
+            return
+            ;;
+        --to)
+            mapfile -t COMPREPLY < <(compgen -A hostname -- "$word")
+            return
+            ;;
+        --rotate | --keep | --sync | --id | --timeout | -n | --count | --for | --max-rate | --within | --echo | --publish | \
+            --rate | --start | --skip-gaps | --only | --rename | --listen | --port | --patience | --tolerance | --window)
             return # The user types numbers, times and names.
             ;;
     esac
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            get | put | watch | wait | info | doctor | completion) command=${COMP_WORDS[i]} ;;
+            get | put | watch | wait | record | replay | info | doctor | completion) command=${COMP_WORDS[i]} ;;
         esac
     done
     local options='-h --help --version -H --host --id --timeout -o --output'
     case $command in
-        '') options+=' get put watch wait info doctor completion' ;;
+        '') options+=' get put watch wait record replay info doctor completion' ;;
         put) options+=' --echo --hold' ;;
         watch) options+=' -n --count --for --changes --max-rate --time' ;;
         wait) options+=' --within --hold' ;;
+        record) options+=' -w --write --proxy --listen --to --raw --for --rotate --keep --sync' ;;
         doctor) options+=' --publish' ;;
+        replay)
+            options+=' --as --rate --loop --start --for --skip-gaps --only --rename --listen --port --patience --check'
+            options+=' --tolerance --window --rules --bless'
+            if [[ $word != -* ]]; then
+                mapfile -t COMPREPLY < <(compgen -A file -- "$word")
+                return
+            fi
+            ;;
         completion) options+=' bash zsh fish' ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
