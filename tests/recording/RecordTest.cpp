@@ -66,6 +66,12 @@ TEST_F(RecordBy, AnIndependentParserReadsWhatPassedTheProxy) {
     EXPECT_EQ(readByPython("count"), "i:-3 i:-3 i:2147483647 i:2147483647 end");
 }
 
+TEST_F(RecordBy, TheHostHasItsUsualPortUnlessItIsGiven) {
+    Csx csx({"record", "-w", log(), "--proxy", "--listen", "127.0.0.1:0", "--to", "127.0.0.2"});
+    EXPECT_TRUE(csx.waitForErr(" for 127.0.0.2:55580, recording to")) << csx.errText();
+    csx.expectEndAfter(SIGINT, 0);
+}
+
 TEST_F(RecordBy, SubscribedValuesAndLossesAreRecorded) {
     HostRecord record;
     LoopbackHost host(record.options());

@@ -78,6 +78,7 @@ void RecordingCommands::addRecord(CLI::App& app) {
     CLI::Option* const to = sub->add_option_function<std::string>(
                                    "--to",
                                    [this](const std::string& text) {
+                                       recordOptions.to.port = CommonOptions().port;
                                        takeHost("--to", text, recordOptions.to.host, recordOptions.to.port);
                                    },
                                    "the host of these programs; by default that of --host")

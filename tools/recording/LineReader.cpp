@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 #include <system_error>
 
 namespace com_tesk::recording {
@@ -18,16 +19,20 @@ constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 }  // namespace
 
 LineReader::LineReader(const std::string& file)
-    : descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)), block(kBlockSize) {
+    : descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)), block(kBlockSize) {
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), file);
+    }
     struct stat status {};
-    int error = descriptor < 0 ? errno : 0;
-    if (error == 0 && fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
-        close(descriptor);
-        error = EISDIR;
+    fstat(descriptor, &status);
+    if (S_ISREG(status.st_mode)) {
+        return;
     }
-    if (error != 0) {
-        throw std::system_error(error, std::generic_category(), file);
+    close(descriptor);
+    if (S_ISDIR(status.st_mode)) {
+        throw std::system_error(EISDIR, std::generic_category(), file);
     }
+    throw std::runtime_error(file + ": no regular file, and a recording is read more than once");
 }
 
 LineReader::~LineReader() {

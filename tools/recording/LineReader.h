@@ -14,7 +14,8 @@ class LineReader {
   public:
     static constexpr std::size_t kMaxLineSize = std::size_t{64} * 1024 * 1024;
 
-    /// @throws std::system_error  the file cannot be opened or is a directory.
+    /// @throws std::system_error   the file cannot be opened or is a directory.
+    /// @throws std::runtime_error  the file is a pipe or a device, which could block.
     explicit LineReader(const std::string& file);
     ~LineReader();
     LineReader(const LineReader&) = delete;

@@ -8,12 +8,12 @@
 #include <utility>
 
 #include "tools/Json.h"
+#include "tools/Utc.h"
 
 namespace com_tesk::recording {
 
 namespace {
 
-constexpr std::size_t kMaxQueued = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t kItemCost = 100;  // roughly what an item needs besides its bytes
 /// Lines reach the file after this time. Waking up for every frame would cost more than writing it.
 constexpr std::chrono::milliseconds kGather{10};
@@ -36,6 +36,7 @@ Header filledIn(Header header) {
 
 Recorder::Recorder(const Options& recorderOptions, Header header, const RecordingFile::Say& say)
     : isRaw(recorderOptions.isRaw),
+      maxQueued(recorderOptions.maxQueued),
       file(recorderOptions.file, filledIn(std::move(header)), say),
       thread([this] { run(); }) {}
 
@@ -62,7 +63,7 @@ void Recorder::addBytes(std::uint32_t connection, Side side, std::string_view by
     bool isTooMuch = false;
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        isTooMuch = queuedBytes + bytes.size() + kItemCost > kMaxQueued;
+        isTooMuch = queuedBytes + bytes.size() + kItemCost > maxQueued;
     }
     if (isTooMuch) {
         isLeftOut[connection] = true;

@@ -24,7 +24,8 @@ class Recorder {
   public:
     struct Options {
         RecordingOptions file;
-        bool isRaw = false;  ///< Also records the bytes as they arrived.
+        bool isRaw = false;                                     ///< Also records the bytes as they arrived.
+        std::size_t maxQueued = std::size_t{64} * 1024 * 1024;  ///< Bytes that may wait for the disk.
     };
 
     /// Creates the file. The header's `run`, `part` and `started` are filled in.
@@ -39,8 +40,8 @@ class Recorder {
     /// Records the content with the time of the call.
     void add(std::uint32_t connection, Content content);
 
-    /// Records the frames in these bytes, which have arrived just now. When the disk is so slow that more than 64 MiB
-    /// wait, the rest of that connection is left out, and a line says so.
+    /// Records the frames in these bytes, which have arrived just now. When the disk is so slow that more than
+    /// `maxQueued` bytes wait, the rest of that connection is left out, and a line says so.
     void addBytes(std::uint32_t connection, Side side, std::string_view bytes);
 
     /// Writes everything and the last line. Blocks as the disk does.
@@ -64,6 +65,7 @@ class Recorder {
 
     const std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
     const bool isRaw;
+    const std::size_t maxQueued;
     std::map<std::uint32_t, bool> isLeftOut;  // by the caller's thread only: connections that were too much
 
     // by the recorder's thread only

@@ -136,7 +136,7 @@ class Recording::Impl {
     void open(const std::string& file) {
         try {
             reader = std::make_unique<LineReader>(file);
-        } catch (const std::system_error& error) {
+        } catch (const std::runtime_error& error) {
             note(error.what());
             ++fileIndex;
         }
