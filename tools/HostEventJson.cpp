@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "tools/Json.h"
+#include "tools/Utc.h"
 
 namespace com_tesk::tools {
 

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -54,19 +52,6 @@ inline std::string hexOf(std::string_view bytes) {
         text += kDigits[byte & 0xFU];
     }
     return text;
-}
-
-/// Returns the time in UTC: 2026-11-21T22:04:05.123456Z.
-inline std::string utcOf(std::chrono::system_clock::time_point time) {
-    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
-    const auto seconds = static_cast<std::time_t>(micros / 1'000'000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", parts.tm_year + 1900,
-                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                  static_cast<int>(micros % 1'000'000));
-    return text.data();
 }
 
 /// Returns the text as a string of JSON. It must be UTF-8.

@@ -36,7 +36,7 @@ std::vector<std::string> commandsOf(const std::string& help) {
 TEST(Completion, OfEachShellHasAllCommandsAndOptions) {
     const std::string help = outputOf({"--help"});
     const std::vector<std::string> commands = commandsOf(help);
-    EXPECT_EQ(commands.size(), 9U) << help;
+    EXPECT_EQ(commands.size(), 12U) << help;
     std::set<std::string> options = optionsOf(help);
     EXPECT_GE(options.size(), 5U) << help;
     for (const std::string& command : commands) {

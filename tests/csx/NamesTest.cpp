@@ -75,12 +75,5 @@ TEST(Utf8, IsInvalidBeyondEachEdge) {
     }
 }
 
-TEST(Times, AreUtcWithMicroseconds) {
-    using namespace std::chrono;
-    EXPECT_EQ(utcOf(system_clock::time_point(microseconds(0))), "1970-01-01T00:00:00.000000Z");
-    EXPECT_EQ(utcOf(system_clock::time_point(microseconds(1'763'762'645'123'456))), "2025-11-21T22:04:05.123456Z");
-    EXPECT_EQ(utcOf(system_clock::time_point(microseconds(951'782'400'000'001))), "2000-02-29T00:00:00.000001Z");
-}
-
 }  // namespace
 }  // namespace com_tesk::csx

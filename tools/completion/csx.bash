@@ -4,7 +4,15 @@ _csx() {
     local word=${COMP_WORDS[COMP_CWORD]} command='' i
     COMPREPLY=()
     case ${COMP_WORDS[COMP_CWORD - 1]} in
+        --file)
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
+            return
+            ;;
         -o | --output)
+            if [[ " ${COMP_WORDS[*]} " == *" convert "* || " ${COMP_WORDS[*]} " == *" plot "* ]]; then
+                mapfile -t COMPREPLY < <(compgen -f -- "$word")
+                return
+            fi
             mapfile -t COMPREPLY < <(compgen -W 'text json csv' -- "$word")
             return
             ;;
@@ -29,6 +37,10 @@ _csx() {
             return
             ;;
         --to)
+            if [[ " ${COMP_WORDS[*]} " == *" convert "* ]]; then
+                mapfile -t COMPREPLY < <(compgen -W 'csv scenario pcap' -- "$word")
+                return
+            fi
             mapfile -t COMPREPLY < <(compgen -A hostname -- "$word")
             return
             ;;
@@ -39,12 +51,12 @@ _csx() {
     esac
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            get | put | watch | wait | record | replay | info | doctor | completion) command=${COMP_WORDS[i]} ;;
+            get | put | watch | wait | record | replay | convert | plot | stats | info | doctor | completion) command=${COMP_WORDS[i]} ;;
         esac
     done
     local options='-h --help --version -H --host --id --timeout -o --output'
     case $command in
-        '') options+=' get put watch wait record replay info doctor completion' ;;
+        '') options+=' get put watch wait record replay convert plot stats info doctor completion' ;;
         put) options+=' --echo --hold' ;;
         watch) options+=' -n --count --for --changes --max-rate --time' ;;
         wait) options+=' --within --hold' ;;
@@ -53,6 +65,14 @@ _csx() {
         replay)
             options+=' --as --rate --loop --start --for --skip-gaps --only --rename --listen --port --patience --check'
             options+=' --tolerance --window --rules --bless'
+            if [[ $word != -* ]]; then
+                mapfile -t COMPREPLY < <(compgen -A file -- "$word")
+                return
+            fi
+            ;;
+        convert | plot | stats)
+            [ "$command" != convert ] || options+=' --to --file'
+            [ "$command" != plot ] || options+=' --file'
             if [[ $word != -* ]]; then
                 mapfile -t COMPREPLY < <(compgen -A file -- "$word")
                 return

@@ -1,6 +1,6 @@
 # Completion of csx's command line in fish.
 
-set -l commands get put watch wait record replay info doctor completion
+set -l commands get put watch wait record replay convert plot stats info doctor completion
 complete -c csx -f
 complete -c csx -s h -l help -d 'print the help'
 complete -c csx -l version -d 'print the version'
@@ -16,6 +16,9 @@ complete -c csx -n "not __fish_seen_subcommand_from $commands" -a record -d 'rec
 complete -c csx -n "not __fish_seen_subcommand_from $commands" -a info -d 'print what is known about the host'
 complete -c csx -n "not __fish_seen_subcommand_from $commands" -a doctor -d 'check step by step what can be wrong'
 complete -c csx -n "not __fish_seen_subcommand_from $commands" -a replay -d 'play a recording'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a convert -d 'write a recording in another format'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a plot -d 'draw values of a recording'
+complete -c csx -n "not __fish_seen_subcommand_from $commands" -a stats -d 'print rates, gaps and extremes'
 complete -c csx -n "not __fish_seen_subcommand_from $commands" -a completion -d 'print a completion script'
 complete -c csx -n '__fish_seen_subcommand_from put' -l echo -x -d 'wait until the values come back'
 complete -c csx -n '__fish_seen_subcommand_from put' -l hold -d 'stay connected until SIGINT'
@@ -54,3 +57,6 @@ complete -c csx -n '__fish_seen_subcommand_from replay' -l window -x -d 'permitt
 complete -c csx -n '__fish_seen_subcommand_from replay' -l rules -r -d 'rules for single outputs'
 complete -c csx -n '__fish_seen_subcommand_from replay' -l bless -d 'write the new expectation'
 complete -c csx -n '__fish_seen_subcommand_from completion' -x -a 'bash zsh fish'
+complete -c csx -n '__fish_seen_subcommand_from convert plot stats' -F
+complete -c csx -n '__fish_seen_subcommand_from convert' -l to -x -a 'csv scenario pcap' -d 'format of the result'
+complete -c csx -n '__fish_seen_subcommand_from convert plot' -s o -l file -r -d 'file for the result'

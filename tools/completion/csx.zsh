@@ -20,6 +20,9 @@ _csx() {
         'info:print what is known about the host'
         'doctor:check step by step what can be wrong'
         'replay:play a recording'
+        'convert:write a recording in another format'
+        'plot:draw values of a recording'
+        'stats:print rates, gaps and extremes'
         'completion:print the completion script of a shell'
     )
     local curcontext=$curcontext state line
@@ -55,6 +58,10 @@ _csx() {
                     '--tolerance[permitted difference of values]:number:' '--window[permitted difference of times]:time:' \
                     '--rules[rules for single outputs]:file:_files' '--bless[write the new expectation]' \
                     '1:recording:_files' '*::program:_normal' ;;
+                convert) _arguments '--to[format of the result]:format:(csv scenario pcap)' \
+                    {-o,--file}'[file for the result]:file:_files' '1:recording:_files' ;;
+                plot) _arguments {-o,--file}'[file for the picture]:file:_files' '1:recording:_files' '*:name:' ;;
+                stats) _arguments $common '1:recording:_files' ;;
                 completion) _arguments $common '1:shell:(bash zsh fish)' ;;
             esac
             ;;

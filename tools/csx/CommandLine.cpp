@@ -5,6 +5,7 @@
 #include <map>
 
 #include "client/CSClient.h"
+#include "tools/csx/AnalysisCommands.h"
 #include "tools/csx/Completion.h"
 #include "tools/csx/OptionTypes.h"
 #include "tools/csx/ReplayCommand.h"
@@ -25,7 +26,7 @@ constexpr char kFooter[] =
     "Exit codes:\n"
     "  0          done, or a condition held; watch was ended by a signal or a closed pipe\n"
     "  1          a condition was not reached, or a check failed\n"
-    "  2          no host: not reached, not a host, or closed at once\n"
+    "  2          no host: not reached, not a host, or closed at once; or the recording cannot be read\n"
     "  3          some names were not confirmed in time; the others were printed\n"
     "  4          the connection was lost meanwhile\n"
     "  100 to 127 the command line is invalid\n";
@@ -77,6 +78,7 @@ CommandLine::CommandLine(CLI::App& app) {
     for (CLI::App* const sub : app.get_subcommands(nullptr)) {
         sub->footer(sub->get_footer() + kCommandFooter);
     }
+    addAnalysis(app, common, analysisOptions, command);  // They connect to no host, so they have footers of their own.
 }
 
 void CommandLine::addCommonOptions(CLI::App& app) {

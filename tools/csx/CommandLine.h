@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/csx/Analysis.h"
 #include "tools/csx/Commands.h"
 #include "tools/csx/RecordingCommands.h"
 #include "tools/replay/Options.h"
@@ -44,6 +45,7 @@ class CommandLine {
     WaitOptions waitOptions;
     DoctorOptions doctorOptions;
     replay::Options replayOptions;
+    AnalysisOptions analysisOptions;
     std::string shell;
     std::function<ExitCode(Signals&)> command;
     std::unique_ptr<RecordingCommands> recordingCommands;

@@ -26,6 +26,9 @@ class DataOutput {
     /// @throw std::system_error  the system refused, as with a full disk.
     void line(std::string_view text);
 
+    /// Writes bytes of any kind. Otherwise as `line`.
+    void bytes(std::string_view bytes) { write(bytes); }
+
     /// True when standard output is a terminal for which colours are not switched off.
     static bool hasColours();
 

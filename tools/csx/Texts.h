@@ -8,6 +8,7 @@
 #include "tools/Durations.h"
 #include "tools/Json.h"
 #include "tools/ParameterNames.h"
+#include "tools/Utc.h"
 
 /// Texts of command lines and of output lines.
 namespace com_tesk::csx {
