@@ -1,4 +1,4 @@
-// What the recorder leaves out when the disk is too slow.
+// Connections that the recorder leaves out when the disk is too slow.
 
 #include "tools/recording/Recorder.h"
 
