@@ -33,7 +33,7 @@ TEST_F(Play, WithoutAnEndItEndsWithTheLastExpectation) {
 }
 
 TEST_F(Play, AnExpectationThatFailsIsReported) {
-    play([](Scenario& scenario) { scenario.expect(publishes("A", 2)).expect(connects()).ends(400ms); });
+    play([](Scenario& scenario) { scenario.expect(publishes("A", 2)).expect(connects()).ends(3s); });
     Client client = connect();
     client.ask(registerOutput("A"));
     client.send(publish("00000001 00000000 3F800000"));
