@@ -98,7 +98,7 @@ class Supervisor {
     bool isDoneSending(Clock::time_point now) CSCLIENT_EXCLUDES(stopMutex);
     void giveUp(Cause cause);
     void afterEnd();
-    void reportFailure(Cause cause, int error, bool wasConnected);
+    void reportFailure(Cause cause, int error, const std::string& what);
     void recover();
     void wait();
     /// Makes the thread check at `time`, at the latest.

@@ -80,7 +80,7 @@ void Supervisor::open() {
         phase = Phase::PAUSED;
         nextAttempt = after(attemptBegan, options.retry);
         const CountedAtEnd counted(failed);
-        reportFailure(Cause::NAME_NOT_FOUND, found.error, false);
+        reportFailure(Cause::NAME_NOT_FOUND, found.error, "no connection");
         return;
     }
     wasUp = false;
@@ -192,6 +192,7 @@ void Supervisor::giveUp(Cause cause) {
 void Supervisor::afterEnd() {
     protocol.waitForWorker();
     const bool wasConnected = sender.connection() != 0;
+    const bool wasAnswered = receiver.isAnswered();
     sender.end();
     receiver.forgetAnswer();
     sender.forEachInput([this](InputSlot& slot) { dispatcher.addQualityChange(slot); });
@@ -203,11 +204,17 @@ void Supervisor::afterEnd() {
     const SessionTransport::Failure failure = transport.failure();
     const bool isKnown = failure.cause != Cause::NONE && failure.cause != Cause::STOPPED_BY_US;
     const CountedAtEnd counted(wasConnected ? lost : failed);
-    reportFailure(isKnown ? failure.cause : Cause::CLOSED, failure.error, wasConnected);
+    const Cause cause = isKnown ? failure.cause : Cause::CLOSED;
+    // A tunnel or a proxy accepts at once, and closes when it cannot reach the host.
+    const bool isUnanswered = !wasAnswered && (cause == Cause::CLOSED || cause == Cause::RESET);
+    reportFailure(cause, failure.error,
+                  !wasConnected  ? "no connection"
+                  : isUnanswered ? "connected, and no answer"
+                                 : "connection lost");
 }
 
-void Supervisor::reportFailure(Cause cause, int error, bool wasConnected) {
-    std::string text = place() + (wasConnected ? ": connection lost: " : ": no connection: ") + textOf(cause);
+void Supervisor::reportFailure(Cause cause, int error, const std::string& what) {
+    std::string text = place() + ": " + what + ": " + textOf(cause);
     if (cause == Cause::NAME_NOT_FOUND) {
         text += std::string(" (") + gai_strerror(error) + ')';
     } else if (error != 0) {

@@ -123,7 +123,8 @@ TEST_F(Links, PeerThatClosesAtOnceIsClosed) {
     EXPECT_EQ(firstFailure().cause, Cause::CLOSED);
     ASSERT_TRUE(waitUntil([&] { return session->health().losses == 5; }));
     EXPECT_EQ(session->health().failedAttempts, 0U);
-    EXPECT_EQ(logged(Session::Level::WARNING, "closed by the host"), 1U) << "not for every attempt";
+    EXPECT_EQ(logged(Session::Level::WARNING, ": connected, and no answer: closed by the host"), 1U)
+        << "not for every attempt";
 }
 
 TEST_F(Links, ResetIsReset) {

@@ -188,6 +188,14 @@ bool ChildProcess::hasExitedWithin(std::chrono::milliseconds duration) const {
         duration);
 }
 
+long ChildProcess::residentBytes() const {
+    std::ifstream pages("/proc/" + std::to_string(process) + "/statm");
+    long all = 0;
+    long resident = 0;
+    pages >> all >> resident;
+    return resident * sysconf(_SC_PAGESIZE);
+}
+
 void ChildProcess::signal(int number) const {
     kill(process, number);
 }

@@ -58,6 +58,9 @@ class ChildProcess {
 
     void signal(int number) const;
 
+    /// Returns the memory of the program that is in use now, in bytes.
+    long residentBytes() const;
+
     /// Returns how often the program's first thread has slept or waited so far.
     long timesBlocked() const;
     /// Waits until it has done so again.
