@@ -13,6 +13,9 @@ namespace com_tesk::host {
 template <class T>
 class Guarded {
   public:
+    Guarded() = default;
+    explicit Guarded(T initialValue) : value(std::move(initialValue)) {}
+
     template <class Function>
     auto read(Function function) const {
         const std::lock_guard<std::mutex> lock(mutex);

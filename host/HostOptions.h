@@ -51,6 +51,13 @@ struct HostOptions {
     /// on the wire or on the results of LoopbackHost. A test that has seen the effect can thus rely on the event. Must
     /// not throw. May call every LoopbackHost operation except stop(), dropClients() and the waits.
     std::function<void(const HostEvent&)> eventSink;
+
+    /// Called on the host's own thread once every `heartbeatInterval`, for as long as this thread serves clients. A
+    /// service feeds its watchdog with it: when the thread hangs, the calls end. The rules are those of `eventSink`.
+    /// @{
+    std::function<void()> heartbeat;
+    std::chrono::milliseconds heartbeatInterval = std::chrono::seconds(1);
+    /// @}
 };
 
 }  // namespace com_tesk

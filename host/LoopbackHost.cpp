@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/ClientConnection.h"
+#include "host/Heartbeat.h"
 #include "host/HostCore.h"
 #include "host/HostState.h"
 #include "host/Listener.h"
@@ -34,8 +35,10 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
               context, options.listenAddress, options.port,
               [this](asio::ip::tcp::socket socket, const std::string& peer) { acceptClient(std::move(socket), peer); },
               [this](const std::error_code& error) { reportText(Kind::ACCEPT_FAILED, 0, error.message()); }),
-          reopenTimer(context) {
+          reopenTimer(context),
+          heartbeat(context, options.heartbeat, options.heartbeatInterval) {
         reportText(Kind::LISTENING, 0, listener.where());
+        heartbeat.start();
         thread = std::thread([this] { context.run(); });
     }
 
@@ -53,6 +56,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
         asio::post(context, [this] {
             interruptScenario();
             reopenTimer.cancel();
+            heartbeat.stop();
             listener.close();
             closeAll(CloseMode::GRACEFUL, "the host stops");
             reportText(Kind::STOPPED, 0, {});
@@ -260,6 +264,7 @@ class LoopbackHost::Impl final : private host::HostOutlet, private host::Connect
     std::map<ClientNumber, std::shared_ptr<ClientConnection>> connections;
     std::optional<scenario::Player> player;
     asio::steady_timer reopenTimer;
+    host::Heartbeat heartbeat;
     ClientNumber lastNumber = 0;
     std::uint32_t restarts = 0;
     bool reporting = true;  // until the host has stopped

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "host/HostEvent.h"
@@ -16,6 +17,8 @@
 #include "host/Value.h"
 #include "tools/HostEventJson.h"
 #include "tools/scenario/RunCommand.h"
+#include "tools/service/Notifier.h"
+#include "tools/service/Watchdog.h"
 
 // cshost: the loopback host as a program. Event lines on standard output, all other output on standard error.
 
@@ -78,11 +81,23 @@ void printJsonLine(const com_tesk::HostEvent& event) {
     std::cout << com_tesk::tools::jsonOf(event) << std::endl;
 }
 
-void serveUntilSignalled(const com_tesk::HostOptions& options) {
+void serveUntilSignalled(com_tesk::HostOptions options) {
+    const com_tesk::service::Notifier notifier;
+    if (!notifier.flaw().empty()) {
+        std::cerr << "cshost: " << notifier.flaw() << std::endl;
+    }
+    com_tesk::service::Watchdog watchdog(notifier, 1);
+    if (const auto interval = watchdog.reportInterval()) {
+        options.heartbeat = [&watchdog] { watchdog.report(0); };
+        options.heartbeatInterval = *interval;
+    }
     // The signals are caught from before the host starts until it has stopped.
     com_tesk::StopSignals signals;
-    com_tesk::LoopbackHost host(options);
+    const std::string address = options.listenAddress;
+    com_tesk::LoopbackHost host(std::move(options));
+    notifier.ready("listening on " + address + ":" + std::to_string(host.port()));
     signals.wait();
+    notifier.stopping();
     host.stop();
 }
 
@@ -183,7 +198,7 @@ int main(int argc, char** argv) {
         options.eventSink = eventFormat == "json" ? printJsonLine : printLine;
     }
     try {
-        serveUntilSignalled(options);
+        serveUntilSignalled(std::move(options));
     } catch (const std::system_error& error) {
         std::cerr << "cshost: " << error.what() << std::endl;
         return kCannotListen;
