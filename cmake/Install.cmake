@@ -1,5 +1,5 @@
 # The files that `cmake --install` installs. The components correspond to the Debian packages: runtime, development, tools,
-# session-runtime, session-development, host-development and wireshark. debian/*.install names the files of each package.
+# session-runtime, session-development, host-development, mqtt and wireshark. debian/*.install names the files of each package.
 
 include(CMakePackageConfigHelpers)
 
@@ -87,6 +87,37 @@ if(TARGET csx)
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
     install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/csx.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
+endif()
+
+if(TARGET csmqtt)
+    set_target_properties(csmqtt PROPERTIES INSTALL_RPATH "${tools_rpath}")
+    install(TARGETS csmqtt RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT mqtt)
+    install(FILES ${PROJECT_SOURCE_DIR}/man/csmqtt.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT mqtt)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/csmqtt.bash RENAME csmqtt
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT mqtt)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/csmqtt.zsh RENAME _csmqtt
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT mqtt)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/csmqtt.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT mqtt)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/csmqtt.yaml DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/csmqtt COMPONENT mqtt)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/systemd/csmqtt.tmpfiles RENAME csmqtt.conf
+        DESTINATION lib/tmpfiles.d COMPONENT mqtt)
+endif()
+
+# The services, with the options that they get from files.
+function(install_service program component)
+    file(READ ${PROJECT_SOURCE_DIR}/packaging/systemd/${program}.service unit)
+    string(REPLACE "/usr/bin/" "${CMAKE_INSTALL_FULL_BINDIR}/" unit "${unit}")
+    file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/${program}.service CONTENT "${unit}")
+    install(FILES ${PROJECT_BINARY_DIR}/${program}.service DESTINATION lib/systemd/system COMPONENT ${component})
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/systemd/${program}.default RENAME ${program}
+        DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/default COMPONENT ${component})
+endfunction()
+if(TARGET cshost)
+    install_service(cshost tools)
+endif()
+if(TARGET csmqtt)
+    install_service(csmqtt mqtt)
 endif()
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/csclient-tools/examples

@@ -4,7 +4,12 @@
 # The Debian packages that a build with tests needs.
 # shellcheck disable=SC2034 # Used by the scripts that source this file.
 test_packages=(g++ cmake ninja-build libasio-dev libcli11-dev libgtest-dev libgmock-dev libyaml-cpp-dev nlohmann-json3-dev
-    python3-yaml gnuplot-nox tshark)
+    python3-yaml gnuplot-nox tshark libmosquitto-dev mosquitto mosquitto-clients libcpp-httplib-dev stunnel4 openssl systemd)
+
+# The libraries that a build for another machine needs of that machine. The last ones are those that the first ones need in turn.
+# shellcheck disable=SC2034
+foreign_packages=(libyaml-cpp-dev libmosquitto-dev libmosquitto1 libcpp-httplib-dev libcpp-httplib0.11
+    libssl-dev libssl3 zlib1g-dev zlib1g libbrotli-dev libbrotli1)
 
 # use_ccache: installs ccache, and has every later build use it. Results of the compilers are then kept outside the project, so that
 # the next clone on this machine compiles only what differs.

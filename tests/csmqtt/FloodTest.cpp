@@ -1,0 +1,168 @@
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <thread>
+
+#include "tests/csmqtt/support/Csmqtt.h"
+#include "tests/support/Emulator.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Waiting.h"
+
+namespace com_tesk::mqtt_test {
+
+namespace {
+
+using Flood = BridgeTest;
+
+/// A thread that sets values as fast as the host takes them.
+class Flooder {
+  public:
+    Flooder(LoopbackHost& floodedHost, int names)
+        : host(floodedHost), thread([this, names] {
+              for (int number = 1; !isDone.load(); ++number) {
+                  std::vector<std::pair<std::string, HostValue>> values;
+                  for (int name = 0; name < names; ++name) {
+                      values.emplace_back("n" + std::to_string(name), HostValue::real(static_cast<float>(number)));
+                  }
+                  host.setValues(values);
+                  last.store(number);
+                  std::this_thread::sleep_for(std::chrono::microseconds(200));
+              }
+          }) {}
+    ~Flooder() { stop(); }
+    Flooder(const Flooder&) = delete;
+    Flooder& operator=(const Flooder&) = delete;
+
+    int stop() {
+        isDone.store(true);
+        if (thread.joinable()) {
+            thread.join();
+        }
+        return last.load();
+    }
+    int count() const { return last.load(); }
+
+  private:
+    LoopbackHost& host;
+    std::atomic<bool> isDone{false};
+    std::atomic<int> last{0};
+    std::thread thread;
+};
+
+/// A client of the broker that subscribes to everything and reads nothing.
+class SilentSubscriber {
+  public:
+    explicit SilentSubscriber(std::uint16_t port) : connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        const int size = 2'048;
+        setsockopt(connection, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_port = htons(port);
+        inet_pton(AF_INET, test::ownAddress().c_str(), &place.sin_addr);
+        EXPECT_EQ(connect(connection, reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
+        constexpr std::string_view kRequests(
+            "\x10\x0D\x00\x04MQTT\x04\x02\x00\x00\x00\x01z"  // CONNECT as client z, without keep-alive.
+            "\x82\x06\x00\x01\x00\x01#\x00",                 // SUBSCRIBE to everything, with QoS 0.
+            23);
+        EXPECT_EQ(send(connection, kRequests.data(), kRequests.size(), 0), static_cast<ssize_t>(kRequests.size()));
+    }
+    ~SilentSubscriber() { close(connection); }
+    SilentSubscriber(const SilentSubscriber&) = delete;
+    SilentSubscriber& operator=(const SilentSubscriber&) = delete;
+
+  private:
+    const int connection;
+};
+
+std::string namesUpTo(int count) {
+    std::string lines = "to_mqtt:\n";
+    for (int i = 0; i < count; ++i) {
+        lines += "  - {name: n" + std::to_string(i) + ", qos: " + std::to_string(i % 2) + "}\n";
+    }
+    return lines;
+}
+
+}  // namespace
+
+TEST_F(Flood, WithABrokerThatDoesNotReadEndsWithTheNewestValues) {
+    constexpr int kNames = 600;
+    LoopbackHost host(hostOptions());
+    TestBroker broker;
+    Csmqtt csmqtt({"--config", config(broker.address(), namesUpTo(kNames))});
+    {
+        const Subscriber subscriber(broker.port(), "b/#");
+        ASSERT_TRUE(subscriber.waitFor("b/v/n599", "0"));
+    }
+    broker.hang();
+    int last = 0;
+    {
+        Flooder flooder(host, kNames);
+        // Some 600,000 values: far more than sockets can hold.
+        ASSERT_TRUE(test::waitUntil([&] { return flooder.count() >= 1'000; }));
+        last = flooder.stop();
+    }
+    broker.resume();
+    const Subscriber subscriber(broker.port(), "b/#");
+    for (const int name : {0, 1, 300, 598, 599}) {
+        EXPECT_TRUE(subscriber.waitFor("b/v/n" + std::to_string(name), std::to_string(last))) << name;
+    }
+    ASSERT_TRUE(test::waitUntil([&] { return subscriber.newest("b/$stats").front() == '{'; }));
+    const auto stats = nlohmann::json::parse(subscriber.newest("b/$stats"));
+    EXPECT_LE(stats["max_in_flight"].get<int>(), 256);
+    EXPECT_GT(stats["max_in_flight"].get<int>(), 200);
+    EXPECT_GT(stats["conflated"].get<int>(), 1'000);
+}
+
+TEST_F(Flood, WithABrokerThatDoesNotReadTakesNoMoreMemory) {
+    if (test::kUnderSanitizer || test::isEmulated()) {
+        GTEST_SKIP() << "the memory is that of the sanitizer or of the emulator";
+    }
+    constexpr int kNames = 300;
+    constexpr long kTolerance = 512L * 1024;
+    LoopbackHost host(hostOptions());
+    TestBroker broker;
+    const Csmqtt csmqtt({"--config", config(broker.address(), namesUpTo(kNames))});
+    ASSERT_TRUE(Subscriber(broker.port(), "b/#").waitFor("b/v/n299", "0"));
+    broker.hang();
+    Flooder flooder(host, kNames);
+    ASSERT_TRUE(test::waitUntil([&] { return flooder.count() >= 500; }));
+    const long before = csmqtt.residentBytes();
+    ASSERT_GT(before, 0);
+    ASSERT_TRUE(test::waitUntil([&] { return flooder.count() >= 5'000; }));
+    EXPECT_LT(csmqtt.residentBytes(), before + kTolerance);
+}
+
+TEST_F(Flood, WithASubscriberThatDoesNotReadReachesTheOthers) {
+    LoopbackHost host(hostOptions());
+    TestBroker broker;
+    const SilentSubscriber silent(broker.port());
+    const Subscriber subscriber(broker.port(), "b/#");
+    const Csmqtt csmqtt({"--config", config(broker.address(), namesUpTo(100))});
+    ASSERT_TRUE(subscriber.waitFor("b/v/n99", "0"));
+    int last = 0;
+    {
+        Flooder flooder(host, 100);
+        ASSERT_TRUE(test::waitUntil([&] { return flooder.count() >= 500; }));
+        last = flooder.stop();
+    }
+    EXPECT_TRUE(subscriber.waitFor("b/v/n0", std::to_string(last)));
+    EXPECT_TRUE(subscriber.waitFor("b/v/n99", std::to_string(last)));
+}
+
+TEST_F(Flood, OfCommandsEndsWithTheNewestValue) {
+    LoopbackHost host(hostOptions());
+    TestBroker broker;
+    Subscriber subscriber(broker.port(), "b/$state");
+    const Csmqtt csmqtt({"--config", config(broker.address(), "from_mqtt: [x]\n")});
+    ASSERT_TRUE(subscriber.waitFor("b/$state", "online"));
+    for (int i = 1; i <= 5'000; ++i) {
+        subscriber.publish("b/set/x", i % 3 == 0 ? "nonsense" : std::to_string(i));
+    }
+    EXPECT_TRUE(host.waitForValue("x", HostValue::real(5'000), kWaitBound));
+}
+
+}  // namespace com_tesk::mqtt_test
