@@ -101,8 +101,9 @@ TEST_F(Flood, WithABrokerThatDoesNotReadEndsWithTheNewestValues) {
     int last = 0;
     {
         Flooder flooder(host, kNames);
-        // Some 600,000 values: far more than sockets can hold.
-        ASSERT_TRUE(test::waitUntil([&] { return flooder.count() >= 1'000; }));
+        // Some 600,000 values: far more than sockets can hold. An emulator needs too long for so many.
+        const int rounds = test::isEmulated() ? 200 : 1'000;
+        ASSERT_TRUE(test::waitUntil([&] { return flooder.count() >= rounds; }));
         last = flooder.stop();
     }
     broker.resume();

@@ -113,7 +113,7 @@ TEST_F(Values, OfTenThousandNamesArrive) {
     TestBroker broker;
     const Csmqtt csmqtt({"--config", config(broker.address(), lines)});
     const Subscriber subscriber(broker.port());
-    ASSERT_TRUE(test::waitUntil([&] { return subscriber.newest().size() >= kNames + 3; }, 2 * kWaitBound));
+    ASSERT_TRUE(subscriber.waitForTopics(kNames + 3, 2 * kWaitBound));
     const auto newest = subscriber.newest();
     for (int i = 0; i < kNames; ++i) {
         ASSERT_EQ(newest.at("b/v/n" + std::to_string(i)), std::to_string(i));

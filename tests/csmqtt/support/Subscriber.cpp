@@ -56,6 +56,10 @@ bool Subscriber::waitFor(const std::string& topic, const std::string& payload, s
     return state.waitUntil([&](const State& now) { return newestOf(now.newest, topic) == payload; }, bound);
 }
 
+bool Subscriber::waitForTopics(std::size_t count, std::chrono::milliseconds bound) const {
+    return state.waitUntil([&](const State& now) { return now.newest.size() >= count; }, bound);
+}
+
 bool Subscriber::waitForPart(const std::string& topic, const std::string& part) const {
     return state.waitUntil(
         [&](const State& now) { return newestOf(now.newest, topic).find(part) != std::string::npos; },

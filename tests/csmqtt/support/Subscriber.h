@@ -35,6 +35,9 @@ class Subscriber {
     /// Waits until the topic has any payload that contains the text.
     bool waitForPart(const std::string& topic, const std::string& part) const;
 
+    /// Waits until that many topics have a payload.
+    bool waitForTopics(std::size_t count, std::chrono::milliseconds bound) const;
+
     /// Returns the newest payload; "(none)" before the first.
     std::string newest(const std::string& topic) const;
     /// Returns what has arrived for the topic, in order.
