@@ -2,11 +2,9 @@
 
 #include <yaml-cpp/yaml.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <system_error>
-#include <utility>
 
 #include "tools/csmqtt/EntryReader.h"
 #include "tools/csmqtt/TopicName.h"
@@ -108,19 +106,12 @@ void readDocument(Fields& fields, const YAML::Node& root, const std::string& dir
 Config readConfig(const std::string& text, const std::string& directory, std::vector<Flaw>& flaws) {
     Config config;
     Fields fields(flaws);
-    try {
+    fields.readDocument([&] {
         const std::vector<YAML::Node> documents = YAML::LoadAll(text);
         readDocument(fields, documents.empty() ? YAML::Node() : documents.front(), directory, config);
         if (documents.size() > 1) {
             fields.report(documents[1], "a configuration is one document; there is another one after a line ---");
         }
-    } catch (const YAML::Exception& error) {
-        const YAML::Mark& mark = error.mark;
-        flaws.push_back({mark.is_null() ? 0U : static_cast<unsigned>(mark.line + 1),
-                         mark.is_null() ? 0U : static_cast<unsigned>(mark.column + 1), "no valid YAML: " + error.msg});
-    }
-    std::stable_sort(flaws.begin(), flaws.end(), [](const Flaw& one, const Flaw& other) {
-        return std::pair(one.line, one.column) < std::pair(other.line, other.column);
     });
     return config;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+#include <utility>
 
 #include "tools/Durations.h"
 #include "tools/ParameterNames.h"
@@ -11,6 +12,13 @@
 namespace com_tesk::scenario {
 
 namespace {
+
+Flaw flawAt(const YAML::Mark& mark, std::string text) {
+    if (mark.is_null()) {
+        return {0, 0, std::move(text)};
+    }
+    return {static_cast<unsigned>(mark.line + 1), static_cast<unsigned>(mark.column + 1), std::move(text)};
+}
 
 std::string quoted(const YAML::Node& node) {
     return node.IsScalar() ? '"' + node.Scalar() + '"' : std::string(node.IsMap() ? "a map" : "a list");
@@ -25,15 +33,22 @@ std::string_view withoutPlus(std::string_view text) {
 }  // namespace
 
 Flaw placeOf(const YAML::Node& node) {
-    const YAML::Mark mark = node.Mark();
-    return mark.is_null() ? Flaw{}
-                          : Flaw{static_cast<unsigned>(mark.line + 1), static_cast<unsigned>(mark.column + 1), {}};
+    return flawAt(node.Mark(), {});
 }
 
 void Fields::report(const YAML::Node& node, const std::string& text) {
-    Flaw flaw = placeOf(node);
-    flaw.text = text;
-    flaws.push_back(std::move(flaw));
+    flaws.push_back(flawAt(node.Mark(), text));
+}
+
+void Fields::readDocument(const std::function<void()>& read) {
+    try {
+        read();
+    } catch (const YAML::Exception& error) {
+        flaws.push_back(flawAt(error.mark, "no valid YAML: " + error.msg));
+    }
+    std::stable_sort(flaws.begin(), flaws.end(), [](const Flaw& one, const Flaw& other) {
+        return std::pair(one.line, one.column) < std::pair(other.line, other.column);
+    });
 }
 
 bool Fields::isMapOf(const YAML::Node& node, const std::vector<std::string_view>& validKeys) {

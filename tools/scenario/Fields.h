@@ -3,6 +3,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
@@ -22,6 +23,9 @@ class Fields {
     explicit Fields(std::vector<Flaw>& foundFlaws) : flaws(foundFlaws) {}
 
     void report(const YAML::Node& node, const std::string& text);
+
+    /// Runs `read`, reports a text that is no YAML, and sorts all flaws by their places.
+    void readDocument(const std::function<void()>& read);
 
     /// Reports the keys of a map that are not among the valid ones, and those that occur twice. Reports a node that is
     /// no map.

@@ -2,7 +2,6 @@
 
 #include <yaml-cpp/yaml.h>
 
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -202,16 +201,7 @@ void readDocument(Fields& fields, const YAML::Node& root, const std::string& dir
 ScenarioFile readScenario(const std::string& text, const std::string& directory, std::vector<Flaw>& flaws) {
     ScenarioFile file;
     Fields fields(flaws);
-    try {
-        readDocument(fields, YAML::Load(text), directory, file);
-    } catch (const YAML::Exception& error) {
-        const YAML::Mark& mark = error.mark;
-        flaws.push_back({mark.is_null() ? 0U : static_cast<unsigned>(mark.line + 1),
-                         mark.is_null() ? 0U : static_cast<unsigned>(mark.column + 1), "no valid YAML: " + error.msg});
-    }
-    std::stable_sort(flaws.begin(), flaws.end(), [](const Flaw& one, const Flaw& other) {
-        return std::pair(one.line, one.column) < std::pair(other.line, other.column);
-    });
+    fields.readDocument([&] { readDocument(fields, YAML::Load(text), directory, file); });
     return file;
 }
 
