@@ -50,19 +50,44 @@ TEST_F(Conflict, IsSeenWithDifferentIdsToo) {
     }
 }
 
-TEST_F(Conflict, OfOneIdIsOnlyAssumedWithoutReasonsOfTheBroker) {
+TEST_F(Conflict, OfOneIdEndsOneBridgeWithoutReasonsToo) {
     LoopbackHost host(hostOptions());
     TestBroker broker;
+    const Subscriber subscriber(broker.port());
     const std::string path = config("{address: '" + broker.address() + "', protocol: 3.1.1}", "to_mqtt: [x]\n");
     Csmqtt first({"--config", path});
     ASSERT_TRUE(first.waitForErr("connected as csmqtt-b"));
+    ASSERT_TRUE(subscriber.waitFor("b/v/x", "0"));
     Csmqtt second({"--config", path});
-    // They take the connection from each other, less and less often.
-    EXPECT_TRUE(first.waitForErr("; does another client use the client id csmqtt-b?"));
-    second.expectCleanEnd();
-    const Subscriber subscriber(broker.port());
+    // The broker closes the connection of the first one, which connects again and finds the second one's statistics.
+    EXPECT_EQ(first.exitCode(), kConflict) << first.errText();
+    EXPECT_NE(first.errText().find("another bridge has published to b/$stats since this one has started"),
+              std::string::npos)
+        << first.errText();
+    // The second one has lost its connection meanwhile. It comes back and stays.
+    host.setValue("x", HostValue::real(1));
+    EXPECT_TRUE(subscriber.waitFor("b/v/x", "1"));
     EXPECT_TRUE(subscriber.waitFor("b/$state", "online"));
-    first.expectCleanEnd();
+    second.expectCleanEnd();
+    EXPECT_TRUE(subscriber.waitFor("b/$state", "offline"));
+}
+
+TEST_F(Conflict, IsNotSeenInStatisticsOfAnEarlierRun) {
+    LoopbackHost host(hostOptions());
+    TestBroker broker;
+    const Subscriber subscriber(broker.port());
+    Csmqtt csmqtt({"--config", config("{address: '" + broker.address() + "', protocol: 3.1.1}", "to_mqtt: [x]\n")});
+    ASSERT_TRUE(subscriber.waitFor("b/v/x", "0"));
+    {
+        // Another client takes the connection away, and leaves statistics as a broker restores them from a file.
+        Subscriber other(broker.port(), "none", "csmqtt-b");
+        other.publishNow("b/$stats", R"({"run":"1000000000000-1"})", true);
+    }
+    ASSERT_TRUE(csmqtt.waitForErr("connecting again"));
+    ASSERT_TRUE(subscriber.waitForPart("b/$stats", R"("broker_connects":2)"));
+    host.setValue("x", HostValue::real(1));
+    EXPECT_TRUE(subscriber.waitFor("b/v/x", "1"));
+    csmqtt.expectCleanEnd();
 }
 
 TEST_F(Conflict, IsNotSeenInTheStateOfAnEarlierRun) {

@@ -58,4 +58,28 @@ expect:
     EXPECT_EQ(host.exitCode(), 0) << host.outText() << host.errText();
 }
 
+TEST_F(Scenarios, AHostThatFloodsAndStallsInAMessageIsFoundAgain) {
+    TestBroker broker;
+    const Subscriber subscriber(broker.port());
+    const Csmqtt csmqtt({"--config", config(broker.address(), "to_mqtt: [x, {name: y, qos: 1, rate: 20Hz}]\n")});
+    ASSERT_TRUE(subscriber.waitFor("b/$host", "down"));
+    const std::string path = files.write("scenario.yaml", R"(
+name: floods, and stops in the middle of a message
+values:
+  x: {ramp: {from: 0, to: 1000, over: 4s, rate: 2000Hz}}
+  y: {ramp: {from: 0, to: 2000, over: 4s, rate: 2000Hz}}
+faults:
+  - on: {send: update, name: x, connection: 1, nth: 100}
+    do: {split: [40], pause: 60s}
+expect:
+  - {client: connects, at-least: 2, within: 60s}
+end: 60s
+)");
+    const ScenarioHost host(path, hostPort);
+    EXPECT_TRUE(subscriber.waitFor("b/$host", "up"));
+    EXPECT_TRUE(subscriber.waitFor("b/v/x", "1000", 2 * kWaitBound)) << subscriber.newest("b/v/x");
+    EXPECT_TRUE(subscriber.waitFor("b/v/y", "2000")) << subscriber.newest("b/v/y");
+    EXPECT_EQ(subscriber.newest("b/$host"), "up");
+}
+
 }  // namespace com_tesk::mqtt_test

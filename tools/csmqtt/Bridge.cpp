@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "tools/csmqtt/RunId.h"
+
 namespace com_tesk::mqtt {
 
 namespace {
@@ -42,12 +44,13 @@ Bridge::Bridge(const Config& bridgeConfig, service::Log& serviceLog, const std::
       log(serviceLog),
       watchdog(notifier, kLoops),
       outbox(Outbox(bridgeConfig)),
-      statistics(Clock::now()),
+      runId(newRunId()),
+      statistics(Clock::now(), runId),
       maxTurn(std::min(watchdog.reportInterval().value_or(kTick), kTick)),
       host(bridgeConfig, outbox, serviceLog, [this](HostState state) { noteHost(state); }),
       commands(bridgeConfig, serviceLog, [this](std::size_t index, double value) { host.set(index, value); }),
       broker({bridgeConfig, outbox, commands, serviceLog, [this] { wakeup.wake(); },
-              [this] { watchdog.report(kBrokerLoop); }, maxTurn, std::move(programVersion)}) {
+              [this] { watchdog.report(kBrokerLoop); }, maxTurn, std::move(programVersion), runId}) {
     if (metricsAddress) {
         metrics = std::make_unique<MetricsServer>(*metricsAddress, [this] { return snapshot(); });
         log.info("metrics: http://" + Address{metricsAddress->host, metrics->port()}.text() + "/metrics");
@@ -55,6 +58,8 @@ Bridge::Bridge(const Config& bridgeConfig, service::Log& serviceLog, const std::
 }
 
 Bridge::Result Bridge::run(int stopDescriptor) {
+    // The first ones say that this bridge exists: see BrokerLink::noteStatistics.
+    publishStatistics(Clock::now());
     host.start();
     broker.start();
     notifier.ready("starting");

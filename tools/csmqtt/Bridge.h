@@ -68,6 +68,7 @@ class Bridge {
     host::Guarded<HostStatus> hostStatus;
     SharedOutbox outbox;
     std::string lastStatus;
+    const std::string runId;
     Statistics statistics;
     Clock::time_point nextStatistics;
     Clock::time_point nextTick;

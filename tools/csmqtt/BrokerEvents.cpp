@@ -1,23 +1,13 @@
 // What the broker sends to the link.
 
-#include <charconv>
+#include <string_view>
 #include <utility>
 
 #include "tools/csmqtt/BrokerLink.h"
 #include "tools/csmqtt/Discovery.h"
+#include "tools/csmqtt/RunId.h"
 
 namespace com_tesk::mqtt {
-
-namespace {
-
-/// Returns when the run has started; 0 without a run id.
-std::int64_t startOf(const std::string& runId) {
-    std::int64_t start = 0;
-    std::from_chars(runId.data(), runId.data() + runId.size(), start);
-    return start;
-}
-
-}  // namespace
 
 void BrokerLink::onMessage(const ReceivedMessage& message) {
     const Config& config = environment.config;
@@ -26,6 +16,10 @@ void BrokerLink::onMessage(const ReceivedMessage& message) {
     }
     if (message.topic == config.stateTopic()) {
         noteState(message);
+        return;
+    }
+    if (message.topic == config.statisticsTopic()) {
+        noteStatistics(message);
         return;
     }
     if (replies.empty()) {
@@ -38,24 +32,39 @@ void BrokerLink::onMessage(const ReceivedMessage& message) {
 
 void BrokerLink::noteState(const ReceivedMessage& message) {
     if (message.runId == runId) {
+        hasSeenOwn = true;
         return;
     }
-    const std::string topic = environment.config.stateTopic();
     if (message.isRetained) {
-        // Another run has left it. Before the first `online` of this run, that was an earlier run. After it, it can
-        // still be one, when the broker was restored from a file. So only a run that has started later counts. Such a
-        // run has taken this client id over, and has lost it again to this connection.
-        if (wasAccepted && startOf(message.runId) > startOf(runId)) {
-            setConflict("another bridge has published to " + topic + " since this one has started");
-        }
+        noteRetained(message, message.runId);
         return;
     }
     if (message.payload == "online") {
         // With MQTT 3.1.1 messages have no run id, and one `online` is this bridge's own.
         const unsigned own = environment.config.broker.protocol == ProtocolVersion::MQTT_311 ? 1 : 0;
         if (++onlineSeen > own) {
-            setConflict("another bridge has published online to " + topic);
+            setConflict("another bridge has published online to " + environment.config.stateTopic());
         }
+    }
+}
+
+void BrokerLink::noteStatistics(const ReceivedMessage& message) {
+    // With MQTT 3.1.1 the broker gives no reason when another bridge has taken the client id over. Then this is how the
+    // two notice each other. Others may publish here without effect, unless they pretend to be a bridge.
+    const std::string_view sender = runIdInStatistics(message.payload);
+    if (sender == runId) {
+        hasSeenOwn = true;
+    } else if (message.isRetained) {
+        noteRetained(message, sender);
+    }
+}
+
+void BrokerLink::noteRetained(const ReceivedMessage& message, std::string_view otherRun) {
+    // Another run has left it. Until the broker has had a message of this run, that was an earlier run. Then it can still
+    // be one, when the broker was restored from a file. So only a run that has started later counts. Such a run has taken
+    // this client id over, and has lost it again to this connection.
+    if (hasSeenOwn && isLaterRun(otherRun, runId)) {
+        setConflict("another bridge has published to " + std::string(message.topic) + " since this one has started");
     }
 }
 

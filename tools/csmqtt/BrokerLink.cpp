@@ -19,14 +19,6 @@ constexpr std::chrono::milliseconds kMaxDelay{30'000};
 constexpr std::chrono::seconds kGoodConnection{10};
 constexpr std::chrono::seconds kFarewell{1};
 
-/// The run id is the time of its start in milliseconds and a random number: "1795453322571-123".
-std::string newRunId() {
-    std::random_device device;
-    const auto since = std::chrono::system_clock::now().time_since_epoch();
-    return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(since).count()) + '-' +
-           std::to_string((std::uint64_t{device()} << 32U) | device());
-}
-
 short poll(const Connection* connection, int wakeDescriptor, std::chrono::nanoseconds timeout, bool& isWoken) {
     pollfd waiting[2] = {{wakeDescriptor, POLLIN, 0}, {-1, POLLIN, 0}};
     if (connection != nullptr) {
@@ -47,7 +39,7 @@ short poll(const Connection* connection, int wakeDescriptor, std::chrono::nanose
 
 BrokerLink::BrokerLink(Environment linkEnvironment)
     : environment(std::move(linkEnvironment)),
-      runId(newRunId()),
+      runId(environment.runId),
       families(environment.config.broker.address.host),
       delay(kFirstDelay),
       random(std::random_device()()) {
@@ -89,7 +81,6 @@ BrokerLink::State BrokerLink::state() const {
 void BrokerLink::run() {
     while (!isStopping.load()) {
         const ConnectionEnd end = tryFamilies();
-        wasAccepted = wasAccepted || isGreeted;
         shared.change([&](State& now) {
             now.isUp = false;
             now.isOpening = false;
@@ -175,6 +166,10 @@ void BrokerLink::greet() {
     lastReport.clear();
     connection->subscribe(environment.commands.filter(), true);
     connection->subscribe(environment.config.stateTopic(), false);
+    if (environment.config.broker.protocol == ProtocolVersion::MQTT_311) {
+        // Messages have no run id, but the statistics do.
+        connection->subscribe(environment.config.statisticsTopic(), false);
+    }
     for (const std::string& topic : discoverySubscriptions(environment.config)) {
         connection->subscribe(topic, false);
     }

@@ -42,6 +42,7 @@ class BrokerLink : private Connection::Owner {
         std::function<void()> onTurn;    ///< Called in each iteration of the loop: at least once in `maxTurn`.
         std::chrono::milliseconds maxTurn{1'000};
         std::string version;  ///< Of the program, for discovery.
+        std::string runId;    ///< Of this run: see RunId.h.
     };
 
     /// A snapshot of the link.
@@ -88,6 +89,8 @@ class BrokerLink : private Connection::Owner {
     void report(const ConnectionEnd& end);
     void pause();
     void noteState(const ReceivedMessage& message);
+    void noteStatistics(const ReceivedMessage& message);
+    void noteRetained(const ReceivedMessage& message, std::string_view otherRun);
     void setConflict(const std::string& text);
     void noteInFlight();
     Clock::time_point nextTurn() const;
@@ -105,7 +108,7 @@ class BrokerLink : private Connection::Owner {
     std::optional<Connection> connection;
     FamilyCycle families;
     bool isGreeted = false;
-    bool wasAccepted = false;  // An earlier connection of this run was accepted.
+    bool hasSeenOwn = false;   // The broker has sent a message of this run back.
     bool isContested = false;  // Another bridge has this base.
     Clock::time_point accepted;
     unsigned onlineSeen = 0;      // Live messages `online` without run id, on this connection.

@@ -99,6 +99,7 @@ class Connection {
     };
 
     void setTls();
+    void limitUnsentBytes() const;
     void setCallbacks();
     void accepted(int reason);
     void ended(int reason);

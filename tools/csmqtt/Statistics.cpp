@@ -30,6 +30,7 @@ std::string Statistics::payload(const Snapshot& snapshot, Clock::time_point now)
     const Counts& counts = snapshot.counts;
     const double seconds = std::chrono::duration<double>(now - previousTime).count();
     nlohmann::ordered_json stats;
+    stats["run"] = runId;
     stats["uptime_s"] = std::chrono::duration_cast<std::chrono::seconds>(now - start).count();
     stats["host"] = nameOf(snapshot.host);
     stats["received"] = counts.received;

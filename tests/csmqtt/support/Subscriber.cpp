@@ -15,9 +15,9 @@ std::string newestOf(const std::map<std::string, std::string>& newest, const std
 
 }  // namespace
 
-Subscriber::Subscriber(std::uint16_t port, const std::string& filter) : subscription(filter) {
+Subscriber::Subscriber(std::uint16_t port, const std::string& filter, const std::string& id) : subscription(filter) {
     mosquitto_lib_init();
-    client.reset(mosquitto_new(nullptr, true, this));
+    client.reset(mosquitto_new(id.empty() ? nullptr : id.c_str(), true, this));
     mosquitto_connect_callback_set(client.get(), [](mosquitto* object, void* self, int) {
         mosquitto_subscribe(object, nullptr, static_cast<Subscriber*>(self)->subscription.c_str(), 1);
     });

@@ -24,7 +24,8 @@ class Subscriber {
         bool isRetained = false;
     };
 
-    explicit Subscriber(std::uint16_t port, const std::string& filter = "#");
+    /// @param id  its client id; empty: the broker assigns one.
+    explicit Subscriber(std::uint16_t port, const std::string& filter = "#", const std::string& id = {});
     ~Subscriber();
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;
