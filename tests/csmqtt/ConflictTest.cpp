@@ -90,6 +90,19 @@ TEST_F(Conflict, IsNotSeenInStatisticsOfAnEarlierRun) {
     csmqtt.expectCleanEnd();
 }
 
+TEST_F(Conflict, IsNotSeenInStatisticsOfAClockThatWasAhead) {
+    LoopbackHost host(hostOptions());
+    TestBroker broker;
+    Subscriber subscriber(broker.port());
+    subscriber.publishNow("b/$stats", R"({"run":"9000000000000-1"})", true);
+    Csmqtt csmqtt({"--config", config("{address: '" + broker.address() + "', protocol: 3.1.1}", "to_mqtt: [x]\n")});
+    // The statistics of this run come after the retained ones, and take their place.
+    ASSERT_TRUE(subscriber.waitForPart("b/$stats", R"("broker_connects":1)"));
+    host.setValue("x", HostValue::real(1));
+    EXPECT_TRUE(subscriber.waitFor("b/v/x", "1"));
+    csmqtt.expectCleanEnd();
+}
+
 TEST_F(Conflict, IsNotSeenInTheStateOfAnEarlierRun) {
     LoopbackHost host(hostOptions());
     TestBroker broker;
