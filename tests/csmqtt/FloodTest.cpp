@@ -1,4 +1,3 @@
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -7,6 +6,7 @@
 
 #include "tests/csmqtt/support/Csmqtt.h"
 #include "tests/csmqtt/support/Flooder.h"
+#include "tests/csmqtt/support/OwnPlace.h"
 #include "tests/support/Emulator.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Waiting.h"
@@ -23,10 +23,7 @@ class SilentSubscriber {
     explicit SilentSubscriber(std::uint16_t port) : connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         const int size = 2'048;
         setsockopt(connection, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_port = htons(port);
-        inet_pton(AF_INET, test::ownAddress().c_str(), &place.sin_addr);
+        const sockaddr_in place = ownPlace(port);
         EXPECT_EQ(connect(connection, reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
         constexpr std::string_view kRequests(
             "\x10\x0D\x00\x04MQTT\x04\x02\x00\x00\x00\x01z"  // CONNECT as client z, without keep-alive.

@@ -1,29 +1,21 @@
 #include "tests/csmqtt/support/SlowProxy.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 
-#include "tests/support/OwnAddress.h"
+#include "tests/csmqtt/support/OwnPlace.h"
 
 namespace com_tesk::mqtt_test {
 
 namespace {
 
 constexpr std::chrono::milliseconds kInterval{10};
-
-sockaddr_in ownPlace(std::uint16_t port) {
-    sockaddr_in place{};
-    place.sin_family = AF_INET;
-    place.sin_port = htons(port);
-    inet_pton(AF_INET, test::ownAddress().c_str(), &place.sin_addr);
-    return place;
-}
 
 int newSocket() {
     return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -1,6 +1,5 @@
 #include "tests/csmqtt/support/TestBroker.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
@@ -16,20 +15,13 @@
 #include <fstream>
 #include <utility>
 
+#include "tests/csmqtt/support/OwnPlace.h"
 #include "tests/support/OwnAddress.h"
 #include "tests/support/Waiting.h"
 
 namespace com_tesk::mqtt_test {
 
 namespace {
-
-sockaddr_in ownPlace(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    inet_pton(AF_INET, test::ownAddress().c_str(), &address.sin_addr);
-    return address;
-}
 
 bool isListening(std::uint16_t port) {
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
