@@ -88,14 +88,16 @@ class FrameSender {
         sendHeld();
         return unknown;
     }
-    /// As above, and calls `confirmed` with the slot and the record's index.
-    template <typename Records, typename Confirmed>
-    void confirmInputs(const Records& records, const Confirmed& confirmed) CSCLIENT_EXCLUDES(mutex) {
+    /// As above. Calls `storeValue` with the slot and the record's index before the slot is confirmed: a thread that
+    /// sees the confirmation also sees the value that came with it.
+    template <typename Records, typename StoreValue>
+    void confirmInputs(const Records& records, const StoreValue& storeValue) CSCLIENT_EXCLUDES(mutex) {
         const MutexLock lock(mutex);
         for (unsigned int i = 0; i < records.size(); ++i) {
-            InputSlot* const slot = confirmInput(records.name(i), records.id(i));
-            if (slot != nullptr) {
-                confirmed(*slot, i);
+            InputSlot* const slot = inputs.find(records.name(i));
+            if (slot != nullptr && slot->isRegistered) {
+                storeValue(*slot, i);
+                confirm(*slot, records.id(i));
             }
         }
         sendHeld();
@@ -179,7 +181,7 @@ class FrameSender {
     }
 
     bool confirmOutput(std::string_view name, std::uint32_t id) CSCLIENT_REQUIRES(mutex);
-    InputSlot* confirmInput(std::string_view name, std::uint32_t id) CSCLIENT_REQUIRES(mutex);
+    void confirm(InputSlot& slot, std::uint32_t id) CSCLIENT_REQUIRES(mutex);
     /// Erases the ids and the registrations of the connection.
     void forgetRegistrations() CSCLIENT_REQUIRES(mutex);
     /// Counts the slot when it is declared and not confirmed.

@@ -86,18 +86,13 @@ bool FrameSender::confirmOutput(std::string_view name, std::uint32_t id) {
     return true;
 }
 
-InputSlot* FrameSender::confirmInput(std::string_view name, std::uint32_t id) {
-    InputSlot* const slot = inputs.find(name);
-    if (slot == nullptr || !slot->isRegistered) {
-        return nullptr;
+void FrameSender::confirm(InputSlot& slot, std::uint32_t id) {
+    slot.id = id;
+    slot.confirmedOn = current.load();
+    count(slot);
+    if (!slot.isDeclared) {
+        inputs.addChanged(slot);
     }
-    slot->id = id;
-    slot->confirmedOn = current.load();
-    count(*slot);
-    if (!slot->isDeclared) {
-        inputs.addChanged(*slot);
-    }
-    return slot;
 }
 
 void FrameSender::begin(std::uint32_t number) {

@@ -55,24 +55,24 @@ class InputSlot {
 
     /// Returns the newest value and its quality. Any thread; takes no lock.
     SampleReading read() const {
+        // The link comes first: a value that is read after its confirmation was seen is not one from before it.
+        const Quality link = linkQuality();
         const Sample sample = newest.read();
-        return {sample, qualityOf(sample, Clock::now())};
+        if (sample.number == 0) {
+            return {sample, Quality::NEVER};
+        }
+        const std::chrono::milliseconds limit = maxAge();
+        const bool isOld = limit.count() != 0 && Clock::now() - timeOf(sample) >= limit;
+        return {sample, link == Quality::GOOD && isOld ? Quality::STALE : link};
     }
 
-    /// Returns the quality at a time.
-    Quality qualityOf(const Sample& sample, Clock::time_point now) const {
-        if (sample.number == 0) {
-            return Quality::NEVER;
-        }
+    /// Returns the quality of a value that has just been received: `LOST`, `UNCONFIRMED` or `GOOD`.
+    Quality linkQuality() const {
         const std::uint32_t current = connection.load(std::memory_order_acquire);
         if (current == 0) {
             return Quality::LOST;
         }
-        if (confirmedOn.load(std::memory_order_acquire) != current) {
-            return Quality::UNCONFIRMED;
-        }
-        const std::chrono::milliseconds limit = maxAge();
-        return limit.count() != 0 && now - timeOf(sample) >= limit ? Quality::STALE : Quality::GOOD;
+        return confirmedOn.load(std::memory_order_acquire) == current ? Quality::GOOD : Quality::UNCONFIRMED;
     }
 
     /// Returns the type of a value's bits.
@@ -87,10 +87,7 @@ class InputSlot {
         return Clock::time_point(Clock::duration(sample.received));
     }
 
-    bool isConfirmed() const {
-        const std::uint32_t current = connection.load(std::memory_order_acquire);
-        return current != 0 && confirmedOn.load(std::memory_order_acquire) == current;
-    }
+    bool isConfirmed() const { return linkQuality() == Quality::GOOD; }
 
     std::chrono::milliseconds maxAge() const {
         return std::chrono::milliseconds(maxAgeMilliseconds.load(std::memory_order_relaxed));
@@ -102,7 +99,7 @@ class InputSlot {
     // Any thread.
 
     std::atomic<bool> isDeclared{true};
-    /// The number of the connection on which the host has last confirmed the input; 0 for none.
+    /// The number of the connection on which the host has last confirmed the input; 0 for none. Set after `newest`.
     std::atomic<std::uint32_t> confirmedOn{0};
     /// 0 is off.
     std::atomic<std::uint32_t> maxAgeMilliseconds{0};

@@ -10,7 +10,8 @@
 namespace com_tesk::session {
 
 /// A record that one thread writes and any thread reads. Neither waits for a lock. A read that overlaps a write is
-/// repeated.
+/// repeated. The end of a write and the begin of a read are sequentially consistent: of a thread that writes and then
+/// reads a flag, and one that sets the flag and then reads the record, at least one sees what the other did.
 template <typename Record>
 class SeqLock {
     static_assert(std::is_trivially_copyable_v<Record>);
@@ -27,7 +28,7 @@ class SeqLock {
             // Release: a reader that sees the word also sees the odd number.
             words[i].store(source[i], std::memory_order_release);
         }
-        sequence.store(before + 2, std::memory_order_release);
+        sequence.store(before + 2, std::memory_order_seq_cst);
     }
 
     /// Any thread.
@@ -36,7 +37,7 @@ class SeqLock {
         std::uint32_t before = 0;
         std::uint32_t after = 0;
         do {
-            before = sequence.load(std::memory_order_acquire);
+            before = sequence.load(std::memory_order_seq_cst);
             for (std::size_t i = 0; i < kWords; ++i) {
                 copy[i] = words[i].load(std::memory_order_acquire);
             }

@@ -70,7 +70,10 @@ void UpdateReceiver::receiveInputConfirmation(const RawMessage& message) {
     sender.confirmInputs(records, [&](InputSlot& slot, unsigned int index) {
         byId[records.id(index)] = &slot;
         records.read(index, record);
-        store(slot, record, now);
+        const Sample sample = store(slot, record, now);
+        if (slot.isWatched) {
+            changed.push_back({&slot, {sample, Quality::GOOD}});  // It is confirmed when the change is passed on.
+        }
         ++values;
     });
     passOn(values);
@@ -88,13 +91,17 @@ void UpdateReceiver::receiveUpdate(const RawMessage& message) {
             continue;
         }
         records.read(i, record);
-        store(*found->second, record, now);
+        InputSlot& slot = *found->second;
+        const Sample sample = store(slot, record, now);
+        if (slot.isWatched) {
+            changed.push_back({&slot, {sample, slot.linkQuality()}});
+        }
         ++values;
     }
     passOn(values);
 }
 
-void UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now) {
+Sample UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now) {
     const bool keepsType = slot.type == ValueType::NUMBER;
     if (!keepsType && value.type != wireType(slot.type) && !slot.isMismatchReported) {
         slot.isMismatchReported = true;
@@ -105,9 +112,7 @@ void UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, Cl
     const bool isInteger = keepsType && value.type == CSClient::TYPE_INT;
     const Sample sample{convert(value, slot.type), isInteger, now.time_since_epoch().count(), ++slot.received};
     slot.newest.write(sample);
-    if (slot.isWatched) {
-        changed.push_back({&slot, {sample, slot.qualityOf(sample, now)}});
-    }
+    return sample;
 }
 
 void UpdateReceiver::passOn(std::size_t values) {

@@ -56,7 +56,7 @@ class UpdateReceiver {
     void receiveOutputConfirmation(const RawMessage& message);
     void receiveInputConfirmation(const RawMessage& message);
     void receiveUpdate(const RawMessage& message);
-    void store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now);
+    Sample store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now);
     void passOn(std::size_t values);
 
     FrameSender& sender;

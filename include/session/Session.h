@@ -140,7 +140,7 @@ class CSCLIENT_EXPORT Session {
     bool waitUntil(Link wanted, std::chrono::milliseconds timeout) const;
 
     /// Blocks until the host has confirmed all of these on the current connection, for at most `timeout`.
-    /// @return true when it has.
+    /// @return true when it has. Each input among them then has a value of this connection.
     bool waitConfirmed(std::initializer_list<ParameterHandle> handles, std::chrono::milliseconds timeout) const;
     bool waitConfirmed(const std::vector<ParameterHandle>& handles, std::chrono::milliseconds timeout) const;
     /// @}

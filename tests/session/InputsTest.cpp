@@ -55,6 +55,25 @@ TEST_F(Inputs, ConfirmationDeliversTheCurrentValue) {
     EXPECT_GE(lamp.read().received, reading.received);
 }
 
+TEST_F(Inputs, ConfirmationIsSeenAfterItsValue) {
+    host.setValue("LAMP", HostValue::integer(5));
+    // A value of another type is reported just before it is stored.
+    const Input<float>* stored = nullptr;
+    std::atomic<int> early{-1};
+    options.log = [&](Session::Level /*level*/, std::string_view text) {
+        if (text.find("is declared otherwise") != std::string_view::npos) {
+            early = stored->isConfirmed() ? 1 : 0;
+        }
+    };
+    Session session(optionsFor(host.port()));
+    const auto lamp = session.input<float>("LAMP");
+    stored = &lamp;
+    session.start();
+    ASSERT_TRUE(session.waitConfirmed({lamp}, kWaitBound));
+    EXPECT_EQ(lamp.read().value, 5.0F);
+    EXPECT_EQ(early, 0);
+}
+
 TEST_F(Inputs, QualityFollowsTheConnection) {
     ScriptedHost scripted;
     Session session(optionsFor(scripted.port()));

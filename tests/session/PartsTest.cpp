@@ -8,6 +8,7 @@
 #include <limits>
 #include <string>
 
+#include "session/InputSlot.h"
 #include "session/LinkMonitor.h"
 #include "session/NameResolver.h"
 #include "session/OutputSlot.h"
@@ -106,6 +107,40 @@ class NoOwner : public session::SlotOwner {
     void setCallback(session::InputSlot&, std::function<void(const session::SampleReading&)>) override {}
     void maxAgeChanged(session::InputSlot& /*slot*/) override {}
 };
+
+TEST(InputSlots, AGoodValueIsOneOfTheCurrentConnection) {
+    NoOwner owner;
+    std::atomic<std::uint32_t> connection{0};
+    session::InputSlot slot(owner, connection, "LAMP", ValueType::INT, 0);
+    std::atomic<bool> isDone{false};
+    std::atomic<int> ready{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 2; ++i) {
+        readers.emplace_back([&] {
+            ++ready;
+            while (!isDone) {
+                const std::uint32_t current = connection;
+                const session::SampleReading reading = slot.read();
+                if (reading.quality == Quality::GOOD) {
+                    ASSERT_GE(reading.sample.bits, current);
+                }
+            }
+        });
+    }
+    waitUntil([&] { return ready == 2; });
+    for (std::uint32_t i = 1; i <= 300'000; ++i) {
+        connection = i;
+        for (std::uint32_t pause = i % 64; pause != 0 && !isDone; --pause) {
+        }
+        slot.newest.write({i, false, 0, i});
+        slot.confirmedOn = i;
+    }
+    isDone = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(slot.read().quality, Quality::GOOD);
+}
 
 TEST(OutputStages, GiveOutputsInTheOrderOfTheirFirstValue) {
     session::WakePipe wake;
