@@ -16,6 +16,10 @@ constexpr std::size_t kMoreThanSocketsHold = 12U << 20U;
 /// More than this side's send buffer and the peer's receive buffer hold.
 constexpr std::size_t kLongWrite = 8U << 20U;
 
+/// Smaller than what the peer sends, and larger than a segment of the loopback device: into less than a segment, TCP can
+/// send some kilobytes only each time its persist timer expires, which is every 200 ms.
+constexpr std::uint32_t kReceiveBuffer = 128U << 10U;
+
 Bounds boundsOf(milliseconds writeTimeout) {
     Bounds bounds;
     bounds.writeTimeout = writeTimeout;
@@ -25,7 +29,7 @@ Bounds boundsOf(milliseconds writeTimeout) {
 class BufferedReceivingInWrites : public testing::Test {
   protected:
     explicit BufferedReceivingInWrites(const Bounds& bounds = boundsOf(milliseconds(60'000)))
-        : pair(bounds, bufferSizes(4'096, 4'096)) {}
+        : pair(bounds, bufferSizes(4'096, kReceiveBuffer)) {}
 
     /// Returns frames of 100,000 bytes, together `size` bytes or little more.
     static Bytes framesOf(std::size_t size) {
@@ -158,7 +162,7 @@ TEST_F(BufferedReceivingInWrites, IsReadAfterAResetButNotByTheNextConnection) {
 TEST(BufferedReceivingInWritesWithLimit, ReceivesNoMoreThanTheLargestFrame) {
     Bounds bounds = boundsOf(milliseconds(1'000));
     bounds.largestFrame = 200'000;
-    BufferedPair pair(bounds, bufferSizes(4'096, 4'096));
+    BufferedPair pair(bounds, bufferSizes(4'096, kReceiveBuffer));
     auto peerDoes = std::async(std::launch::async, [&] {
         // The client closes before all is sent.
         EXPECT_THROW(pair.peer->send(Bytes(kMoreThanSocketsHold)), std::exception);
@@ -185,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(ReadAhead, BufferedReceivingInWritesAndReads, testing::
 TEST_P(BufferedReceivingInWritesAndReads, KeepsEveryFrameWholeAndInOrder) {
     Bounds bounds = boundsOf(milliseconds(10'000));
     bounds.readAhead = GetParam();
-    BufferedPair pair(bounds, bufferSizes(4'096, 4'096));
+    BufferedPair pair(bounds, bufferSizes(4'096, kReceiveBuffer));
     const std::uint64_t seed = newSeed();
     std::mt19937_64 random(seed);
     std::vector<Bytes> bodies(sized(300U, 3'000U));
