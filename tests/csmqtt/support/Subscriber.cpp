@@ -47,7 +47,8 @@ Subscriber::Subscriber(std::uint16_t port, const std::string& filter, const std:
 
 Subscriber::~Subscriber() {
     mosquitto_disconnect(client.get());
-    mosquitto_loop_stop(client.get(), true);
+    // Without force, which would cancel the thread, also while it has a lock of the client.
+    EXPECT_EQ(mosquitto_loop_stop(client.get(), false), MOSQ_ERR_SUCCESS);
     client.reset();
     mosquitto_lib_cleanup();
 }
