@@ -70,10 +70,7 @@ void UpdateReceiver::receiveInputConfirmation(const RawMessage& message) {
     sender.confirmInputs(records, [&](InputSlot& slot, unsigned int index) {
         byId[records.id(index)] = &slot;
         records.read(index, record);
-        const Sample sample = store(slot, record, now);
-        if (slot.isWatched) {
-            changed.push_back({&slot, {sample, Quality::GOOD}});  // It is confirmed when the change is passed on.
-        }
+        store(slot, record, now, Source::CONFIRMATION);
         ++values;
     });
     passOn(values);
@@ -91,17 +88,13 @@ void UpdateReceiver::receiveUpdate(const RawMessage& message) {
             continue;
         }
         records.read(i, record);
-        InputSlot& slot = *found->second;
-        const Sample sample = store(slot, record, now);
-        if (slot.isWatched) {
-            changed.push_back({&slot, {sample, slot.linkQuality()}});
-        }
+        store(*found->second, record, now, Source::UPDATE);
         ++values;
     }
     passOn(values);
 }
 
-Sample UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now) {
+void UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now, Source source) {
     const bool keepsType = slot.type == ValueType::NUMBER;
     if (!keepsType && value.type != wireType(slot.type) && !slot.isMismatchReported) {
         slot.isMismatchReported = true;
@@ -112,7 +105,10 @@ Sample UpdateReceiver::store(InputSlot& slot, const CSClient::Parameter& value, 
     const bool isInteger = keepsType && value.type == CSClient::TYPE_INT;
     const Sample sample{convert(value, slot.type), isInteger, now.time_since_epoch().count(), ++slot.received};
     slot.newest.write(sample);
-    return sample;
+    if (slot.isWatched) {
+        // A confirmation takes effect before the change is passed on.
+        changed.push_back({&slot, {sample, source == Source::CONFIRMATION ? Quality::GOOD : slot.linkQuality()}});
+    }
 }
 
 void UpdateReceiver::passOn(std::size_t values) {

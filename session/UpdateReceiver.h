@@ -52,11 +52,13 @@ class UpdateReceiver {
     /// @}
 
   private:
+    enum class Source { CONFIRMATION, UPDATE };
+
     void receiveVersion(const RawMessage& message) CSCLIENT_EXCLUDES(hostMutex);
     void receiveOutputConfirmation(const RawMessage& message);
     void receiveInputConfirmation(const RawMessage& message);
     void receiveUpdate(const RawMessage& message);
-    Sample store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now);
+    void store(InputSlot& slot, const CSClient::Parameter& value, Clock::time_point now, Source source);
     void passOn(std::size_t values);
 
     FrameSender& sender;
