@@ -88,9 +88,9 @@ TEST_F(ConnectionFaults, AHostThatHangsGoesOnAfterItsTime) {
 }
 
 TEST_F(ConnectionFaults, ARefusedConnectionIsRefusedForItsTime) {
+    const test::Stopwatch refused;
     play([](Scenario& scenario) { scenario.at(0s, Refuse{500ms}); });
     const std::uint16_t port = host().port();
-    const test::Stopwatch refused;
     ASSERT_TRUE(test::waitUntil([&] { return !canConnect(port); }));
     ASSERT_TRUE(test::waitUntil([&] { return canConnect(port); }));
     EXPECT_GE(refused.seconds(), 0.49);
