@@ -92,8 +92,7 @@ TEST_F(Flood, WithABrokerThatDoesNotReadTakesNoMoreMemory) {
 
 TEST_F(Flood, WithASubscriberThatDoesNotReadReachesTheOthers) {
     LoopbackHost host(hostOptions());
-    // A broker drops messages to subscribers that are slower than the values, and the emulator can make one so.
-    TestBroker broker("allow_anonymous true\nmax_queued_messages 0\n");
+    TestBroker broker;
     const SilentSubscriber silent(broker.port());
     const Subscriber subscriber(broker.port(), "b/#");
     const Csmqtt csmqtt({"--config", config(broker.address(), namesUpTo(100))});

@@ -36,8 +36,12 @@ class TestBroker {
         FULL,  ///< The system refuses every byte that the broker writes to a file.
     };
 
+    /// A broker drops messages to subscribers that are slower than the values, and the emulator can make one so. These
+    /// tests are about the bridge.
+    static constexpr const char* kOpenAndUnlimited = "allow_anonymous true\nmax_queued_messages 0\n";
+
     /// @param lines  further lines of its configuration, after the listener.
-    explicit TestBroker(std::string lines = "allow_anonymous true\n", Disk ownDisk = Disk::FREE);
+    explicit TestBroker(std::string lines = kOpenAndUnlimited, Disk ownDisk = Disk::FREE);
     ~TestBroker();
     TestBroker(const TestBroker&) = delete;
     TestBroker& operator=(const TestBroker&) = delete;
