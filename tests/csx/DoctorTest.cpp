@@ -104,6 +104,23 @@ TEST(Doctor, HostThatStallsInAFrame) {
     expectVerdict(csx, 2, "answer", "the host stops in the middle of a message", "It stalls");
 }
 
+TEST(Doctor, HostThatStallsOnceIsReportedByADoctorThatIsLate) {
+    // The output takes one line, so the doctor waits after the connect, while its session connects again.
+    ScriptedHost host;
+    ChildProcess::Setup setup = Csx::setup();
+    setup.outputSpace = 4'096;
+    Csx csx(host.port(), {"--timeout", kTimeOut, "doctor"}, setup);
+    const auto first = host.accept();
+    readRequest(*first);
+    const test::Bytes frame = test::hex(test::hexFrame(test::versionResponse(0x00010000, "scripted")));
+    first->send(test::Bytes(frame.begin(), frame.begin() + 60));
+    const auto second = acceptAndAnswer(host, 1);
+    ASSERT_NE(second, nullptr);
+    EXPECT_TRUE(second->isQuietFor(kQuiet));
+    csx.unclog();
+    expectVerdict(csx, 2, "open", "the host stops in the middle of a message", "It stalls");
+}
+
 TEST(Doctor, SilentHost) {
     ScriptedHost host;
     Csx csx(host.port(), {"--timeout", kTimeOut, "doctor"});

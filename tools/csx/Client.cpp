@@ -61,9 +61,12 @@ Client::Client(const CommonOptions& commonOptions, Patience howPatient, Signals&
 }
 
 void Client::note(const LinkEvent& event) {
+    if (hasFailed()) {
+        return;  // The session connects again, and may have done so before the events are dispatched.
+    }
     if (event.cause == Cause::NONE) {
         wasAnswered = wasAnswered || event.link >= Link::ANSWERED;
-    } else if (event.cause != Cause::STOPPED_BY_US && !hasFailed()) {
+    } else if (event.cause != Cause::STOPPED_BY_US) {
         failure = event;
     }
     if (onEvent) {

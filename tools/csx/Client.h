@@ -65,7 +65,7 @@ class Client {
     /// True when the connection has failed, and the client does not try again.
     bool hasFailed() const { return !isPatient && failure.has_value(); }
 
-    /// True when the host has answered at least once.
+    /// True when the host has answered at least once; before the failure of a client that gives up.
     bool hasAnswered() const { return wasAnswered; }
 
     /// Reports on standard error why there is no host or no connection.
@@ -83,7 +83,8 @@ class Client {
     /// From now on the runs end with `OutputClosed` as soon as the reader of standard output has closed it.
     void endWithOutput() { doesEndWithOutput = true; }
 
-    /// Called with each event of the link, after the client has processed it.
+    /// Called with each event of the link, after the client has processed it. Not after the failure of a client that
+    /// gives up.
     std::function<void(const LinkEvent&)> onEvent;
 
     /// The last failure.

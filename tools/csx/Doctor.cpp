@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdio>
+#include <functional>
 
 #include "tools/csx/Commands.h"
 #include "tools/csx/Diagnosis.h"
@@ -76,7 +77,7 @@ class Doctor {
     }
 
     bool checkAnswer() {
-        if (client.runUntil([this] { return client.hasAnswered(); }, deadline)) {
+        if (reaches([this] { return client.hasAnswered(); }, deadline)) {
             const Health health = client.session().health();
             return pass("answer", "version " + printable(health.hostVersion) + ", protocol " +
                                       std::to_string(health.protocolVersion) + ", round trip " +
@@ -94,14 +95,14 @@ class Doctor {
         const Clock::time_point limit = fromNow(common.timeout);
         for (const NamedInput& named : inputs) {
             const std::string step = "name " + shownName(named.name);
-            if (!client.runUntil([&named] { return named.input.isConfirmed(); }, limit)) {
+            if (!reaches([&named] { return named.input.isConfirmed(); }, limit)) {
                 return failWithLink(step, Failure::NAME_NOT_CONFIRMED);
             }
             pass(step, "confirmed");
         }
         for (const NamedInput& named : inputs) {
             const std::string step = "value " + shownName(named.name);
-            if (!client.runUntil([&named] { return named.input.read().number != 0; }, limit)) {
+            if (!reaches([&named] { return named.input.read().number != 0; }, limit)) {
                 return failWithLink(step, Failure::NO_VALUE);
             }
             const Number value = named.input.read().value;
@@ -127,7 +128,7 @@ class Doctor {
     bool checkEchoOf(const Output<T>& out, T value) {
         const std::string name = shownName(options.publishedName);
         const Clock::time_point limit = fromNow(common.timeout);
-        if (!client.runUntil([&out] { return out.isConfirmed(); }, limit)) {
+        if (!reaches([&out] { return out.isConfirmed(); }, limit)) {
             return failWithLink("output " + name, Failure::OUTPUT_NOT_CONFIRMED);
         }
         pass("output " + name, "confirmed");
@@ -135,10 +136,15 @@ class Doctor {
         const std::uint64_t number = input.read().number;
         out.set(value);
         client.session().flush();
-        if (!client.runUntil([&] { return input.read().number > number; }, limit)) {
+        if (!reaches([&] { return input.read().number > number; }, limit)) {
             return failWithLink("echo " + name, Failure::NO_ECHO);
         }
         return pass("echo " + name, textOf(input.read().value) + " came back");
+    }
+
+    /// As Client::runUntil. False also when the connection has failed and the session has connected again.
+    bool reaches(const std::function<bool()>& condition, Clock::time_point limit) {
+        return client.runUntil(condition, limit) && !client.hasFailed();
     }
 
     bool pass(const std::string& step, const std::string& detail) {
