@@ -2,11 +2,13 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
 #include <limits>
 #include <string>
+#include <thread>
 
 #include "session/InputSlot.h"
 #include "session/LinkMonitor.h"
@@ -21,6 +23,36 @@ namespace {
 
 using session::ValueType;
 
+/// Two threads that read again and again, until the end of this object or the first wrong read.
+class Readers {
+  public:
+    /// @param read  returns false after a wrong read. Each thread has a copy.
+    template <typename Read>
+    explicit Readers(const Read& read) {
+        for (std::thread& thread : threads) {
+            thread = std::thread([this, own = read]() mutable {
+                ++ready;
+                while (!isDone && own()) {
+                }
+            });
+        }
+        waitUntil([this] { return ready == 2; });
+    }
+    Readers(const Readers&) = delete;
+    Readers& operator=(const Readers&) = delete;
+    ~Readers() {
+        isDone = true;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+  private:
+    std::atomic<bool> isDone{false};
+    std::atomic<int> ready{0};
+    std::array<std::thread, 2> threads;
+};
+
 TEST(SeqLocks, ReadersNeverSeeAPartOfARecord) {
     struct Record {
         std::array<std::uint64_t, 5> words;
@@ -28,31 +60,22 @@ TEST(SeqLocks, ReadersNeverSeeAPartOfARecord) {
     };
     session::SeqLock<Record> lock;
     EXPECT_EQ(lock.read().words[4], 0U);
-    std::atomic<bool> isDone{false};
-    std::atomic<int> ready{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i) {
-        readers.emplace_back([&] {
-            ++ready;
-            std::uint64_t before = 0;
-            while (!isDone) {
-                const Record record = lock.read();
-                for (const std::uint64_t word : record.words) {
-                    ASSERT_EQ(word, record.words[0]);
-                }
-                ASSERT_EQ(record.last, static_cast<std::uint16_t>(record.words[0]));
-                ASSERT_GE(record.words[0], before);
-                before = record.words[0];
-            }
+    {
+        const Readers readers([&lock, before = std::uint64_t{0}]() mutable {
+            const Record record = lock.read();
+            const std::uint64_t first = record.words[0];
+            const bool isWhole = std::all_of(record.words.begin(), record.words.end(),
+                                             [first](std::uint64_t word) { return word == first; }) &&
+                                 record.last == static_cast<std::uint16_t>(first);
+            EXPECT_TRUE(isWhole);
+            EXPECT_GE(first, before);
+            const bool isNewer = first >= before;
+            before = first;
+            return isWhole && isNewer;
         });
-    }
-    waitUntil([&] { return ready == 2; });
-    for (std::uint64_t i = 1; i <= 200'000; ++i) {
-        lock.write({{i, i, i, i, i}, static_cast<std::uint16_t>(i)});
-    }
-    isDone = true;
-    for (std::thread& reader : readers) {
-        reader.join();
+        for (std::uint64_t i = 1; i <= 200'000; ++i) {
+            lock.write({{i, i, i, i, i}, static_cast<std::uint16_t>(i)});
+        }
     }
     EXPECT_EQ(lock.read().words[4], 200'000U);
 }
@@ -112,32 +135,21 @@ TEST(InputSlots, AGoodValueIsOneOfTheCurrentConnection) {
     NoOwner owner;
     std::atomic<std::uint32_t> connection{0};
     session::InputSlot slot(owner, connection, "LAMP", ValueType::INT, 0);
-    std::atomic<bool> isDone{false};
-    std::atomic<int> ready{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i) {
-        readers.emplace_back([&] {
-            ++ready;
-            while (!isDone) {
-                const std::uint32_t current = connection;
-                const session::SampleReading reading = slot.read();
-                if (reading.quality == Quality::GOOD) {
-                    ASSERT_GE(reading.sample.bits, current);
-                }
-            }
+    {
+        const Readers readers([&slot, &connection] {
+            const std::uint32_t current = connection;
+            const session::SampleReading reading = slot.read();
+            const bool isRight = reading.quality != Quality::GOOD || reading.sample.bits >= current;
+            EXPECT_TRUE(isRight) << reading.sample.bits << " on connection " << current;
+            return isRight;
         });
-    }
-    waitUntil([&] { return ready == 2; });
-    for (std::uint32_t i = 1; i <= 300'000; ++i) {
-        connection = i;
-        for (std::uint32_t pause = i % 64; pause != 0 && !isDone; --pause) {
+        for (std::uint32_t i = 1; i <= 300'000; ++i) {
+            connection = i;
+            for (std::uint32_t pause = i % 64; pause != 0 && connection == i; --pause) {
+            }
+            slot.newest.write({i, false, 0, i});
+            slot.confirmedOn = i;
         }
-        slot.newest.write({i, false, 0, i});
-        slot.confirmedOn = i;
-    }
-    isDone = true;
-    for (std::thread& reader : readers) {
-        reader.join();
     }
     EXPECT_EQ(slot.read().quality, Quality::GOOD);
 }
